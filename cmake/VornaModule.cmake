@@ -1,0 +1,32 @@
+# vorna_module(NAME DEPS ...) builds src/NAME/*.cpp into the library vorna_NAME.
+# A module without sources yet is an interface library so that its dependants link.
+function(vorna_module name)
+  cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
+  list(FILTER sources EXCLUDE REGEX ".*/main\\.cpp$")
+  if(sources)
+    add_library(vorna_${name} STATIC ${sources})
+    target_include_directories(vorna_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(vorna_${name} PUBLIC ${ARG_DEPS} PRIVATE vorna_warnings)
+    target_compile_definitions(vorna_${name} PRIVATE _GNU_SOURCE)
+  else()
+    add_library(vorna_${name} INTERFACE)
+    target_include_directories(vorna_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(vorna_${name} INTERFACE ${ARG_DEPS})
+  endif()
+  add_library(vorna::${name} ALIAS vorna_${name})
+endfunction()
+
+# vorna_tests(MODULE LIBS ...) builds tests/MODULE/*Test.cpp into one GoogleTest
+# program and registers each of its tests with ctest.
+function(vorna_tests module)
+  cmake_parse_arguments(ARG "" "" "LIBS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${module}/*Test.cpp)
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${module}_tests ${sources})
+  target_link_libraries(${module}_tests PRIVATE ${ARG_LIBS} vorna_test_support GTest::gmock GTest::gtest_main vorna_warnings)
+  target_compile_definitions(${module}_tests PRIVATE _GNU_SOURCE)
+  gtest_discover_tests(${module}_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
+endfunction()

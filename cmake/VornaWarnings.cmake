@@ -1,0 +1,10 @@
+# Warnings are set once, here, for every target of the project.
+add_library(vorna_warnings INTERFACE)
+target_compile_options(vorna_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow=local)
+if(VORNA_WERROR)
+  target_compile_options(vorna_warnings INTERFACE -Werror)
+endif()
+if(VORNA_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "storage/FileSystem.h"
+
+namespace vorna::bridge {
+
+// Confines paths chosen by web content to the workspace folder, and re-expresses
+// an inside path under the root exactly as the user opened it.
+//
+// On Linux a name is a string of bytes: names are compared byte for byte, with
+// no case folding and no Unicode normalisation, so two differently encoded
+// spellings of one accented name are two different names (as they are to the
+// kernel).
+//
+// An immutable value; its operations only read symbolic links and may run on
+// any thread at once.
+class WorkspaceBoundary {
+ public:
+  // Resolves the root once; a root that is later replaced by a link keeps the
+  // canonical path computed here.
+  explicit WorkspaceBoundary(std::string root, storage::FileSystem& fs = storage::FileSystem::real());
+
+  // The workspace folder as opened (may itself pass through links).
+  const std::string& root() const { return root_; }
+  // canonicalize(root), or root unchanged when that fails.
+  const std::string& canonicalRootPath() const { return canonicalRootPath_; }
+
+  // Resolves an absolute path as the file system would: folds "." and "..",
+  // follows every symbolic link (at most 64); components that do not exist are
+  // kept as plain names. Nothing for a relative path or past 64 links.
+  static std::optional<std::string> canonicalize(const std::string& path,
+                                                 storage::FileSystem& fs = storage::FileSystem::real());
+
+  // True when `path`, resolved (or unchanged when resolution fails), is the root.
+  bool isRoot(const std::string& path) const;
+  // For an already canonical path inside the workspace: the same item under
+  // root(); nothing for a path outside.
+  std::optional<std::string> rebase(const std::string& canonicalPath) const;
+  // The components after the root of `path` once resolved; empty for the root
+  // itself; nothing when resolution fails or the result lies outside.
+  std::optional<std::vector<std::string>> relativeComponents(const std::string& path) const;
+
+ private:
+  std::string root_;
+  std::string canonicalRootPath_;
+  storage::FileSystem* fs_;
+};
+
+}  // namespace vorna::bridge

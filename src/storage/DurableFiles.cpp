@@ -1,0 +1,135 @@
+#include "storage/DurableFiles.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "storage/FileOpError.h"
+#include "storage/UniqueFd.h"
+
+namespace vorna::storage {
+namespace {
+
+constexpr size_t kReadChunk = 64 * 1024;
+
+}  // namespace
+
+using contracts::Bytes;
+
+void writeAll(int fd, std::string_view bytes, const std::string& path, FileSystem& fs) {
+  size_t offset = 0;
+  while (offset < bytes.size()) {
+    ssize_t written = fs.write(fd, bytes.data() + offset, bytes.size() - offset);
+    if (written < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      throw FileOpError::fromErrno("write", path);
+    }
+    // A write that makes no progress would spin for ever; report it instead.
+    if (written == 0) {
+      throw FileOpError::shortWrite(path);
+    }
+    offset += static_cast<size_t>(written);
+  }
+}
+
+Bytes readAll(int fd, const std::string& path, FileSystem& fs) {
+  Bytes result;
+  struct stat st{};
+  // Sizing from fstat saves the doublings on large files; the loop still reads
+  // to the end, so a file that grows or shrinks meanwhile is read as it is.
+  if (fs.fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+    result.reserve(static_cast<size_t>(st.st_size) + 1);
+  }
+  for (;;) {
+    size_t used = result.size();
+    result.resize(used + kReadChunk);
+    ssize_t got = fs.read(fd, result.data() + used, kReadChunk);
+    if (got < 0) {
+      result.resize(used);
+      if (errno == EINTR) {
+        continue;
+      }
+      throw FileOpError::fromErrno("read", path);
+    }
+    result.resize(used + static_cast<size_t>(got));
+    if (got == 0) {
+      return result;
+    }
+  }
+}
+
+Bytes readFileWhole(const std::string& path, FileSystem& fs) {
+  UniqueFd fd(fs, fs.open(path, O_RDONLY, 0));
+  if (!fd) {
+    throw FileOpError::fromErrno("open", path);
+  }
+  return readAll(fd.get(), path, fs);
+}
+
+void writeDurably(std::string_view bytes, const std::string& path, bool exclusive, mode_t mode,
+                  FileSystem& fs) {
+  int flags = O_WRONLY | O_CREAT | (exclusive ? O_EXCL : O_TRUNC);
+  UniqueFd fd(fs, fs.open(path, flags, mode));
+  if (!fd) {
+    throw FileOpError::fromErrno("open", path);
+  }
+  writeAll(fd.get(), bytes, path, fs);
+  if (fs.fsync(fd.get()) != 0) {
+    throw FileOpError::fromErrno("fsync", path);
+  }
+  // The data is on disk once fsync returned; a failing close cannot undo that.
+  fd.reset();
+}
+
+void renameReplace(const std::string& source, const std::string& destination, FileSystem& fs) {
+  if (fs.rename(source, destination) != 0) {
+    throw FileOpError::fromErrno("rename", source);
+  }
+}
+
+void swapPaths(const std::string& a, const std::string& b, FileSystem& fs) {
+  if (fs.exchange(a, b) != 0) {
+    throw FileOpError::fromErrno(kSwapOp, a);
+  }
+}
+
+bool moveFilePreservingInode(const std::string& source, const std::string& destination,
+                             FileSystem& fs) {
+  struct stat st{};
+  // rename(2) would silently replace a file at the destination; refuse first.
+  if (fs.lstat(destination, &st) == 0) {
+    throw FileOpError::wouldOverwrite(destination);
+  }
+  if (fs.rename(source, destination) == 0) {
+    return false;
+  }
+  if (errno != EXDEV) {
+    throw FileOpError::fromErrno("rename", source);
+  }
+  Bytes bytes = readFileWhole(source, fs);
+  writeDurably(bytes, destination, /*exclusive=*/true, 0644, fs);
+  // The copy is durable; a source that cannot be removed is a harmless duplicate.
+  fs.unlink(source);
+  return true;
+}
+
+void fsyncDirectory(const std::string& directory, FileSystem& fs) {
+  UniqueFd fd(fs, fs.open(directory, O_RDONLY | O_DIRECTORY, 0));
+  if (fd) {
+    fs.fsync(fd.get());
+  }
+}
+
+void copyPermissions(const std::string& from, const std::string& to, FileSystem& fs) {
+  struct stat st{};
+  if (fs.stat(from, &st) == 0) {
+    fs.chmod(to, st.st_mode & 07777);
+  }
+}
+
+void makeReadOnly(const std::string& path, FileSystem& fs) { fs.chmod(path, 0444); }
+
+}  // namespace vorna::storage

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace vorna::storage {
+
+// The one seam through which storage, recovery and the bridge reach the disk.
+//
+// Every operation follows the POSIX convention of the call it wraps: a negative
+// result (or -1) means failure and errno says why. Keeping errno, rather than
+// throwing here, lets the callers turn it into a FileOpError in exactly one place
+// and lets a test wrapper fail any chosen call with any chosen errno.
+//
+// Implementations must be safe to call from any thread.
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+
+  // The real implementation adds O_CLOEXEC to `flags` and retries EINTR.
+  virtual int open(const std::string& path, int flags, mode_t mode) = 0;
+  virtual int close(int fd) = 0;
+  // read and write may transfer fewer bytes than asked; callers loop.
+  virtual ssize_t read(int fd, void* buffer, size_t count) = 0;
+  virtual ssize_t write(int fd, const void* buffer, size_t count) = 0;
+  virtual int fsync(int fd) = 0;
+  virtual int fstat(int fd, struct stat* out) = 0;
+
+  virtual int rename(const std::string& from, const std::string& to) = 0;
+  // Atomically exchanges the two directory entries (renameat2 with RENAME_EXCHANGE).
+  // Both must exist on one file system; EINVAL where the file system cannot exchange.
+  virtual int exchange(const std::string& a, const std::string& b) = 0;
+  virtual int unlink(const std::string& path) = 0;
+  virtual int mkdir(const std::string& path, mode_t mode) = 0;
+  virtual int rmdir(const std::string& path) = 0;
+  virtual int stat(const std::string& path, struct stat* out) = 0;
+  virtual int lstat(const std::string& path, struct stat* out) = 0;
+  virtual int chmod(const std::string& path, mode_t mode) = 0;
+  // On success stores the link's target in `target` and returns its length.
+  virtual ssize_t readlink(const std::string& path, std::string& target) = 0;
+  // On success stores the entry names of the folder, without "." and "..", in
+  // the order the file system returns them, and returns 0.
+  virtual int listDirectory(const std::string& path, std::vector<std::string>& names) = 0;
+
+  // The process-wide real file system.
+  static FileSystem& real();
+};
+
+}  // namespace vorna::storage

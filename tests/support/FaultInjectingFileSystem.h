@@ -1,0 +1,100 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "storage/ForwardingFileSystem.h"
+
+namespace vorna::testing {
+
+// The file-system calls a test can observe and fail.
+enum class FsCall {
+  open, close, read, write, fsync, fstat, rename, exchange, unlink, mkdir, rmdir,
+  stat, lstat, chmod, readlink, listDirectory,
+};
+
+const char* fsCallName(FsCall call);
+
+// Thrown from inside a call to stand for the process dying at that instant:
+// nothing after it runs, and the test then inspects what the disk holds.
+struct SimulatedCrash {
+  FsCall call;
+  std::string path;
+};
+
+// A real file system that records every call and fails the calls a test picks.
+//
+//   FaultInjectingFileSystem fs;
+//   fs.failNth(FsCall::exchange, 1, EXDEV);     // the first exchange fails
+//   fs.failWhere(FsCall::open, "/store/", EIO); // every open under /store/ fails
+//   fs.crashAtCall(7);                          // the 7th call never returns
+//
+// Paths are recorded for calls that take one; descriptor calls record the path
+// the descriptor was opened with. Thread-safe.
+class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
+ public:
+  struct Call {
+    FsCall call;
+    std::string path;
+  };
+
+  FaultInjectingFileSystem();
+
+  // Fails the `occurrence`-th (1-based) call of `call` with `errorNumber`.
+  void failNth(FsCall call, int occurrence, int errorNumber);
+  // Fails every call of `call` whose path contains `pathPart`.
+  void failWhere(FsCall call, std::string pathPart, int errorNumber);
+  // Makes every write transfer at most `limit` bytes (0 makes writes return 0).
+  void limitWrites(size_t limit);
+  // Throws SimulatedCrash instead of making the `index`-th call (1-based, all kinds counted).
+  void crashAtCall(size_t index);
+  // Runs `hook` just before each call of `call` is forwarded (after fault checks pass).
+  void beforeCall(FsCall call, std::function<void(const std::string& path)> hook);
+  void clearFaults();
+
+  std::vector<Call> calls() const;
+  size_t callCount() const;
+  size_t count(FsCall call) const;
+
+  int open(const std::string& path, int flags, mode_t mode) override;
+  int close(int fd) override;
+  ssize_t read(int fd, void* buffer, size_t count) override;
+  ssize_t write(int fd, const void* buffer, size_t count) override;
+  int fsync(int fd) override;
+  int fstat(int fd, struct stat* out) override;
+  int rename(const std::string& from, const std::string& to) override;
+  int exchange(const std::string& a, const std::string& b) override;
+  int unlink(const std::string& path) override;
+  int mkdir(const std::string& path, mode_t mode) override;
+  int rmdir(const std::string& path) override;
+  int stat(const std::string& path, struct stat* out) override;
+  int lstat(const std::string& path, struct stat* out) override;
+  int chmod(const std::string& path, mode_t mode) override;
+  ssize_t readlink(const std::string& path, std::string& target) override;
+  int listDirectory(const std::string& path, std::vector<std::string>& names) override;
+
+ private:
+  struct Rule {
+    FsCall call;
+    int occurrence;  // 0: every matching call
+    std::string pathPart;
+    int errorNumber;
+  };
+
+  // Records the call and returns the errno to fail it with, or 0 to forward it.
+  int admit(FsCall call, const std::string& path);
+  std::string pathOf(int fd) const;
+
+  mutable std::mutex mutex_;
+  std::vector<Call> calls_;
+  std::vector<Rule> rules_;
+  std::vector<std::pair<FsCall, std::function<void(const std::string&)>>> hooks_;
+  std::vector<std::pair<int, std::string>> openPaths_;
+  std::optional<size_t> writeLimit_;
+  std::optional<size_t> crashAt_;
+};
+
+}  // namespace vorna::testing

@@ -1,0 +1,70 @@
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace vorna::testing {
+
+TempDir::TempDir() {
+  const char* base = std::getenv("TMPDIR");
+  std::string pattern = std::string(base && *base ? base : "/tmp") + "/vorna-test-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    ADD_FAILURE() << "mkdtemp failed for " << pattern;
+  }
+  // Canonical, so tests compare against the paths the code resolves to.
+  path_ = std::filesystem::canonical(pattern).string();
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  // Read-only payloads inside read-only folders would block removal.
+  for (auto it = std::filesystem::recursive_directory_iterator(path_, ignored);
+       it != std::filesystem::recursive_directory_iterator(); it.increment(ignored)) {
+    if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
+      ::chmod(it->path().c_str(), 0755);
+    }
+  }
+  ::chmod(path_.c_str(), 0755);
+  std::filesystem::remove_all(path_, ignored);
+}
+
+void TempDir::write(const std::string& relative, const std::string& bytes, unsigned mode) const {
+  std::string full = *this / relative;
+  {
+    std::ofstream out(full, std::ios::binary | std::ios::trunc);
+    ASSERT_TRUE(out) << "cannot write " << full;
+    out << bytes;
+  }
+  ::chmod(full.c_str(), mode);
+}
+
+std::string TempDir::read(const std::string& relative) const { return readFile(*this / relative); }
+
+bool TempDir::exists(const std::string& relative) const {
+  struct stat st;
+  return ::lstat((*this / relative).c_str(), &st) == 0;
+}
+
+void TempDir::makeFolder(const std::string& relative) const {
+  std::filesystem::create_directories(*this / relative);
+}
+
+void TempDir::symlink(const std::string& target, const std::string& relative) const {
+  ASSERT_EQ(::symlink(target.c_str(), (*this / relative).c_str()), 0) << relative;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  EXPECT_TRUE(in) << "cannot read " << path;
+  std::ostringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
+}  // namespace vorna::testing

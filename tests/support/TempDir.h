@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+namespace vorna::testing {
+
+// A fresh folder under $TMPDIR (or /tmp) for one test, removed with all its
+// contents (read-only files included) when the object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return path_; }
+  // path() + "/" + relative
+  std::string operator/(const std::string& relative) const { return path_ + "/" + relative; }
+
+  // Test conveniences that bypass the seam; they fail the test on error.
+  void write(const std::string& relative, const std::string& bytes, unsigned mode = 0644) const;
+  std::string read(const std::string& relative) const;
+  bool exists(const std::string& relative) const;
+  void makeFolder(const std::string& relative) const;
+  void symlink(const std::string& target, const std::string& relative) const;
+
+ private:
+  std::string path_;
+};
+
+// Reads a whole file by absolute path; fails the test when it cannot.
+std::string readFile(const std::string& path);
+
+}  // namespace vorna::testing
