@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "storage/FileSystem.h"
@@ -21,7 +22,8 @@ namespace vorna::bridge {
 class WorkspaceBoundary {
  public:
   // Resolves the root once; a root that is later replaced by a link keeps the
-  // canonical path computed here.
+  // canonical path computed here. Trailing slashes are dropped from the root
+  // (except from "/" itself), so answers never carry a doubled slash.
   explicit WorkspaceBoundary(std::string root, storage::FileSystem& fs = storage::FileSystem::real());
 
   // The workspace folder as opened (may itself pass through links).
@@ -31,20 +33,34 @@ class WorkspaceBoundary {
 
   // Resolves an absolute path as the file system would: folds "." and "..",
   // follows every symbolic link (at most 64); components that do not exist are
-  // kept as plain names. Nothing for a relative path or past 64 links.
+  // kept as plain names. Nothing for a relative path, past 64 links (so a loop
+  // fails too), for a path holding a NUL byte, or for a result of PATH_MAX
+  // (4096) bytes or more: none of these names anything a system call reaches.
+  // Only readlink is asked of `fs`, once per component, but not below a
+  // component found missing (until ".." climbs back above it), so the time
+  // taken stays linear in the length of the path.
   static std::optional<std::string> canonicalize(const std::string& path,
                                                  storage::FileSystem& fs = storage::FileSystem::real());
 
   // True when `path`, resolved (or unchanged when resolution fails), is the root.
   bool isRoot(const std::string& path) const;
   // For an already canonical path inside the workspace: the same item under
-  // root(); nothing for a path outside.
+  // root(); nothing for a path outside. Inside means equal to
+  // canonicalRootPath() or continuing it with "/" (/w/site2 is not inside
+  // /w/site); when the root is "/" every absolute path is inside.
   std::optional<std::string> rebase(const std::string& canonicalPath) const;
+  // rebase(canonicalize(path)): the path under root() that `path` leads to, or
+  // nothing when it cannot be resolved or lies outside.
+  std::optional<std::string> resolveInside(const std::string& path) const;
   // The components after the root of `path` once resolved; empty for the root
   // itself; nothing when resolution fails or the result lies outside.
   std::optional<std::vector<std::string>> relativeComponents(const std::string& path) const;
 
  private:
+  // The part of a canonical path after the root and its "/": empty for the
+  // root itself, nothing for a path outside.
+  std::optional<std::string_view> remainderOf(std::string_view canonicalPath) const;
+
   std::string root_;
   std::string canonicalRootPath_;
   storage::FileSystem* fs_;

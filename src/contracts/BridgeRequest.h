@@ -28,6 +28,13 @@ struct BridgeRequest {
   // is percent-decoded and loses a trailing "/"; it must begin with "/api/".
   // Query items apply in order, a later one replacing an earlier one of the
   // same name. Nothing for a URL that cannot be parsed or is not under /api/.
+  //
+  // Exactly: items are separated by "&" and split at their first "="; names
+  // and values are percent-decoded, "+" stays "+", and "%00" becomes a NUL
+  // byte that the value keeps (path checks refuse it; it is never a place
+  // where the value silently ends). Dot segments in the path are kept as
+  // sent. Only one trailing "/" is dropped. Nothing either for a malformed
+  // %-escape anywhere in the URL, or for a URL text holding a NUL byte.
   static std::optional<BridgeRequest> fromUrl(std::string_view url, std::string_view method,
                                               const std::map<std::string, std::string>& headers,
                                               Bytes body);

@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include "contracts/BridgeResponse.h"
+
+namespace vorna::contracts {
+namespace {
+
+using Headers = std::map<std::string, std::string>;
+
+TEST(BridgeResponseTest, ErrorIsOneKeyWithEscapedSlashAndOneHeader) {
+  BridgeResponse response = BridgeResponse::error(404, "not found: /x");
+  EXPECT_EQ(response.status, 404);
+  EXPECT_EQ(response.body, R"({"error":"not found: \/x"})");
+  EXPECT_EQ(response.headers, (Headers{{"Content-Type", "application/json"}}));
+}
+
+TEST(BridgeResponseTest, ErrorMessageReplacesAnErrorKeyInExtra) {
+  BridgeResponse response =
+      BridgeResponse::error(409, "conflict", {{"zeta", 1}, {"error", "old"}, {"alpha", true}});
+  EXPECT_EQ(response.body, R"({"alpha":true,"error":"conflict","zeta":1})");
+}
+
+TEST(BridgeResponseTest, JsonSortsKeysAtEveryDepthAndWritesCompactly) {
+  Json object = Json::object();
+  object["b"] = Json{{"y", 1}, {"x", "a/b"}};
+  object["a"] = Json::array({2, 1});
+  BridgeResponse response = BridgeResponse::json(200, object);
+  EXPECT_EQ(response.body, R"({"a":[2,1],"b":{"x":"a\/b","y":1}})");
+}
+
+TEST(BridgeResponseTest, JsonAllowsATopLevelArray) {
+  BridgeResponse response = BridgeResponse::json(200, Json::array({"/a", 1}));
+  EXPECT_EQ(response.body, R"(["\/a",1])");
+}
+
+TEST(BridgeResponseTest, JsonOverridesContentTypeAndKeepsOtherHeaders) {
+  BridgeResponse response = BridgeResponse::json(
+      201, Json::object(), {{"Content-Type", "text/plain"}, {"X-VN-Fingerprint", "ab"}});
+  EXPECT_EQ(response.status, 201);
+  EXPECT_EQ(response.headers,
+            (Headers{{"Content-Type", "application/json"}, {"X-VN-Fingerprint", "ab"}}));
+  EXPECT_EQ(response.body, "{}");
+}
+
+TEST(BridgeResponseTest, UnwritableValueGivesEmptyObjectUnderTheSameStatus) {
+  // A string that is not UTF-8 cannot be written as JSON.
+  BridgeResponse json = BridgeResponse::json(200, Json{{"name", "\xFF"}});
+  EXPECT_EQ(json.status, 200);
+  EXPECT_EQ(json.body, "{}");
+  BridgeResponse error = BridgeResponse::error(404, "not found: \xFF");
+  EXPECT_EQ(error.status, 404);
+  EXPECT_EQ(error.body, "{}");
+  EXPECT_EQ(error.headers, (Headers{{"Content-Type", "application/json"}}));
+}
+
+}  // namespace
+}  // namespace vorna::contracts
