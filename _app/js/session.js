@@ -1,0 +1,406 @@
+// The open page: which version of the disk the editor's text started from
+// (the base fingerprint), whether the text differs from what was last loaded or
+// saved, the draft kept by the host while the user types, and what happens when
+// the disk moves on. No DOM here; the UI listens through `onChange`.
+//
+// Invariants:
+// - `base` is the fingerprint of the version `savedText` came from, and it is
+//   what the next save sends as "X-VN-Base". It changes only when the host
+//   says which version is on disk now (a read, a save, a resolve).
+// - The editor's text is never replaced while it is dirty unless the user
+//   asked for it (reload, restore, choosing a candidate).
+// - Draft writes and discards go through one queue, so a discard that follows
+//   a save can never be overtaken by an older draft write.
+
+import { isWithin, samePath } from './paths.js';
+
+export const DRAFT_IDLE_MS = 2000;
+
+const realTimers = {
+  setTimeout: (fn, ms) => globalThis.setTimeout(fn, ms),
+  clearTimeout: (id) => globalThis.clearTimeout(id),
+};
+
+export class Session {
+  constructor({ api, timers = realTimers, onChange = () => {}, textSource = null } = {}) {
+    this.api = api;
+    this.timers = timers;
+    this.onChange = onChange;
+    // Lets the UI hand over its current text lazily (a large textarea is not
+    // read on every keystroke); called before anything needs the exact text.
+    this.textSource = textSource;
+    this.generation = 0;
+    this.draftQueue = Promise.resolve();
+    this.reset(null);
+  }
+
+  reset(path) {
+    this.cancelDraftTimer();
+    this.path = path;
+    this.base = null;
+    this.savedText = '';
+    this.text = '';
+    this.dirty = false;
+    this.saving = null;
+    this.saveAgain = false;
+    this.heldChanges = [];
+    this.conflict = null; // {record, kind, diskFingerprint, error} after a 409
+    this.disk = null; // null | {state: 'modified'|'removed', fingerprint}
+    this.draftOffer = null; // a draft record found when the page was opened
+    this.draftTimer = null;
+  }
+
+  emit(kind, detail = {}) {
+    try {
+      this.onChange(kind, detail);
+    } catch (e) {
+      // A listener's fault must not break the session's bookkeeping.
+      globalThis.console?.error?.(e);
+    }
+  }
+
+  /** Reads the page and makes it the open page. Rejects with the host's error. */
+  async open(path) {
+    const gen = ++this.generation;
+    const file = await this.api.readFile(path);
+    if (gen !== this.generation) return false;
+    this.reset(path);
+    this.base = file.fingerprint;
+    this.savedText = file.text;
+    this.text = file.text;
+    this.emit('opened', { path });
+    await this.lookForDraft(path, gen);
+    return true;
+  }
+
+  close() {
+    this.generation++;
+    this.reset(null);
+    this.emit('closed');
+  }
+
+  async lookForDraft(path, gen) {
+    let drafts;
+    try {
+      drafts = await this.api.drafts();
+    } catch (e) {
+      this.emit('error', { error: e });
+      return;
+    }
+    if (gen !== this.generation) return;
+    const draft = (Array.isArray(drafts) ? drafts : []).find((d) => samePath(d.pagePath, path));
+    if (!draft) return;
+    if (draft.fingerprint === this.base) {
+      // The draft holds exactly what is on disk: nothing to offer.
+      this.queueDraft(() => this.api.deleteDraft(path));
+      return;
+    }
+    this.draftOffer = draft;
+    this.emit('draft-offer', { draft });
+  }
+
+  /** Replaces the editor's copy of the text and updates the dirty marker. */
+  setText(text) {
+    if (this.path === null) return;
+    this.text = text;
+    const dirty = text !== this.savedText;
+    if (dirty) this.scheduleDraft();
+    else this.cancelDraftTimer();
+    if (dirty !== this.dirty) {
+      this.dirty = dirty;
+      this.emit('dirty', { dirty });
+    }
+  }
+
+  /** An edit happened; the exact text follows later through setText or textSource. */
+  touch() {
+    if (this.path === null) return;
+    this.scheduleDraft();
+    if (!this.dirty) {
+      this.dirty = true;
+      this.emit('dirty', { dirty: true });
+    }
+  }
+
+  pull() {
+    if (this.textSource) {
+      const text = this.textSource();
+      if (typeof text === 'string') this.setText(text);
+    }
+  }
+
+  // ---- drafts ----
+
+  scheduleDraft() {
+    this.cancelDraftTimer();
+    this.draftTimer = this.timers.setTimeout(() => {
+      this.draftTimer = null;
+      this.storeDraft();
+    }, DRAFT_IDLE_MS);
+  }
+
+  cancelDraftTimer() {
+    if (this.draftTimer !== null && this.draftTimer !== undefined) this.timers.clearTimeout(this.draftTimer);
+    this.draftTimer = null;
+  }
+
+  queueDraft(op) {
+    const run = this.draftQueue.then(op);
+    this.draftQueue = run.catch((e) => this.emit('error', { error: e }));
+    return this.draftQueue;
+  }
+
+  /** Hands the current text to the host as a draft; returns when it is stored. */
+  storeDraft() {
+    this.pull();
+    if (this.path === null || !this.dirty) return this.draftQueue;
+    const { path, text, base } = this;
+    return this.queueDraft(async () => {
+      await this.api.putDraft(path, text, base);
+      this.emit('draft-stored', { path });
+    });
+  }
+
+  async restoreDraft() {
+    const draft = this.draftOffer;
+    if (!draft) return false;
+    const gen = this.generation;
+    const { text } = await this.api.draftText(draft.id);
+    if (gen !== this.generation) return false;
+    this.draftOffer = null;
+    // The draft was typed over its own base; saving it over a newer disk
+    // version must become a conflict, not a silent overwrite.
+    const loadedBase = this.base;
+    this.text = text;
+    this.dirty = text !== this.savedText;
+    if (this.dirty && draft.baseFingerprint) this.base = draft.baseFingerprint;
+    if (this.dirty) this.scheduleDraft();
+    this.emit('restored', { draft, text, baseMoved: this.base !== loadedBase });
+    this.emit('dirty', { dirty: this.dirty });
+    return true;
+  }
+
+  discardDraftOffer() {
+    if (!this.draftOffer) return this.draftQueue;
+    const path = this.path;
+    this.draftOffer = null;
+    this.emit('draft-offer', { draft: null });
+    return this.queueDraft(() => this.api.deleteDraft(path));
+  }
+
+  // ---- saving ----
+
+  /**
+   * Saves the text with the base as "X-VN-Base". Resolves to {ok, ...};
+   * never rejects: failures are reported through 'error' and 'conflict'.
+   */
+  save({ force = false } = {}) {
+    this.pull();
+    if (this.path === null) return Promise.resolve({ ok: false, error: 'no page is open' });
+    if (this.saving) {
+      this.saveAgain = true;
+      return this.saving;
+    }
+    if (!this.dirty && !force) return Promise.resolve({ ok: true, unchanged: true, fingerprint: this.base });
+    this.cancelDraftTimer();
+    const { path, text, base } = this;
+    const gen = this.generation;
+    this.emit('saving', { path });
+    this.saving = (async () => {
+      try {
+        const answer = await this.api.saveFile(path, text, base);
+        if (gen !== this.generation) return { ok: true, fingerprint: answer.fingerprint };
+        this.base = answer.fingerprint;
+        this.savedText = text;
+        this.conflict = null;
+        this.disk = null;
+        this.draftOffer = null;
+        this.dirty = this.text !== text;
+        if (this.dirty) this.scheduleDraft();
+        else this.queueDraft(() => this.api.deleteDraft(path));
+        this.emit('saved', { path, fingerprint: answer.fingerprint, bytes: answer.bytes });
+        this.emit('dirty', { dirty: this.dirty });
+        return { ok: true, fingerprint: answer.fingerprint, bytes: answer.bytes };
+      } catch (e) {
+        if (gen !== this.generation) return { ok: false, error: e.message };
+        if (e.isConflict) {
+          this.conflict = {
+            record: e.body.conflict || null,
+            kind: e.body.kind || null,
+            diskFingerprint: e.body.fingerprint || null,
+            error: e.body.conflict_error || null,
+          };
+          this.emit('conflict', { conflict: this.conflict });
+          return { ok: false, conflict: this.conflict };
+        }
+        // The text stays dirty; keep it safe with the host while the user decides.
+        this.scheduleDraft();
+        this.emit('error', { error: e });
+        return { ok: false, error: e.message, status: e.status };
+      } finally {
+        this.saving = null;
+        const held = this.heldChanges;
+        this.heldChanges = [];
+        for (const change of held) this.externalChange(change);
+        if (this.saveAgain && gen === this.generation) {
+          this.saveAgain = false;
+          if (this.dirty) this.save();
+        }
+      }
+    })();
+    return this.saving;
+  }
+
+  // ---- the disk moving on ----
+
+  /**
+   * A change event from the host's watcher. For the open page: a clean page
+   * follows the disk, a dirty one is flagged for the user to decide.
+   */
+  async externalChange(change) {
+    if (this.path === null || !change || typeof change.path !== 'string') return;
+    // A removed folder takes the open page with it; other kinds name the page itself.
+    const hit = change.kind === 'removed' ? isWithin(this.path, change.path) : samePath(change.path, this.path);
+    if (!hit) return;
+    if (this.saving) {
+      // The answer of the save in flight tells which version is ours.
+      this.heldChanges.push(change);
+      return;
+    }
+    if (change.kind === 'removed') {
+      this.disk = { state: 'removed', fingerprint: null };
+      this.emit('disk', { disk: this.disk });
+      return;
+    }
+    let fingerprint = change.fingerprint || null;
+    if (fingerprint !== null && fingerprint === this.base) {
+      if (this.disk) {
+        this.disk = null;
+        this.emit('disk', { disk: null });
+      }
+      return;
+    }
+    if (!this.dirty) {
+      await this.reload();
+      return;
+    }
+    const gen = this.generation;
+    if (fingerprint === null) {
+      try {
+        fingerprint = (await this.api.stat(this.path)).fingerprint || null;
+      } catch {
+        fingerprint = null;
+      }
+      if (gen !== this.generation) return;
+      if (fingerprint !== null && fingerprint === this.base) return;
+    }
+    this.disk = { state: 'modified', fingerprint };
+    this.emit('disk', { disk: this.disk });
+  }
+
+  /**
+   * Loads the page from disk. Without `discard`, edits made while the read
+   * was under way win and the change is flagged instead.
+   */
+  async reload({ discard = false } = {}) {
+    if (this.path === null) return false;
+    const path = this.path;
+    const gen = this.generation;
+    let file;
+    try {
+      file = await this.api.readFile(path);
+    } catch (e) {
+      if (gen !== this.generation) return false;
+      if (e.status === 404) {
+        this.disk = { state: 'removed', fingerprint: null };
+        this.emit('disk', { disk: this.disk });
+      } else this.emit('error', { error: e });
+      return false;
+    }
+    if (gen !== this.generation) return false;
+    this.pull();
+    if (this.dirty && !discard) {
+      if (file.fingerprint !== this.base) {
+        this.disk = { state: 'modified', fingerprint: file.fingerprint };
+        this.emit('disk', { disk: this.disk });
+      }
+      return false;
+    }
+    const hadEdits = this.dirty;
+    this.cancelDraftTimer();
+    this.base = file.fingerprint;
+    this.savedText = file.text;
+    this.text = file.text;
+    this.dirty = false;
+    this.disk = null;
+    this.emit('reloaded', { path, text: file.text });
+    this.emit('dirty', { dirty: false });
+    // The edits just dropped stay readable in the host's store until pruned.
+    if (hadEdits) this.queueDraft(() => this.api.deleteDraft(path));
+    return true;
+  }
+
+  /** Writes the text as a new file at the page's path (after the page was removed on disk). */
+  async recreate() {
+    this.pull();
+    if (this.path === null) return { ok: false, error: 'no page is open' };
+    const { path, text } = this;
+    const gen = this.generation;
+    try {
+      const answer = await this.api.createFile(path, text);
+      if (gen !== this.generation) return { ok: true, fingerprint: answer.fingerprint };
+      this.base = answer.fingerprint;
+      this.savedText = text;
+      this.disk = null;
+      this.dirty = this.text !== text;
+      if (!this.dirty) this.queueDraft(() => this.api.deleteDraft(path));
+      this.emit('saved', { path, fingerprint: answer.fingerprint, bytes: answer.bytes });
+      this.emit('disk', { disk: null });
+      this.emit('dirty', { dirty: this.dirty });
+      return { ok: true, fingerprint: answer.fingerprint };
+    } catch (e) {
+      this.emit('error', { error: e });
+      return { ok: false, error: e.message, status: e.status };
+    }
+  }
+
+  /** The user keeps their text after an outside change; the next save meets the conflict. */
+  keepMine() {
+    this.disk = null;
+    this.emit('disk', { disk: null });
+  }
+
+  /** The page moved (renamed here or by its folder); the text and base stay. */
+  moved(to) {
+    if (this.path === null) return;
+    this.path = to;
+    this.emit('moved', { path: to });
+  }
+
+  /**
+   * After a conflict was resolved by choosing a candidate: the page now holds
+   * `text` with `fingerprint`. Choosing the editor's own bytes keeps any
+   * typing done since; any other choice replaces the text.
+   */
+  adoptResolution({ fingerprint, text, keepEditorText }) {
+    this.pull();
+    this.base = fingerprint;
+    this.savedText = text;
+    if (!keepEditorText) this.text = text;
+    this.dirty = this.text !== text;
+    this.conflict = null;
+    this.disk = null;
+    if (this.dirty) this.scheduleDraft();
+    else this.cancelDraftTimer();
+    this.emit('resolved', { fingerprint, text: this.text });
+    this.emit('dirty', { dirty: this.dirty });
+  }
+
+  /** The conflict was dismissed: the disk version becomes the base, the text stays unsaved. */
+  adoptDiskBase(fingerprint) {
+    if (fingerprint) this.base = fingerprint;
+    this.conflict = null;
+    this.disk = null;
+    this.emit('resolved', { fingerprint: this.base, text: this.text });
+  }
+}
