@@ -82,10 +82,21 @@ int PosixFileSystem::chmod(const std::string& path, mode_t mode) {
 }
 
 ssize_t PosixFileSystem::readlink(const std::string& path, std::string& target) {
+  // Most components asked about are not links at all; a stack buffer answers
+  // those, and ordinary links, without touching the heap.
+  char small[256];
+  ssize_t length = ::readlink(path.c_str(), small, sizeof small);
+  if (length < 0) {
+    return length;
+  }
+  if (static_cast<size_t>(length) < sizeof small) {
+    target.assign(small, static_cast<size_t>(length));
+    return length;
+  }
   // Links can be longer than any fixed buffer; grow until the answer fits.
-  std::string buffer(256, '\0');
+  std::string buffer(sizeof small * 4, '\0');
   for (;;) {
-    ssize_t length = ::readlink(path.c_str(), buffer.data(), buffer.size());
+    length = ::readlink(path.c_str(), buffer.data(), buffer.size());
     if (length < 0) {
       return length;
     }

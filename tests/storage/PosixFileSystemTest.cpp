@@ -1,0 +1,48 @@
+#include "storage/PosixFileSystem.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "support/TempDir.h"
+
+namespace vorna::storage {
+namespace {
+
+using testing::TempDir;
+
+TEST(PosixFileSystem, ReadlinkReturnsTargetsOfAnyLength) {
+  TempDir dir;
+  FileSystem& fs = FileSystem::real();
+  for (size_t length : {1u, 255u, 256u, 1023u, 1024u, 4000u}) {
+    std::string target(length, 'x');
+    std::string link = dir / ("link" + std::to_string(length));
+    ASSERT_EQ(::symlink(target.c_str(), link.c_str()), 0);
+    std::string read;
+    EXPECT_EQ(fs.readlink(link, read), static_cast<ssize_t>(length));
+    EXPECT_EQ(read, target) << length;
+  }
+  std::string unchanged = "kept";
+  dir.write("plain", "x");
+  EXPECT_EQ(fs.readlink(dir / "plain", unchanged), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(unchanged, "kept");
+}
+
+TEST(PosixFileSystem, ListDirectoryOmitsDotEntries) {
+  TempDir dir;
+  dir.write("a", "");
+  dir.makeFolder("b");
+  std::vector<std::string> names;
+  ASSERT_EQ(FileSystem::real().listDirectory(dir.path(), names), 0);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(FileSystem::real().listDirectory(dir / "missing", names), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+}  // namespace
+}  // namespace vorna::storage
