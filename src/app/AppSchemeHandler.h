@@ -1,0 +1,71 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+
+#include "app/HTTPReply.h"
+#include "app/HostContext.h"
+#include "app/SchemeRequest.h"
+#include "app/WorkQueue.h"
+
+typedef struct _WebKitURISchemeRequest WebKitURISchemeRequest;
+typedef struct _WebKitWebContext WebKitWebContext;
+
+namespace vorna::app {
+
+// Answers every load on the host's own scheme, vorna:. Paths under /api/ go to
+// the current workspace bridge; everything else is a file of the editor's
+// _app folder. Answers are computed on a concurrent pool and handed back to
+// the engine on the main thread, each request exactly once.
+class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
+ public:
+  static constexpr const char* kScheme = "vorna";
+  static constexpr const char* kQueueLabel = "com.lumenfold.vorna.scheme";
+
+  explicit AppSchemeHandler(std::shared_ptr<HostContext> host);
+  AppSchemeHandler(const AppSchemeHandler&) = delete;
+  AppSchemeHandler& operator=(const AppSchemeHandler&) = delete;
+
+  // Registers a new handler as the context's handler of "vorna", and the
+  // scheme as secure and CORS-enabled (never as local: that breaks fetch,
+  // modules and workers). The context owns the handler. Main thread, once
+  // per context.
+  static void registerWith(WebKitWebContext* context, std::shared_ptr<HostContext> host);
+
+  // Starts one request: copies what the answer needs, computes it on the
+  // pool and delivers it on the main thread. Main thread only.
+  void start(WebKitURISchemeRequest* request);
+
+  // Pure routing: /api/ paths to `api`, everything else to `file`. Any thread.
+  static HTTPReply answer(const SchemeRequest& request, const HostContext& host);
+  // The transport probe, the 503 before a folder is open, or the bridge's answer.
+  static HTTPReply api(const std::string& url, const SchemeRequest& request,
+                       const HostContext& host);
+  // A file of the _app folder; `head` leaves the body out.
+  static HTTPReply file(const std::string& url, const HostContext& host, bool head);
+  // The body bytes, or nothing when the body stream failed. Reads the stream
+  // through one reused 64 KiB buffer and closes it either way.
+  static std::optional<contracts::Bytes> requestBody(const SchemeRequest& request);
+
+  // The headers a reply goes out with: its own, with "Cache-Control" set to
+  // "no-store" and "Content-Length" to the body's byte count, replacing any
+  // such header the reply carried in whatever case.
+  static std::map<std::string, std::string> deliveryHeaders(const HTTPReply& reply);
+
+ private:
+  struct PendingRequest;
+
+  void deliver(HTTPReply reply, PendingRequest& pending);
+
+  std::shared_ptr<HostContext> host_;
+  WorkQueue queue_;
+  // Identities of requests started and not yet answered: the engine has no
+  // "stopped" notification, and finishing an abandoned request is a silent
+  // no-op, so this set only guards against finishing twice. Main thread only.
+  std::unordered_set<const void*> live_;
+};
+
+}  // namespace vorna::app

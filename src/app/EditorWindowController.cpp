@@ -1,0 +1,646 @@
+#include "app/EditorWindowController.h"
+
+#include <gtk/gtk.h>
+#include <webkit/webkit.h>
+
+#include <cstdio>
+#include <exception>
+
+#include "app/AppSchemeHandler.h"
+#include "app/BridgeMessageHandler.h"
+#include "app/EditorUrl.h"
+#include "app/FilePaths.h"
+#include "app/GUniquePtr.h"
+#include "app/JscJson.h"
+#include "app/MainThread.h"
+#include "app/NavigationPolicy.h"
+#include "app/SignalConnect.h"
+#include "app/UserDefaults.h"
+#include "app/UserScripts.h"
+#include "contracts/Json.h"
+
+namespace vorna::app {
+namespace {
+
+using Alive = std::weak_ptr<EditorWindowController*>;
+
+constexpr int kWidth = 1200;
+constexpr int kHeight = 800;
+
+// Runs a callback body so that no exception reaches GLib or WebKit.
+template <typename Body>
+void guarded(const char* what, Body&& body) {
+  try {
+    body();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "Vorna: %s failed: %s\n", what, error.what());
+  } catch (...) {
+    std::fprintf(stderr, "Vorna: %s failed\n", what);
+  }
+}
+
+struct UserScriptDeleter {
+  void operator()(WebKitUserScript* script) const { webkit_user_script_unref(script); }
+};
+struct ContentFilterDeleter {
+  void operator()(WebKitUserContentFilter* filter) const {
+    webkit_user_content_filter_unref(filter);
+  }
+};
+using UserScriptPtr = std::unique_ptr<WebKitUserScript, UserScriptDeleter>;
+using ContentFilterPtr = std::unique_ptr<WebKitUserContentFilter, ContentFilterDeleter>;
+
+// The user data of an async call: the controller, if it still exists.
+EditorWindowController* claim(gpointer data) {
+  std::unique_ptr<Alive> alive(static_cast<Alive*>(data));
+  std::shared_ptr<EditorWindowController*> self = alive->lock();
+  return self ? *self : nullptr;
+}
+
+std::string blockerIdentifier() {
+  GText digest(
+      g_compute_checksum_for_string(G_CHECKSUM_SHA256, NavigationPolicy::contentBlockRules(), -1));
+  return "vorna-external-" + std::string(digest.get()).substr(0, 16);
+}
+
+}  // namespace
+
+EditorWindowController::EditorWindowController(bool isSmoke, bool headless,
+                                               GtkApplication* application)
+    : EditorWindowController(isSmoke, headless, application, Seams{}) {}
+
+EditorWindowController::EditorWindowController(bool isSmoke, bool headless,
+                                               GtkApplication* application, Seams seams)
+    : isSmoke_(isSmoke),
+      headless_(isSmoke || headless),
+      seams_(std::move(seams)),
+      host_(std::make_shared<HostContext>(HostContext::locateAppDirectory())),
+      bridgeMessages_(std::make_unique<BridgeMessageHandler>(host_)),
+      cancellable_(GObjectPtr<GCancellable>::adopt(g_cancellable_new())) {
+  buildWebView();
+  buildWindow(application);
+  connectSignals(this);
+  installContentBlocker();
+}
+
+EditorWindowController::~EditorWindowController() {
+  alive_.reset();
+  g_cancellable_cancel(cancellable_.get());
+  if (bridge_) {
+    bridge_->stopWatching();
+  }
+  host_->setBridge(nullptr);
+  g_signal_handlers_disconnect_by_data(webView_.get(), this);
+  g_signal_handlers_disconnect_by_data(window_.get(), this);
+  g_signal_handlers_disconnect_by_data(contentManager_.get(), this);
+  bridgeMessages_->disconnect(contentManager_.get());
+  webkit_user_content_manager_unregister_script_message_handler(
+      contentManager_.get(), ShellMessageHandler::kName, nullptr);
+  if (!windowClosed_) {
+    gtk_window_destroy(window_.get());
+  }
+}
+
+void EditorWindowController::buildWebView() {
+  context_ = GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
+  webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+  AppSchemeHandler::registerWith(context_.get(), host_);
+
+  contentManager_ = GObjectPtr<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
+  std::vector<UserScript> scripts = UserScripts::all();
+  scripts.push_back(UserScripts::bodyGuard());
+  for (const UserScript& script : scripts) {
+    UserScriptPtr injected(
+        webkit_user_script_new(script.source.c_str(),
+                               script.mainFrameOnly ? WEBKIT_USER_CONTENT_INJECT_TOP_FRAME
+                                                    : WEBKIT_USER_CONTENT_INJECT_ALL_FRAMES,
+                               WEBKIT_USER_SCRIPT_INJECT_AT_DOCUMENT_START, nullptr, nullptr));
+    webkit_user_content_manager_add_script(contentManager_.get(), injected.get());
+  }
+  bridgeMessages_->connect(contentManager_.get());
+  webkit_user_content_manager_register_script_message_handler(contentManager_.get(),
+                                                              ShellMessageHandler::kName, nullptr);
+
+  auto settings = GObjectPtr<WebKitSettings>::adopt(webkit_settings_new());
+  webkit_settings_set_enable_javascript(settings.get(), TRUE);
+  webkit_settings_set_enable_developer_extras(settings.get(), TRUE);
+  webkit_settings_set_enable_back_forward_navigation_gestures(settings.get(), FALSE);
+
+  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(
+      g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "user-content-manager",
+                   contentManager_.get(), "settings", settings.get(), nullptr)));
+}
+
+void EditorWindowController::buildWindow(GtkApplication* application) {
+  window_ =
+      GObjectPtr<GtkWindow>::ref(GTK_WINDOW(g_object_new(GTK_TYPE_APPLICATION_WINDOW, nullptr)));
+  if (application != nullptr) {
+    gtk_window_set_application(window_.get(), application);
+  }
+  gtk_application_window_set_show_menubar(GTK_APPLICATION_WINDOW(window_.get()), TRUE);
+  gtk_window_set_title(window_.get(), "Vorna");
+  gtk_window_set_default_size(window_.get(), kWidth, kHeight);
+  gtk_window_set_child(window_.get(), GTK_WIDGET(webView_.get()));
+  // GTK places new windows itself; there is no centring to ask for.
+  if (!headless_) {
+    restoreFrame();
+  }
+
+  static const GActionEntry kWindowActions[] = {
+      {"close",
+       [](GSimpleAction*, GVariant*, gpointer data) {
+         gtk_window_close(static_cast<EditorWindowController*>(data)->window_.get());
+       },
+       nullptr,
+       nullptr,
+       nullptr,
+       {}},
+      {"minimize",
+       [](GSimpleAction*, GVariant*, gpointer data) {
+         gtk_window_minimize(static_cast<EditorWindowController*>(data)->window_.get());
+       },
+       nullptr,
+       nullptr,
+       nullptr,
+       {}},
+      {"zoom",
+       [](GSimpleAction*, GVariant*, gpointer data) {
+         GtkWindow* window = static_cast<EditorWindowController*>(data)->window_.get();
+         if (gtk_window_is_maximized(window)) {
+           gtk_window_unmaximize(window);
+         } else {
+           gtk_window_maximize(window);
+         }
+       },
+       nullptr,
+       nullptr,
+       nullptr,
+       {}},
+  };
+  g_action_map_add_action_entries(G_ACTION_MAP(window_.get()), kWindowActions,
+                                  G_N_ELEMENTS(kWindowActions), this);
+  // The Edit menu runs the engine's own editing commands on the page.
+  static const std::pair<const char*, const char*> kEditing[] = {
+      {"undo", WEBKIT_EDITING_COMMAND_UNDO},
+      {"redo", WEBKIT_EDITING_COMMAND_REDO},
+      {"cut", WEBKIT_EDITING_COMMAND_CUT},
+      {"copy", WEBKIT_EDITING_COMMAND_COPY},
+      {"paste", WEBKIT_EDITING_COMMAND_PASTE},
+      {"paste-as-plain-text", WEBKIT_EDITING_COMMAND_PASTE_AS_PLAIN_TEXT},
+      {"delete", "Delete"},
+      {"select-all", WEBKIT_EDITING_COMMAND_SELECT_ALL},
+  };
+  for (const auto& [name, command] : kEditing) {
+    auto action = GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));
+    g_object_set_data(G_OBJECT(action.get()), "vorna-command", const_cast<char*>(command));
+    connectSignal(
+        action.get(), "activate",
+        +[](GSimpleAction* activated, GVariant*, gpointer data) {
+          auto* self = static_cast<EditorWindowController*>(data);
+          const auto* editing =
+              static_cast<const char*>(g_object_get_data(G_OBJECT(activated), "vorna-command"));
+          webkit_web_view_execute_editing_command(self->webView_.get(), editing);
+        },
+        this);
+    g_action_map_add_action(G_ACTION_MAP(window_.get()), G_ACTION(action.get()));
+  }
+}
+
+void EditorWindowController::connectSignals(EditorWindowController* self) {
+  connectSignal(
+      self->window_.get(), "close-request",
+      +[](GtkWindow*, gpointer data) -> gboolean {
+        auto* controller = static_cast<EditorWindowController*>(data);
+        if (!controller->headless_) {
+          guarded("saving the window frame", [&] { controller->saveFrame(); });
+        }
+        return FALSE;
+      },
+      self);
+  connectSignal(
+      self->window_.get(), "destroy",
+      +[](GtkWidget*, gpointer data) {
+        static_cast<EditorWindowController*>(data)->windowClosed_ = true;
+      },
+      self);
+
+  connectSignal(
+      self->contentManager_.get(), "script-message-received::vornaShell",
+      +[](WebKitUserContentManager*, JSCValue* value, gpointer data) {
+        guarded("a shell message", [&] {
+          static_cast<EditorWindowController*>(data)->shellMessages_.receive(jsonFromJsc(value));
+        });
+      },
+      self);
+
+  connectSignal(
+      self->webView_.get(), "decide-policy",
+      +[](WebKitWebView*, WebKitPolicyDecision* decision, WebKitPolicyDecisionType type,
+          gpointer data) -> gboolean {
+        auto* controller = static_cast<EditorWindowController*>(data);
+        bool allow = false;
+        guarded("a navigation decision", [&] {
+          if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
+            auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
+            const char* uri =
+                webkit_uri_request_get_uri(webkit_response_policy_decision_get_request(response));
+            // Unsupported types would otherwise turn into downloads.
+            allow = NavigationPolicy::allowsResponse(
+                        uri == nullptr ? "" : uri,
+                        webkit_response_policy_decision_is_main_frame_main_resource(response)) &&
+                    webkit_response_policy_decision_is_mime_type_supported(response);
+            return;
+          }
+          WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
+              WEBKIT_NAVIGATION_POLICY_DECISION(decision));
+          const char* uri =
+              webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
+          std::string url = uri == nullptr ? "" : uri;
+          bool link = webkit_navigation_action_get_navigation_type(action) ==
+                      WEBKIT_NAVIGATION_TYPE_LINK_CLICKED;
+          // The engine does not say which frame a navigation is for. So about:,
+          // blob: and data: pass here for every frame; a main-frame blob: or
+          // data: document is then refused by the response decision (and the
+          // engine refuses top-level data: itself), but a main-frame about:
+          // page has no response and cannot be told from a sub-frame's.
+          NavigationDecision decided =
+              type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION
+                  ? NavigationPolicy::decideNewWindow(url, link)
+                  : NavigationPolicy::decide(url, link, NavigationPolicy::Frame::unknown);
+          controller->countNavigation(decided, url);
+          allow = decided.allow;
+        });
+        if (allow) {
+          webkit_policy_decision_use(decision);
+        } else {
+          webkit_policy_decision_ignore(decision);
+        }
+        return TRUE;
+      },
+      self);
+
+  connectSignal(
+      self->webView_.get(), "create",
+      +[](WebKitWebView*, WebKitNavigationAction* action, gpointer data) -> GtkWidget* {
+        guarded("a new-window request", [&] {
+          const char* uri =
+              webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
+          std::string url = uri == nullptr ? "" : uri;
+          bool link = webkit_navigation_action_get_navigation_type(action) ==
+                      WEBKIT_NAVIGATION_TYPE_LINK_CLICKED;
+          static_cast<EditorWindowController*>(data)->countNavigation(
+              NavigationPolicy::decideNewWindow(url, link), url);
+        });
+        return nullptr;
+      },
+      self);
+
+  connectSignal(
+      self->webView_.get(), "load-changed",
+      +[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
+        if (event == WEBKIT_LOAD_FINISHED) {
+          guarded("a finished load",
+                  [&] { static_cast<EditorWindowController*>(data)->finishLoad(true); });
+        }
+      },
+      self);
+  connectSignal(
+      self->webView_.get(), "load-failed",
+      +[](WebKitWebView*, WebKitLoadEvent, char*, GError*, gpointer data) -> gboolean {
+        guarded("a failed load",
+                [&] { static_cast<EditorWindowController*>(data)->finishLoad(false); });
+        return FALSE;
+      },
+      self);
+
+  connectSignal(
+      self->webView_.get(), "web-process-terminated",
+      +[](WebKitWebView*, WebKitWebProcessTerminationReason reason, gpointer) {
+        const char* why = reason == WEBKIT_WEB_PROCESS_CRASHED ? "it crashed"
+                          : reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT
+                              ? "it exceeded its memory limit"
+                              : "the host ended it";
+        std::fprintf(stderr, "Vorna: the editor's web process ended: %s\n", why);
+      },
+      nullptr);
+
+  connectSignal(
+      self->webView_.get(), "script-dialog",
+      +[](WebKitWebView*, WebKitScriptDialog* dialog, gpointer data) -> gboolean {
+        auto* controller = static_cast<EditorWindowController*>(data);
+        switch (webkit_script_dialog_get_dialog_type(dialog)) {
+          case WEBKIT_SCRIPT_DIALOG_ALERT:
+            break;
+          case WEBKIT_SCRIPT_DIALOG_BEFORE_UNLOAD_CONFIRM:
+            webkit_script_dialog_confirm_set_confirmed(dialog, TRUE);
+            return TRUE;
+          default:
+            return TRUE;  // confirm answers false and prompt null, as with no dialog at all
+        }
+        controller->showAlert(dialog);
+        return TRUE;
+      },
+      self);
+
+  connectSignal(
+      self->webView_.get(), "run-file-chooser",
+      +[](WebKitWebView*, WebKitFileChooserRequest* request, gpointer data) -> gboolean {
+        static_cast<EditorWindowController*>(data)->chooseFiles(request);
+        return TRUE;
+      },
+      self);
+}
+
+namespace {
+
+// A file chooser shown for a file input, with the request it answers; owned
+// by the chooser's response and released there.
+struct FileChoice {
+  GObjectPtr<GtkFileChooserNative> chooser;
+  GObjectPtr<WebKitFileChooserRequest> request;
+};
+
+}  // namespace
+
+void EditorWindowController::chooseFiles(WebKitFileChooserRequest* request) {
+  // The engine does not pass on a request for folders; file inputs pick files.
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  auto* choice =
+      new FileChoice{GObjectPtr<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
+                         "Open", window_.get(), GTK_FILE_CHOOSER_ACTION_OPEN, "Open", "Cancel")),
+                     GObjectPtr<WebKitFileChooserRequest>::ref(request)};
+  GtkFileChooser* chooser = GTK_FILE_CHOOSER(choice->chooser.get());
+  gtk_file_chooser_set_select_multiple(chooser,
+                                       webkit_file_chooser_request_get_select_multiple(request));
+  if (GtkFileFilter* filter = webkit_file_chooser_request_get_mime_types_filter(request)) {
+    gtk_file_chooser_add_filter(chooser, filter);
+  }
+  gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(chooser), TRUE);
+  connectSignal(
+      chooser, "response",
+      +[](GtkNativeDialog* dialog, int response, gpointer data) {
+        std::unique_ptr<FileChoice> owned(static_cast<FileChoice*>(data));
+        std::vector<std::string> paths;
+        if (response == GTK_RESPONSE_ACCEPT) {
+          auto files =
+              GObjectPtr<GListModel>::adopt(gtk_file_chooser_get_files(GTK_FILE_CHOOSER(dialog)));
+          for (guint i = 0; i < g_list_model_get_n_items(files.get()); ++i) {
+            auto file = GObjectPtr<GFile>::adopt(G_FILE(g_list_model_get_item(files.get(), i)));
+            GText path(g_file_get_path(file.get()));
+            if (path) {
+              paths.emplace_back(path.get());
+            }
+          }
+        }
+        if (paths.empty()) {
+          webkit_file_chooser_request_cancel(owned->request.get());
+          return;
+        }
+        std::vector<const char*> list;
+        for (const std::string& path : paths) {
+          list.push_back(path.c_str());
+        }
+        list.push_back(nullptr);
+        webkit_file_chooser_request_select_files(owned->request.get(), list.data());
+      },
+      choice);
+  gtk_native_dialog_show(GTK_NATIVE_DIALOG(chooser));
+  G_GNUC_END_IGNORE_DEPRECATIONS
+}
+
+namespace {
+
+struct ScriptDialogDeleter {
+  void operator()(WebKitScriptDialog* dialog) const { webkit_script_dialog_unref(dialog); }
+};
+using ScriptDialogPtr = std::unique_ptr<WebKitScriptDialog, ScriptDialogDeleter>;
+
+}  // namespace
+
+void EditorWindowController::showAlert(WebKitScriptDialog* dialog) {
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  GtkWidget* alert = gtk_message_dialog_new(
+      window_.get(), static_cast<GtkDialogFlags>(GTK_DIALOG_MODAL | GTK_DIALOG_DESTROY_WITH_PARENT),
+      GTK_MESSAGE_INFO, GTK_BUTTONS_OK, "%s", webkit_script_dialog_get_message(dialog));
+  G_GNUC_END_IGNORE_DEPRECATIONS
+  // The page waits in alert() until the dialog is closed.
+  connectSignal(
+      alert, "response",
+      +[](GtkWidget* shown, int, gpointer data) {
+        ScriptDialogPtr held(static_cast<WebKitScriptDialog*>(data));
+        webkit_script_dialog_close(held.get());
+        gtk_window_destroy(GTK_WINDOW(shown));
+      },
+      webkit_script_dialog_ref(dialog));
+  gtk_window_present(GTK_WINDOW(alert));
+}
+
+void EditorWindowController::installContentBlocker() {
+  GText folder(g_build_filename(g_get_user_cache_dir(), "vorna", "content-filters", nullptr));
+  filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
+      webkit_user_content_filter_store_new(folder.get()));
+  std::string identifier = blockerIdentifier();
+  // A filter compiled by an earlier run is reused; otherwise it is compiled now.
+  webkit_user_content_filter_store_load(
+      filterStore_.get(), identifier.c_str(), cancellable_.get(),
+      [](GObject* source, GAsyncResult* result, gpointer data) {
+        EditorWindowController* self = claim(data);
+        auto* store = WEBKIT_USER_CONTENT_FILTER_STORE(source);
+        ContentFilterPtr filter(
+            webkit_user_content_filter_store_load_finish(store, result, nullptr));
+        if (self == nullptr) {
+          return;
+        }
+        if (filter) {
+          self->contentBlockerInstalled(filter.get(), "");
+          return;
+        }
+        GBytesPtr rules(g_bytes_new_static(
+            NavigationPolicy::contentBlockRules(),
+            std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
+        webkit_user_content_filter_store_save(
+            store, blockerIdentifier().c_str(), rules.get(), self->cancellable_.get(),
+            [](GObject* saver, GAsyncResult* saved, gpointer held) {
+              EditorWindowController* controller = claim(held);
+              GError* error = nullptr;
+              ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
+                  WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
+              GErrorPtr owned(error);
+              if (controller != nullptr) {
+                controller->contentBlockerInstalled(compiled.get(),
+                                                    owned ? owned->message : "unknown error");
+              }
+            },
+            new Alive(self->alive_));
+      },
+      new Alive(alive_));
+}
+
+void EditorWindowController::contentBlockerInstalled(WebKitUserContentFilter* filter,
+                                                     const std::string& failure) {
+  if (filter == nullptr) {
+    // Without the blocker images and fetches could reach the network, so the
+    // editor is not loaded at all.
+    contentBlockerFailed_ = true;
+    pendingUrl_.reset();
+    presentError("Could not start the editor safely", failure);
+    return;
+  }
+  webkit_user_content_manager_add_filter(contentManager_.get(), filter);
+  contentBlockerReady_ = true;
+  if (pendingUrl_ && !windowClosed_) {
+    webkit_web_view_load_uri(webView_.get(), pendingUrl_->c_str());
+  }
+  pendingUrl_.reset();
+}
+
+void EditorWindowController::load(const std::optional<std::string>& folder,
+                                  const std::optional<std::string>& page) {
+  std::string url = editorUrl(folder, page);
+  if (windowClosed_ || contentBlockerFailed_) {
+    return;
+  }
+  if (!contentBlockerReady_) {
+    pendingUrl_ = url;
+    return;
+  }
+  webkit_web_view_load_uri(webView_.get(), url.c_str());
+}
+
+void EditorWindowController::openFolder(const std::string& folder,
+                                        const std::optional<std::string>& page) {
+  if (bridge_) {
+    bridge_->stopWatching();
+    bridge_.reset();
+  }
+  host_->setBridge(nullptr);
+
+  std::string standard = standardizedPath(folder);
+  std::shared_ptr<contracts::BridgeHandling> bridge;
+  try {
+    bridge = seams_.makeBridge(standard);
+    if (!bridge) {
+      throw std::runtime_error("no bridge was built for " + standard);
+    }
+  } catch (const std::exception& error) {
+    presentError("Could not open that folder", error.what());
+    return;
+  }
+  bridge_ = bridge;
+  host_->setBridge(bridge);
+  folder_ = standard;
+  bridge->startWatching([alive = Alive(alive_)](const contracts::WorkspaceChange& change) {
+    postToMainThread([alive, change] {
+      if (auto self = alive.lock()) {
+        (*self)->deliver(change);
+      }
+    });
+  });
+  load(standard, page);
+}
+
+void EditorWindowController::useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {
+  bridge_ = bridge;
+  host_->setBridge(std::move(bridge));
+}
+
+std::optional<std::string> EditorWindowController::changeScript(
+    const contracts::WorkspaceChange& change) {
+  std::string json = contracts::writeJson(change.jsonObject());
+  if (json == "{}") {
+    return std::nullopt;  // the writer's answer when the change will not encode
+  }
+  return "window.vornaHost && window.vornaHost.emit(" + json + ")";
+}
+
+void EditorWindowController::deliver(const contracts::WorkspaceChange& change) {
+  std::optional<std::string> script = changeScript(change);
+  if (!script || windowClosed_) {
+    return;
+  }
+  webkit_web_view_evaluate_javascript(webView_.get(), script->c_str(),
+                                      static_cast<gssize>(script->size()), nullptr, nullptr,
+                                      nullptr, nullptr, nullptr);
+}
+
+void EditorWindowController::presentError(const std::string& title, const std::string& detail) {
+  if (headless_ || windowClosed_) {
+    std::fprintf(stderr, "Vorna: %s: %s\n", title.c_str(), detail.c_str());
+    return;
+  }
+  G_GNUC_BEGIN_IGNORE_DEPRECATIONS
+  GtkWidget* alert = gtk_message_dialog_new(
+      window_.get(), static_cast<GtkDialogFlags>(GTK_DIALOG_MODAL | GTK_DIALOG_DESTROY_WITH_PARENT),
+      GTK_MESSAGE_WARNING, GTK_BUTTONS_OK, "%s", title.c_str());
+  gtk_message_dialog_format_secondary_text(GTK_MESSAGE_DIALOG(alert), "%s", detail.c_str());
+  connectSignal(
+      alert, "response",
+      +[](GtkDialog* shown, int, gpointer) { gtk_window_destroy(GTK_WINDOW(shown)); }, nullptr);
+  G_GNUC_END_IGNORE_DEPRECATIONS
+  gtk_window_present(GTK_WINDOW(alert));
+}
+
+void EditorWindowController::present() {
+  if (!windowClosed_) {
+    gtk_window_present(window_.get());
+  }
+}
+
+void EditorWindowController::openWithDefaultBrowser(const std::string& url) {
+  g_app_info_launch_default_for_uri_async(
+      url.c_str(), nullptr, nullptr,
+      [](GObject*, GAsyncResult* result, gpointer data) {
+        GText uri(static_cast<char*>(data));
+        GError* error = nullptr;
+        if (!g_app_info_launch_default_for_uri_finish(result, &error)) {
+          GErrorPtr owned(error);
+          std::fprintf(stderr, "Vorna: could not open %s: %s\n", uri.get(), owned->message);
+        }
+      },
+      g_strdup(url.c_str()));
+}
+
+void EditorWindowController::countNavigation(const NavigationDecision& decision,
+                                             const std::string& url) {
+  if (decision.blocksExternal) {
+    blockedExternalNavigation_ = true;
+  }
+  if (decision.launchesExternal) {
+    ++externalOpenAttempts_;
+    if (!isSmoke_) {
+      seams_.openExternally(url);
+    }
+  }
+}
+
+void EditorWindowController::finishLoad(bool success) {
+  std::function<void(bool)> callback = std::move(didFinishLoad_);
+  didFinishLoad_ = nullptr;
+  if (callback) {
+    callback(success);
+  }
+}
+
+void EditorWindowController::restoreFrame() {
+  std::optional<WindowFrame> frame =
+      UserDefaults(UserDefaults::standardPath()).windowFrame(UserDefaults::kWindowAutosaveName);
+  if (!frame) {
+    return;
+  }
+  gtk_window_set_default_size(window_.get(), frame->width, frame->height);
+  if (frame->maximized) {
+    gtk_window_maximize(window_.get());
+  }
+}
+
+void EditorWindowController::saveFrame() {
+  // GTK keeps the default size in step with the user's resizing, and keeps
+  // the size from before maximizing while the window is maximized.
+  WindowFrame frame;
+  gtk_window_get_default_size(window_.get(), &frame.width, &frame.height);
+  frame.maximized = gtk_window_is_maximized(window_.get()) != FALSE;
+  UserDefaults(UserDefaults::standardPath())
+      .setWindowFrame(UserDefaults::kWindowAutosaveName, frame);
+}
+
+}  // namespace vorna::app

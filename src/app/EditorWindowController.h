@@ -1,0 +1,141 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/AppWiring.h"
+#include "app/GObjectPtr.h"
+#include "app/HostContext.h"
+#include "app/NavigationDecision.h"
+#include "app/ShellMessageHandler.h"
+#include "contracts/BridgeHandling.h"
+#include "contracts/WorkspaceChange.h"
+
+typedef struct _GCancellable GCancellable;
+typedef struct _GtkApplication GtkApplication;
+typedef struct _GtkWindow GtkWindow;
+typedef struct _WebKitFileChooserRequest WebKitFileChooserRequest;
+typedef struct _WebKitScriptDialog WebKitScriptDialog;
+typedef struct _WebKitUserContentFilter WebKitUserContentFilter;
+typedef struct _WebKitUserContentFilterStore WebKitUserContentFilterStore;
+typedef struct _WebKitUserContentManager WebKitUserContentManager;
+typedef struct _WebKitWebContext WebKitWebContext;
+typedef struct _WebKitWebView WebKitWebView;
+
+namespace vorna::app {
+
+class BridgeMessageHandler;
+
+// Owns the single editor window and the web view in it: the vorna: scheme,
+// both /api transports, the injected scripts, the navigation policy and the
+// content blocker that keep the page on the host, and the open folder's
+// bridge. Everything here runs on the main thread.
+class EditorWindowController {
+ public:
+  // Hands a web link to the desktop's default browser.
+  using ExternalOpener = std::function<void(const std::string& url)>;
+
+  // What tests replace: how bridges are built and how links leave the host.
+  struct Seams {
+    BridgeFactory makeBridge = AppWiring::makeBridge;
+    ExternalOpener openExternally = openWithDefaultBrowser;
+  };
+
+  // `headless` is forced on in smoke mode: errors go to standard error and
+  // the window's size is neither restored nor saved. With an application the
+  // window belongs to it (menu bar, window actions, quit on last close).
+  EditorWindowController(bool isSmoke, bool headless, GtkApplication* application = nullptr);
+  EditorWindowController(bool isSmoke, bool headless, GtkApplication* application, Seams seams);
+  ~EditorWindowController();
+  EditorWindowController(const EditorWindowController&) = delete;
+  EditorWindowController& operator=(const EditorWindowController&) = delete;
+
+  // Loads the editor page with the folder (and its page) in the query. Until
+  // the content blocker is in place the load waits; only the last one runs.
+  void load(const std::optional<std::string>& folder, const std::optional<std::string>& page);
+
+  // Switches to a folder: the old bridge stops watching and is dropped before
+  // the new one is built. On failure the window keeps what it shows, without
+  // a bridge, and the user is told "Could not open that folder".
+  void openFolder(const std::string& folder, const std::optional<std::string>& page);
+
+  // Installs a bridge without watching (the smoke test's read-only one).
+  void useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge);
+
+  // Hands one workspace change to the page's window.vornaHost.emit.
+  void deliver(const contracts::WorkspaceChange& change);
+
+  // An alert, or "Vorna: {title}: {detail}" on standard error when headless.
+  void presentError(const std::string& title, const std::string& detail);
+
+  // Shows the window and brings it to the front.
+  void present();
+
+  // Called once with true when the next page load finishes, false when it fails.
+  void setDidFinishLoad(std::function<void(bool)> callback) {
+    didFinishLoad_ = std::move(callback);
+  }
+
+  // The script that delivers a change; nothing when the change cannot be
+  // written as JSON.
+  static std::optional<std::string> changeScript(const contracts::WorkspaceChange& change);
+
+  static void openWithDefaultBrowser(const std::string& url);
+
+  bool isSmoke() const { return isSmoke_; }
+  bool headless() const { return headless_; }
+  bool blockedExternalNavigation() const { return blockedExternalNavigation_; }
+  int externalOpenAttempts() const { return externalOpenAttempts_; }
+  const std::shared_ptr<HostContext>& host() const { return host_; }
+  const std::shared_ptr<contracts::BridgeHandling>& bridge() const { return bridge_; }
+  const std::optional<std::string>& folder() const { return folder_; }
+  ShellMessageHandler& shellMessages() { return shellMessages_; }
+  WebKitWebView* webView() const { return webView_.get(); }
+  GtkWindow* window() const { return window_.get(); }
+  // True once the content blocker is installed and loads go ahead.
+  bool contentBlockerReady() const { return contentBlockerReady_; }
+
+ private:
+  void buildWebView();
+  void buildWindow(GtkApplication* application);
+  void installContentBlocker();
+  // Adds the compiled blocker and lets the waiting load go; with none, loads nothing.
+  void contentBlockerInstalled(WebKitUserContentFilter* filter, const std::string& failure);
+  void countNavigation(const NavigationDecision& decision, const std::string& url);
+  void finishLoad(bool success);
+  void chooseFiles(WebKitFileChooserRequest* request);
+  void showAlert(WebKitScriptDialog* dialog);
+  void restoreFrame();
+  void saveFrame();
+
+  static void connectSignals(EditorWindowController* self);
+
+  const bool isSmoke_;
+  const bool headless_;
+  Seams seams_;
+  std::shared_ptr<HostContext> host_;
+  std::unique_ptr<BridgeMessageHandler> bridgeMessages_;
+  ShellMessageHandler shellMessages_;
+  GObjectPtr<WebKitWebContext> context_;
+  GObjectPtr<WebKitUserContentManager> contentManager_;
+  GObjectPtr<WebKitUserContentFilterStore> filterStore_;
+  GObjectPtr<GCancellable> cancellable_;
+  GObjectPtr<WebKitWebView> webView_;
+  GObjectPtr<GtkWindow> window_;
+  bool windowClosed_ = false;
+  bool contentBlockerReady_ = false;
+  bool contentBlockerFailed_ = false;
+  std::optional<std::string> pendingUrl_;
+  bool blockedExternalNavigation_ = false;
+  int externalOpenAttempts_ = 0;
+  std::function<void(bool)> didFinishLoad_;
+  std::shared_ptr<contracts::BridgeHandling> bridge_;
+  std::optional<std::string> folder_;
+  // Callbacks that outlive a call (async results, posted work, watcher
+  // events) hold this weakly and do nothing once the controller is gone.
+  std::shared_ptr<EditorWindowController*> alive_ = std::make_shared<EditorWindowController*>(this);
+};
+
+}  // namespace vorna::app

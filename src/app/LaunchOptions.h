@@ -1,0 +1,32 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vorna::app {
+
+// What the command line asks for. Fixed once scanned.
+struct LaunchOptions {
+  bool isSmoke = false;                        // --smoke had a value
+  bool isE2E = false;                          // --e2e gave a folder and --scenario had a value
+  std::optional<std::string> smokeFolder;      // standardized
+  std::optional<std::string> requestedFolder;  // from --open
+  std::optional<std::string> requestedPage;
+  std::optional<std::string> e2eFolder;
+  std::optional<std::string> e2ePage;
+  std::optional<std::string> e2eScenario;
+  // The arguments that are neither flags nor flag values, in order: what the
+  // desktop passes for "Open with", handed on as requests to open.
+  std::vector<std::string> openRequests;
+
+  // Scans left to right. Each of --smoke, --open, --e2e and --scenario takes
+  // the next argument as its value whatever it looks like, and the scan goes
+  // on after it; a flag as the last argument is ignored; a flag given twice
+  // keeps its last value. `arguments` excludes the program's own path.
+  static LaunchOptions scan(const std::vector<std::string>& arguments);
+
+  bool selfTest() const { return isSmoke || isE2E; }
+};
+
+}  // namespace vorna::app

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <gio/gio.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "app/GObjectPtr.h"
+
+typedef struct _GtkApplication GtkApplication;
+
+namespace vorna::app {
+
+// The menu bar of the interactive mode. Items name actions: "app.*" ones are
+// the application's (about, quit, open, bring-all-to-front), "win.*" ones the
+// editor window's (close, the editing commands, minimize, zoom).
+struct MainMenu {
+  MainMenu() = delete;
+
+  // Four submenus: the application's (titled with the name, since a GTK menu
+  // bar has no place for an untitled one), "File", "Edit" and "Window";
+  // separators are sections.
+  static GObjectPtr<GMenu> build(const std::string& appName);
+
+  // Action name and accelerator, Control standing for the Command key.
+  static const std::vector<std::pair<std::string, std::string>>& accelerators();
+
+  // Sets the menu bar and the accelerators on the application. Main thread.
+  static void install(GtkApplication* application, const std::string& appName);
+};
+
+}  // namespace vorna::app

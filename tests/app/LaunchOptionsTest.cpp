@@ -1,0 +1,103 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "app/AppDelegate.h"
+#include "app/FilePaths.h"
+#include "app/LaunchOptions.h"
+#include "app/PageTarget.h"
+
+namespace vorna::app {
+namespace {
+
+namespace fs = std::filesystem;
+using Args = std::vector<std::string>;
+
+class LaunchOptionsTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    site = fs::temp_directory_path() / ("vorna-launch-" + std::to_string(::getpid())) / "my site";
+    fs::create_directories(site);
+    std::ofstream(site / "a.HTML") << "<p>a</p>";
+    std::ofstream(site / "notes.txt") << "notes";
+  }
+  void TearDown() override { fs::remove_all(site.parent_path()); }
+  fs::path site;
+};
+
+TEST_F(LaunchOptionsTest, OpenTakesAFolderOrAPageInItsFolder) {
+  LaunchOptions folder = LaunchOptions::scan({"--open", (site / "." / "").string()});
+  EXPECT_EQ(folder.requestedFolder, site.string());
+  EXPECT_EQ(folder.requestedPage, std::nullopt);
+  LaunchOptions page = LaunchOptions::scan({"--open", (site / "a.HTML").string()});
+  EXPECT_EQ(page.requestedFolder, site.string());
+  EXPECT_EQ(page.requestedPage, "a.HTML");
+  for (const char* other : {"notes.txt", "missing.html"}) {
+    LaunchOptions refused = LaunchOptions::scan({"--open", (site / other).string()});
+    EXPECT_EQ(refused.requestedFolder, std::nullopt) << other;
+    EXPECT_EQ(refused.requestedPage, std::nullopt) << other;
+  }
+  EXPECT_FALSE(folder.selfTest());
+}
+
+TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
+  LaunchOptions last = LaunchOptions::scan({"x", "--open"});
+  EXPECT_EQ(last.requestedFolder, std::nullopt);
+  EXPECT_EQ(last.openRequests, (Args{"x"}));
+
+  LaunchOptions swallowed = LaunchOptions::scan({"--scenario", "--smoke", "x"});
+  EXPECT_EQ(swallowed.e2eScenario, "--smoke");
+  EXPECT_FALSE(swallowed.isSmoke);
+  EXPECT_FALSE(swallowed.isE2E);
+  EXPECT_EQ(swallowed.openRequests, (Args{"x"}));
+
+  LaunchOptions twice = LaunchOptions::scan({"--smoke", "/a/../b", "--smoke", "relative/./dir/"});
+  EXPECT_TRUE(twice.isSmoke);
+  EXPECT_EQ(twice.smokeFolder, standardizedPath(fs::current_path().string() + "/relative/dir"));
+}
+
+TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
+  EXPECT_FALSE(LaunchOptions::scan({"--e2e", site.string()}).isE2E);
+  EXPECT_FALSE(
+      LaunchOptions::scan({"--e2e", (site / "missing").string(), "--scenario", "s"}).isE2E);
+  LaunchOptions run =
+      LaunchOptions::scan({"--scenario", "save", "--e2e", (site / "a.HTML").string()});
+  EXPECT_TRUE(run.isE2E);
+  EXPECT_TRUE(run.selfTest());
+  EXPECT_EQ(run.e2eFolder, site.string());
+  EXPECT_EQ(run.e2ePage, "a.HTML");
+  EXPECT_EQ(run.e2eScenario, "save");
+}
+
+TEST_F(LaunchOptionsTest, AnOpenRequestTakesTheFirstFolderOrPage) {
+  std::string page = (site / "a.HTML").string();
+  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string(), "/nowhere", page}),
+            (PageTarget{site.string(), "a.HTML"}));
+  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
+  EXPECT_TRUE(isPageExtension("HtM"));
+  EXPECT_FALSE(isPageExtension("xhtml"));
+}
+
+TEST(FirstTargetTest, PendingThenRequestedThenRemembered) {
+  PageTarget pending{"/p", "p.html"};
+  PageTarget requested{"/r", "r.html"};
+  std::optional<std::string> remembered = "/m";
+  EXPECT_EQ(AppDelegate::firstTarget(pending, requested, remembered), pending);
+  EXPECT_EQ(AppDelegate::firstTarget({}, requested, remembered), requested);
+  EXPECT_EQ(AppDelegate::firstTarget({}, {}, remembered), (PageTarget{"/m", std::nullopt}));
+  EXPECT_EQ(AppDelegate::firstTarget({}, {}, std::nullopt), PageTarget{});
+}
+
+TEST(FilePathsTest, StandardizingFoldsDotsButKeepsLinks) {
+  EXPECT_EQ(standardizedPath("/a/./b//c/../d/"), "/a/b/d");
+  EXPECT_EQ(standardizedPath("/../.."), "/");
+  EXPECT_EQ(standardizedPath("/"), "/");
+  EXPECT_EQ(lowerExtension("/w/Page.HTM"), "htm");
+  EXPECT_EQ(lowerExtension("/w/.hidden"), "");
+  EXPECT_EQ(lowerExtension("/w.d/README"), "");
+}
+
+}  // namespace
+}  // namespace vorna::app

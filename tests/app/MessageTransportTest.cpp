@@ -1,0 +1,73 @@
+#include <gtest/gtest.h>
+
+#include "app/Base64.h"
+#include "app/BridgeMessage.h"
+#include "app/MessageReply.h"
+
+namespace vorna::app {
+namespace {
+
+using contracts::Json;
+
+TEST(Base64Test, EncodesTheStandardVectors) {
+  const std::pair<const char*, const char*> vectors[] = {
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
+  for (const auto& [plain, encoded] : vectors) {
+    EXPECT_EQ(base64Encode(plain), encoded);
+    EXPECT_EQ(base64Decode(encoded), plain);
+  }
+  std::string every;
+  for (int i = 0; i < 256; ++i) {
+    every += static_cast<char>(i);
+  }
+  EXPECT_EQ(base64Decode(base64Encode(every)), every);
+  EXPECT_EQ(base64Encode("\xfb\xff"), "+/8=");
+}
+
+TEST(Base64Test, RefusesAnythingThatIsNotStrictBase64) {
+  for (const char* text : {"Zg", "Zg=", "Z===", "====", "Zm9v\n", "Zm 9v",
+                           "Zg==Zg==", "Zm9v-_==", "Zm=v", "vorna!!!"}) {
+    EXPECT_EQ(base64Decode(text), std::nullopt) << text;
+  }
+}
+
+TEST(BridgeMessageTest, AbsentOrMistypedKeysTakeTheirDefaults) {
+  EXPECT_EQ(BridgeMessage::decode(Json::object()), (BridgeMessage{"GET", "", {}, {}, ""}));
+  Json message = {{"method", 5},
+                  {"op", "file"},
+                  {"query", {{"path", "/w/a.html"}, {"n", 1}, {"flag", true}}},
+                  {"headers", "X-VN-Base: ab"},
+                  {"bodyBase64", "YWJj"}};
+  EXPECT_EQ(BridgeMessage::decode(message),
+            (BridgeMessage{"GET", "file", {{"path", "/w/a.html"}}, {}, "abc"}));
+}
+
+TEST(BridgeMessageTest, InvalidBase64IsAnEmptyBodyAndNonObjectsAreRefused) {
+  std::optional<BridgeMessage> decoded = BridgeMessage::decode(
+      {{"method", "PUT"}, {"headers", {{"x-vn-base", "ab"}}}, {"bodyBase64", "YWJj\n"}});
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->body, "");
+  EXPECT_EQ(decoded->headers, (std::map<std::string, std::string>{{"x-vn-base", "ab"}}));
+  for (const Json& notAnObject : {Json("plain"), Json::array({1}), Json(nullptr), Json(3)}) {
+    EXPECT_EQ(BridgeMessage::decode(notAnObject), std::nullopt) << notAnObject;
+  }
+}
+
+TEST(MessageReplyTest, RepliesCarryNoStoreAndTheBodyInBase64) {
+  contracts::BridgeResponse response{
+      409, {{"cache-control", "max-age=5"}, {"X-VN-Fingerprint", "ab"}}, "conflict"};
+  EXPECT_EQ(MessageReply::from(response),
+            (MessageReply{409,
+                          {{"Cache-Control", "no-store"}, {"X-VN-Fingerprint", "ab"}},
+                          base64Encode("conflict")}));
+  MessageReply json = {
+      200, {{"Cache-Control", "no-store"}, {"Content-Type", "application/json"}}, ""};
+  json.bodyBase64 = base64Encode(R"({"bytes":16})");
+  EXPECT_EQ(MessageReply::probe(16), json);
+  json.status = 503;
+  json.bodyBase64 = base64Encode(R"({"error":"no workspace open"})");
+  EXPECT_EQ(MessageReply::noWorkspace(), json);
+}
+
+}  // namespace
+}  // namespace vorna::app

@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+#include <jsc/jsc.h>
+
+#include "app/GObjectPtr.h"
+#include "app/GUniquePtr.h"
+#include "app/JscJson.h"
+#include "app/UserScripts.h"
+
+namespace vorna::app {
+namespace {
+
+using contracts::Json;
+
+// JavaScriptCore runs without a display or a web view.
+class PageScriptsTest : public ::testing::Test {
+ protected:
+  JSCValue* evaluate(const char* code) {
+    values.push_back(GObjectPtr<JSCValue>::adopt(jsc_context_evaluate(context.get(), code, -1)));
+    return values.back().get();
+  }
+  GObjectPtr<JSCContext> context = GObjectPtr<JSCContext>::adopt(jsc_context_new());
+  std::vector<GObjectPtr<JSCValue>> values;
+};
+
+TEST_F(PageScriptsTest, TwoShimsInTheMainFrameThenTheGuardEverywhere) {
+  ASSERT_EQ(UserScripts::all().size(), 2u);
+  EXPECT_TRUE(UserScripts::all()[0].mainFrameOnly);
+  EXPECT_TRUE(UserScripts::all()[1].mainFrameOnly);
+  EXPECT_FALSE(UserScripts::bodyGuard().mainFrameOnly);
+  EXPECT_NE(UserScripts::all()[0].source.find("__vorna_probe__"), std::string::npos);
+  EXPECT_NE(UserScripts::all()[1].source.find("'/api/__probe'"), std::string::npos);
+  std::vector<std::string> sources = {UserScripts::all()[0].source, UserScripts::all()[1].source,
+                                      UserScripts::bodyGuard().source};
+  for (const std::string& source : sources) {
+    JSCException* raw = nullptr;
+    JSCCheckSyntaxResult result =
+        jsc_context_check_syntax(context.get(), source.c_str(), static_cast<gssize>(source.size()),
+                                 JSC_CHECK_SYNTAX_MODE_SCRIPT, "shim.js", 1, &raw);
+    auto exception = GObjectPtr<JSCException>::adopt(raw);
+    EXPECT_EQ(result, JSC_CHECK_SYNTAX_RESULT_SUCCESS)
+        << (exception ? jsc_exception_get_message(exception.get()) : "") << "\n"
+        << source;
+  }
+}
+
+TEST_F(PageScriptsTest, TheBridgeShimsBase64CopesWithLargeBodies) {
+  // The shim's own helpers, run on a body larger than one 32 KiB slice.
+  std::string source = UserScripts::all()[1].source;
+  size_t from = source.find("  function bytesToBase64");
+  size_t to = source.find("  async function viaMessage");
+  ASSERT_NE(from, std::string::npos);
+  std::string helpers = source.substr(from, to - from);
+  std::string script = "var btoa = (s) => s.length + ':' + s.charCodeAt(70000);" + helpers +
+                       "var bytes = new Uint8Array(100000); bytes[70000] = 200;"
+                       "bytesToBase64(bytes);";
+  GText text(jsc_value_to_string(evaluate(script.c_str())));
+  EXPECT_STREQ(text.get(), "100000:200");
+}
+
+TEST_F(PageScriptsTest, MessagesBecomeJsonAsJsonStringifyWouldWriteThem) {
+  JSCValue* message = evaluate(
+      "({ method: 'PUT', n: 42, f: 1.5, big: 2 ** 60, b: true, nul: null, und: undefined,"
+      "   fn: function () {}, arr: [1, 'two', undefined], obj: { k: 'v', deep: { x: [] } },"
+      "   bytes: new Uint8Array([1, 2]) })");
+  std::optional<Json> json = jsonFromJsc(message);
+  ASSERT_TRUE(json);
+  EXPECT_EQ(*json, (Json{{"method", "PUT"},
+                         {"n", 42},
+                         {"f", 1.5},
+                         {"big", 1152921504606846976.0},
+                         {"b", true},
+                         {"nul", nullptr},
+                         {"arr", {1, "two", nullptr}},
+                         {"obj", {{"k", "v"}, {"deep", {{"x", Json::array()}}}}},
+                         {"bytes", {{"0", 1}, {"1", 2}}}}));
+  EXPECT_EQ(jsonFromJsc(evaluate("'plain'")), Json("plain"));
+  EXPECT_EQ(jsonFromJsc(evaluate("undefined")), std::nullopt);
+}
+
+TEST_F(PageScriptsTest, ACycleEndsInNullsInsteadOfRunningForever) {
+  std::optional<Json> json = jsonFromJsc(evaluate("var o = { name: 'loop' }; o.self = o; o"));
+  ASSERT_TRUE(json);
+  int depth = 0;
+  const Json* at = &*json;
+  while (at->is_object()) {
+    EXPECT_EQ((*at)["name"], "loop");
+    at = &(*at)["self"];
+    ++depth;
+  }
+  EXPECT_TRUE(at->is_null());
+  EXPECT_EQ(depth, 64);
+}
+
+}  // namespace
+}  // namespace vorna::app

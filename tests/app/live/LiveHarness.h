@@ -1,0 +1,31 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "app/EditorWindowController.h"
+#include "contracts/Json.h"
+
+namespace vorna::app::testing {
+
+using namespace std::chrono_literals;
+
+// Runs the main loop until `done` holds; false when `limit` passes first.
+bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 15s);
+
+// Runs an async function body in the page's world (it may await) and returns
+// what it returns, which must be a JSON text; the test fails on a script error
+// or time-out. `argument` is handed to the body as the string `arg`.
+contracts::Json runScript(EditorWindowController& controller, const std::string& body,
+                          const std::string& argument = "");
+
+// Loads the editor page (optionally with a folder) and waits for the load.
+void loadAndWait(EditorWindowController& controller,
+                 const std::optional<std::string>& folder = std::nullopt);
+
+// Controller options for tests: bridges from `factory`, links recorded in `opened`.
+EditorWindowController::Seams testSeams(BridgeFactory factory, std::vector<std::string>* opened);
+
+}  // namespace vorna::app::testing

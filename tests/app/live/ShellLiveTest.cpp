@@ -1,0 +1,582 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <gtk/gtk.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+
+#include "../support/FakeBridge.h"
+#include "LiveHarness.h"
+#include "LoopbackListener.h"
+#include "app/UserDefaults.h"
+#include "app/UserScripts.h"
+#include "storage/Fingerprint.h"
+
+namespace vorna::app::testing {
+namespace {
+
+using contracts::Json;
+
+constexpr size_t kBigBody = 5 * 1024 * 1024;
+
+std::string sha256(const std::string& bytes) {
+  return storage::Fingerprint::ofBytes(bytes).hex;
+}
+
+// The same bytes as the page's `big`: the top byte of i * 2654435761 mod 2^32.
+std::string bigBody() {
+  std::string bytes(kBigBody, '\0');
+  for (uint32_t i = 0; i < kBigBody; ++i) {
+    bytes[i] = static_cast<char>(static_cast<uint32_t>(i * 2654435761u) >> 24);
+  }
+  return bytes;
+}
+
+constexpr const char* kBigInPage = R"JS(
+  const big = new Uint8Array(5 * 1024 * 1024);
+  for (let i = 0; i < big.length; i++) big[i] = Math.imul(i, 2654435761) >>> 24;
+)JS";
+
+class ShellLiveTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<EditorWindowController> makeController(bool isSmoke = false) {
+    return std::make_unique<EditorWindowController>(
+        isSmoke, /*headless=*/true, nullptr,
+        testSeams([this](const std::string& folder) { return factory(folder); }, &opened));
+  }
+
+  std::function<std::shared_ptr<contracts::BridgeHandling>(const std::string&)> factory =
+      [](const std::string&) -> std::shared_ptr<contracts::BridgeHandling> {
+    throw std::runtime_error("no bridge in this test");
+  };
+  std::shared_ptr<FakeBridge> bridge = std::make_shared<FakeBridge>();
+  std::vector<std::string> opened;
+};
+
+TEST_F(ShellLiveTest, TheProbeChoosesTheSchemeTransport) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    const mode = await window.__vornaBridgeReady;
+    return JSON.stringify({ mode: mode, current: window.__vornaBridgeMode,
+                            href: location.href });
+  )JS");
+  EXPECT_EQ(result,
+            (Json{{"mode", "scheme"}, {"current", "scheme"}, {"href", "vorna://app/index.html"}}));
+}
+
+TEST_F(ShellLiveTest, ApiCallsBeforeAFolderIsOpenAnswer503OnBothTransports) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    await window.__vornaBridgeReady;
+    const out = {};
+    for (const mode of ['scheme', 'message']) {
+      window.__vornaBridgeMode = mode;
+      const r = await fetch('/api/list?path=%2Ftmp');
+      out[mode] = { status: r.status, body: await r.text(),
+                    cache: r.headers.get('Cache-Control'), type: r.headers.get('Content-Type') };
+    }
+    return JSON.stringify(out);
+  )JS");
+  Json expected = {{"status", 503},
+                   {"body", R"({"error":"no workspace open"})"},
+                   {"cache", "no-store"},
+                   {"type", "application/json"}};
+  EXPECT_EQ(result["scheme"], expected);
+  EXPECT_EQ(result["message"], expected);
+}
+
+TEST_F(ShellLiveTest, TheMessageHandlerAnswersProbesAndRefusesWhatIsNotAnObject) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    const handler = window.webkit.messageHandlers.vorna;
+    const probe = await handler.postMessage({ op: '__probe', bodyBase64: btoa('vorna-probe-body') });
+    const invalid = await handler.postMessage({ op: '__probe', bodyBase64: 'dm9y bmE=' });
+    const refusals = [];
+    for (const message of ['plain', [1, 2], 7]) {
+      try { await handler.postMessage(message); refusals.push('answered'); }
+      catch (e) { refusals.push(e.message); }
+    }
+    return JSON.stringify({ status: probe.status, headers: probe.headers,
+                            body: atob(probe.bodyBase64), invalid: atob(invalid.bodyBase64),
+                            refusals: refusals });
+  )JS");
+  std::string refusal = "vorna: expected an object";
+  EXPECT_EQ(
+      result,
+      (Json{{"status", 200},
+            {"headers", {{"Cache-Control", "no-store"}, {"Content-Type", "application/json"}}},
+            {"body", R"({"bytes":16})"},
+            {"invalid", R"({"bytes":0})"},
+            {"refusals", {refusal, refusal, refusal}}}));
+}
+
+TEST_F(ShellLiveTest, BlobBodiesArriveIntactOnBothTransports) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  loadAndWait(*controller);
+  Json result = runScript(*controller, std::string(kBigInPage) + R"JS(
+    await window.__vornaBridgeReady;
+    const put = async (body) => (await fetch('/api/echo', { method: 'PUT', body })).json();
+    const out = {};
+    for (const mode of ['scheme', 'message']) {
+      window.__vornaBridgeMode = mode;
+      out[mode] = {
+        small: await put(new Blob(['abc'])),
+        big: await put(new Blob([big])),
+        typed: await put(new Blob(['<p>hi</p>'], { type: 'text/html' })),
+        file: await put(new File(['hello'], 'a.html'))
+      };
+    }
+    return JSON.stringify(out);
+  )JS");
+  for (const char* mode : {"scheme", "message"}) {
+    SCOPED_TRACE(mode);
+    const Json& sent = result[mode];
+    EXPECT_EQ(
+        sent["small"],
+        (Json{{"bytes", 3}, {"sha256", sha256("abc")}, {"method", "PUT"}, {"contentType", ""}}));
+    EXPECT_EQ(sent["big"]["bytes"], kBigBody);
+    EXPECT_EQ(sent["big"]["sha256"], sha256(bigBody()));
+    EXPECT_EQ(sent["typed"]["contentType"], "text/html");
+    EXPECT_EQ(sent["typed"]["sha256"], sha256("<p>hi</p>"));
+    EXPECT_EQ(sent["file"]["bytes"], 5);
+  }
+}
+
+TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  loadAndWait(*controller);
+  // The frame has no bridge shim: its calls go straight to the scheme, with
+  // only the body guard between a Blob and the engine's crash.
+  Json result = runScript(*controller, std::string(kBigInPage) + R"JS(
+    const frame = document.createElement('iframe');
+    frame.src = 'frame.html';
+    await new Promise((resolve) => { frame.onload = resolve; document.body.appendChild(frame); });
+    const w = frame.contentWindow;
+    const put = async (body) => (await w.fetch('/api/echo', { method: 'PUT', body })).json();
+    const out = { guarded: w.__vornaBodyGuard === true, shim: w.__vornaBridgeInstalled === true };
+    out.blob = await put(new w.Blob(['abc']));
+    out.big = await put(new w.Blob([big]));
+    out.file = await put(new w.File(['abcde'], 'x.html', { type: 'text/html' }));
+    out.request = await (await w.fetch(new w.Request('/api/echo',
+        { method: 'POST', body: new w.Blob(['abcd']) }))).json();
+    out.xhr = await new Promise((resolve, reject) => {
+      const x = new w.XMLHttpRequest();
+      x.open('PUT', '/api/echo');
+      x.onload = () => resolve(JSON.parse(x.responseText));
+      x.onerror = () => reject(new Error('xhr failed'));
+      x.send(new w.Blob(['xyz'], { type: 'text/plain' }));
+    });
+    const withFile = new w.FormData();
+    withFile.append('file', new w.Blob(['abc']), 'a.bin');
+    try { await w.fetch('/api/echo', { method: 'PUT', body: withFile }); out.formData = 'sent'; }
+    catch (e) { out.formData = e.name + ': ' + e.message; }
+    try { const x = new w.XMLHttpRequest(); x.open('PUT', '/api/echo'); x.send(withFile);
+          out.xhrFormData = 'sent'; }
+    catch (e) { out.xhrFormData = e.name + ': ' + e.message; }
+    try { const x = new w.XMLHttpRequest(); x.open('PUT', '/api/echo', false);
+          x.send(new w.Blob(['a'])); out.syncXhr = 'sent'; }
+    catch (e) { out.syncXhr = e.name + ': ' + e.message; }
+    const fields = new w.FormData();
+    fields.append('a', '1');
+    out.fields = (await (await w.fetch('/api/echo', { method: 'PUT', body: fields })).json()).bytes > 0;
+    const immediate = document.createElement('iframe');
+    document.body.appendChild(immediate);
+    out.immediate = immediate.contentWindow.__vornaBodyGuard === true;
+    const kinds = { srcdoc: (f) => { f.srcdoc = '<p>x</p>'; }, blank: () => {} };
+    for (const kind of Object.keys(kinds)) {
+      const f = document.createElement('iframe');
+      kinds[kind](f);
+      await new Promise((resolve) => { f.onload = resolve; document.body.appendChild(f); });
+      out[kind] = f.contentWindow.__vornaBodyGuard === true;
+      if (kind === 'srcdoc') {
+        out.srcdocBlob = (await (await f.contentWindow.fetch('vorna://app/api/echo',
+            { method: 'PUT', body: new f.contentWindow.Blob(['abc']) })).json()).bytes;
+      }
+    }
+    return JSON.stringify(out);
+  )JS");
+  EXPECT_EQ(result["guarded"], true);
+  EXPECT_EQ(result["shim"], false);
+  EXPECT_EQ(result["blob"]["bytes"], 3);
+  EXPECT_EQ(result["blob"]["sha256"], sha256("abc"));
+  EXPECT_EQ(result["big"]["sha256"], sha256(bigBody()));
+  EXPECT_EQ(result["file"]["bytes"], 5);
+  EXPECT_EQ(result["file"]["contentType"], "text/html");
+  EXPECT_EQ(result["request"]["sha256"], sha256("abcd"));
+  EXPECT_EQ(result["request"]["method"], "POST");
+  EXPECT_EQ(result["xhr"]["sha256"], sha256("xyz"));
+  EXPECT_EQ(result["xhr"]["contentType"], "text/plain");
+  std::string formDataRefusal = std::string("TypeError: ") + UserScripts::kFormDataRefusal;
+  EXPECT_EQ(result["formData"], formDataRefusal);
+  EXPECT_EQ(result["xhrFormData"], formDataRefusal);
+  EXPECT_EQ(result["syncXhr"], std::string("TypeError: ") + UserScripts::kBlobRefusal);
+  EXPECT_EQ(result["fields"], true);
+  // Frames without a load of their own get the guard too, even at once.
+  EXPECT_EQ(result["immediate"], true);
+  EXPECT_EQ(result["srcdoc"], true);
+  EXPECT_EQ(result["blank"], true);
+  EXPECT_EQ(result["srcdocBlob"], 3);
+  // Every body that was sent reached the bridge whole; none arrived empty.
+  for (const contracts::BridgeRequest& request : bridge->requests()) {
+    EXPECT_FALSE(request.body.empty()) << request.method << " " << request.op;
+  }
+}
+
+TEST_F(ShellLiveTest, EveryAnswerCarriesNoStoreAndHeadAnswersCarryNoBody) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    const look = async (url, init) => {
+      const r = await fetch(url, init);
+      const body = await r.text();
+      return [r.status, r.headers.get('Cache-Control'), r.headers.get('Content-Type'),
+              body.length > 1000 ? body.length : body];
+    };
+    await window.__vornaBridgeReady;
+    return JSON.stringify({
+      index: await look('/index.html'),
+      root: await look('vorna://app'),
+      css: await look('/STYLE.css'.toLowerCase()),
+      missing: await look('/missing.html'),
+      folder: await look('/folder'),
+      escape: await look('/..%2F..%2Fetc%2Fhosts'),
+      head: await look('/index.html', { method: 'HEAD' }),
+      put: await look('/frame.html', { method: 'PUT', body: 'ignored' }),
+      api: await look('/api/echo', { method: 'PUT', body: 'xy' }),
+      apiHead: await look('/api/echo', { method: 'HEAD' }),
+      unknown: await look('/api/nothing')
+    });
+  )JS");
+  std::string indexPage = "The shell's own test page.";
+  EXPECT_EQ(result["index"][0], 200);
+  EXPECT_EQ(result["index"][1], "no-store");
+  EXPECT_EQ(result["index"][2], "text/html; charset=utf-8");
+  EXPECT_NE(result["index"][3].get<std::string>().find(indexPage), std::string::npos);
+  EXPECT_EQ(result["root"], result["index"]);
+  EXPECT_EQ(result["css"], (Json{200, "no-store", "text/css; charset=utf-8",
+                                 "body { font-family: sans-serif; }\n"}));
+  EXPECT_EQ(result["missing"],
+            (Json{404, "no-store", "application/json", R"({"error":"not found: missing.html"})"}));
+  EXPECT_EQ(result["folder"],
+            (Json{404, "no-store", "application/json", R"({"error":"not found: folder"})"}));
+  EXPECT_EQ(result["escape"], (Json{403, "no-store", "application/json",
+                                    R"({"error":"outside the editor folder"})"}));
+  EXPECT_EQ(result["head"], (Json{200, "no-store", "text/html; charset=utf-8", ""}));
+  EXPECT_EQ(result["put"][0], 200);
+  EXPECT_EQ(result["api"][1], "no-store");
+  EXPECT_EQ(contracts::parseJson(result["api"][3].get<std::string>()).value()["bytes"], 2);
+  EXPECT_EQ(result["apiHead"], (Json{200, "no-store", "application/json", ""}));
+  EXPECT_EQ(result["unknown"],
+            (Json{404, "no-store", "application/json", R"({"error":"unknown op: GET nothing"})"}));
+}
+
+TEST_F(ShellLiveTest, AnAnswerToARequestThePageAbandonedIsDroppedQuietly) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  loadAndWait(*controller);
+  runScript(*controller, "fetch('/api/slow').catch(() => {}); return '{}';");
+  ASSERT_TRUE(runUntil([&] { return bridge->slowWaiting() == 1; }));
+  loadAndWait(*controller);  // the page that asked is gone
+  bridge->releaseSlow();
+  ASSERT_TRUE(runUntil([&] { return bridge->slowAnswered() == 1; }));
+  Json after = runScript(*controller, R"JS(
+    const r = await fetch('/api/echo', { method: 'PUT', body: 'still here' });
+    return JSON.stringify((await r.json()).bytes);
+  )JS");
+  EXPECT_EQ(after, 10);
+}
+
+TEST_F(ShellLiveTest, A204OverTheMessageTransportHasANullBody) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    await window.__vornaBridgeReady;
+    window.__vornaBridgeMode = 'message';
+    const r = await fetch('/api/nocontent', { method: 'DELETE' });
+    return JSON.stringify({ status: r.status, nullBody: r.body === null,
+                            cache: r.headers.get('Cache-Control') });
+  )JS");
+  EXPECT_EQ(result, (Json{{"status", 204}, {"nullBody", true}, {"cache", "no-store"}}));
+  ASSERT_EQ(bridge->requests().size(), 1u);
+  EXPECT_EQ(bridge->requests()[0].method, "DELETE");
+}
+
+TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
+  LoopbackListener listener;
+  std::string port = std::to_string(listener.port());
+  auto controller = makeController();
+  loadAndWait(*controller);
+
+  runScript(*controller, "location.href = 'https://127.0.0.1:' + arg + '/'; return '{}';", port);
+  ASSERT_TRUE(runUntil([&] { return controller->blockedExternalNavigation(); }));
+  Json stayed = runScript(*controller, "return JSON.stringify({ href: location.href });");
+  EXPECT_EQ(stayed["href"], "vorna://app/index.html");
+  EXPECT_EQ(controller->externalOpenAttempts(), 0);  // not a link activation
+
+  Json loads = runScript(*controller, R"JS(
+    const base = '127.0.0.1:' + arg;
+    const settle = (element) => new Promise((resolve) => {
+      element.onload = () => resolve('loaded');
+      element.onerror = () => resolve('failed');
+    });
+    const images = ['http', 'https'].map((scheme) => {
+      const image = new Image();
+      const settled = settle(image);
+      image.src = scheme + '://' + base + '/image.png';
+      return settled;
+    });
+    let noCors;
+    try { await fetch('http://' + base + '/no-cors', { mode: 'no-cors' }); noCors = 'sent'; }
+    catch (e) { noCors = 'failed'; }
+    const socket = await new Promise((resolve) => {
+      try {
+        const s = new WebSocket('ws://' + base + '/');
+        s.onopen = () => resolve('open');
+        s.onerror = () => resolve('failed');
+      } catch (e) { resolve('failed'); }
+    });
+    navigator.sendBeacon('http://' + base + '/beacon', 'x');
+    const frames = ['https', 'http'].map((scheme) => {
+      const frame = document.createElement('iframe');
+      frame.src = scheme + '://' + base + '/embed';
+      document.body.appendChild(frame);
+      return frame;
+    });
+    // A frame of the host's own loads after the two outside ones were decided.
+    const own = document.createElement('iframe');
+    own.src = 'frame.html';
+    await new Promise((resolve) => { own.onload = resolve; document.body.appendChild(own); });
+    const where = frames.map((frame) => {
+      try { return frame.contentWindow.location.href; } catch (e) { return 'cross-origin'; }
+    });
+    return JSON.stringify({ images: await Promise.all(images), noCors, socket, frames: where });
+  )JS",
+                         port);
+  EXPECT_EQ(loads["images"], (Json{"failed", "failed"}));
+  EXPECT_EQ(loads["noCors"], "failed");
+  EXPECT_EQ(loads["socket"], "failed");
+  for (const Json& frame : loads["frames"]) {
+    EXPECT_EQ(frame.get<std::string>().rfind("http", 0), std::string::npos) << frame;
+  }
+  EXPECT_EQ(controller->externalOpenAttempts(), 0);
+  EXPECT_TRUE(opened.empty());
+  EXPECT_EQ(listener.connections(), 0);
+
+  // The listener does count: one connection of the test's own.
+  int probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<uint16_t>(listener.port()));
+  ASSERT_EQ(::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ::close(probe);
+  EXPECT_TRUE(runUntil([&] { return listener.connections() == 1; }));
+}
+
+constexpr const char* kClickInFrame = R"JS(
+  const frame = document.createElement('iframe');
+  frame.id = '__vornaSmokeFrame';
+  await new Promise((resolve) => { frame.onload = resolve; document.body.appendChild(frame); });
+  const doc = frame.contentDocument;
+  const link = doc.createElement('a');
+  link.href = 'https://127.0.0.1:' + arg + '/clicked';
+  link.textContent = 'reference';
+  (doc.body || doc.documentElement).appendChild(link);
+  link.click();
+  return '{}';
+)JS";
+
+TEST_F(ShellLiveTest, ALinkClickedInASubFrameGoesToTheBrowserAndTheFrameStays) {
+  LoopbackListener listener;
+  std::string port = std::to_string(listener.port());
+  auto controller = makeController();
+  loadAndWait(*controller);
+  runScript(*controller, kClickInFrame, port);
+  ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
+  EXPECT_EQ(opened, (std::vector<std::string>{"https://127.0.0.1:" + port + "/clicked"}));
+  Json where = runScript(*controller, R"JS(
+    const frame = document.getElementById('__vornaSmokeFrame');
+    let href;
+    try { href = frame.contentWindow.location.href; } catch (e) { href = 'cross-origin'; }
+    return JSON.stringify({ top: location.protocol, frame: href });
+  )JS");
+  EXPECT_EQ(where, (Json{{"top", "vorna:"}, {"frame", "about:blank"}}));
+  EXPECT_EQ(listener.connections(), 0);
+}
+
+TEST_F(ShellLiveTest, InTheSmokeTestALinkClickIsCountedButNotHandedOn) {
+  LoopbackListener listener;
+  auto controller = makeController(/*isSmoke=*/true);
+  loadAndWait(*controller);
+  runScript(*controller, kClickInFrame, std::to_string(listener.port()));
+  ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
+  EXPECT_TRUE(controller->blockedExternalNavigation());
+  EXPECT_TRUE(opened.empty());
+}
+
+TEST_F(ShellLiveTest, OpeningAFolderLoadsItAndDeliversItsChanges) {
+  std::filesystem::path folder = std::filesystem::temp_directory_path() / "vorna live/a b/é";
+  std::filesystem::create_directories(folder);
+  std::vector<std::shared_ptr<FakeBridge>> built;
+  std::vector<std::string> seenAtBuild;
+  std::unique_ptr<EditorWindowController> controller;
+  factory = [&](const std::string& root) -> std::shared_ptr<contracts::BridgeHandling> {
+    std::string previous = built.empty() ? "" : built.back()->log().back();
+    seenAtBuild.push_back(previous + (controller->host()->bridge() ? " +bridge" : " no bridge"));
+    built.push_back(std::make_shared<FakeBridge>(root));
+    return built.back();
+  };
+  controller = makeController();
+  std::optional<bool> loaded;
+  controller->setDidFinishLoad([&](bool ok) { loaded = ok; });
+  controller->openFolder(folder.string() + "/../é", std::string("index.html"));
+  ASSERT_TRUE(runUntil([&] { return loaded.has_value(); }));
+  ASSERT_EQ(built.size(), 1u);
+  EXPECT_EQ(controller->folder(), folder.string());
+  EXPECT_EQ(controller->host()->bridge(), built[0]);
+  Json search = runScript(*controller, "return JSON.stringify(location.search);");
+  EXPECT_EQ(search, "?path=" + std::filesystem::temp_directory_path().string() +
+                        "/vorna%20live/a%20b/%C3%A9&open=index.html");
+
+  runScript(*controller, R"JS(
+    window.__changed = new Promise((resolve) => { window.vornaHost = { emit: resolve }; });
+    return '{}';
+  )JS");
+  built[0]->emitFromWatcherThread(
+      {contracts::WorkspaceChange::Kind::modified, folder.string() + "/a.html", "ab12"});
+  Json change = runScript(*controller, "return JSON.stringify(await window.__changed);");
+  EXPECT_EQ(change, (Json{{"type", "changed"},
+                          {"kind", "modified"},
+                          {"path", folder.string() + "/a.html"},
+                          {"fingerprint", "ab12"}}));
+
+  loaded.reset();
+  controller->setDidFinishLoad([&](bool ok) { loaded = ok; });
+  controller->openFolder(folder.parent_path().string(), std::nullopt);
+  ASSERT_TRUE(runUntil([&] { return loaded.has_value(); }));
+  ASSERT_EQ(built.size(), 2u);
+  // The first bridge had stopped watching, and was out of the host, before the second existed.
+  EXPECT_EQ(seenAtBuild,
+            (std::vector<std::string>{" no bridge", "stop " + folder.string() + " no bridge"}));
+  EXPECT_EQ(controller->host()->bridge(), built[1]);
+  std::filesystem::remove_all(std::filesystem::temp_directory_path() / "vorna live");
+}
+
+TEST_F(ShellLiveTest, AFolderThatCannotBeOpenedLeavesNoBridge) {
+  auto controller = makeController();
+  controller->useSmokeBridge(bridge);
+  factory = [](const std::string&) -> std::shared_ptr<contracts::BridgeHandling> {
+    throw std::runtime_error("the recovery store is not writable");
+  };
+  ::testing::internal::CaptureStderr();
+  controller->openFolder("/tmp", std::nullopt);
+  std::string errors = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(errors, "Vorna: Could not open that folder: the recovery store is not writable\n");
+  EXPECT_EQ(controller->bridge(), nullptr);
+  EXPECT_EQ(controller->host()->bridge(), nullptr);
+  EXPECT_EQ(bridge->log(), (std::vector<std::string>{"stop /fake/workspace"}));
+}
+
+TEST_F(ShellLiveTest, ShellMessagesReachTheirHandler) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  int opens = 0;
+  controller->shellMessages().onOpenFolder = [&] { ++opens; };
+  ::testing::internal::CaptureStderr();
+  runScript(*controller, R"JS(
+    const shell = window.webkit.messageHandlers.vornaShell;
+    shell.postMessage({ op: 'frobnicate' });
+    shell.postMessage('not an object');
+    shell.postMessage({ op: 'openFolder' });
+    return '{}';
+  )JS");
+  bool opened = runUntil([&] { return opens == 1; });
+  std::string errors = ::testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(errors, "Vorna: unknown shell op frobnicate\n");
+}
+
+TEST_F(ShellLiveTest, TheStorageShimStandsInOnlyWhereLocalStorageIsRefused) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  Json result = runScript(*controller, R"JS(
+    const refusing = {};
+    Object.defineProperty(refusing, 'localStorage',
+                          { configurable: true, get() { throw new Error('refused'); } });
+    new Function('window', arg)(refusing);
+    const s = refusing.localStorage;
+    s.setItem('b', 2);
+    s.setItem('a', 'x');
+    const out = { b: s.getItem('b'), missing: s.getItem('zz'), length: s.length,
+                  first: s.key(0), past: s.key(5) };
+    s.removeItem('b');
+    out.afterRemove = s.length;
+    s.clear();
+    out.afterClear = [s.length, s.getItem('a')];
+    out.real = window.localStorage instanceof Storage;
+    return JSON.stringify(out);
+  )JS",
+                          UserScripts::all()[0].source);
+  EXPECT_EQ(result, (Json{{"b", "2"},
+                          {"missing", nullptr},
+                          {"length", 2},
+                          {"first", "b"},
+                          {"past", nullptr},
+                          {"afterRemove", 1},
+                          {"afterClear", {0, nullptr}},
+                          {"real", true}}));
+}
+
+TEST_F(ShellLiveTest, TheBridgeShimInstallsOncePerDocument) {
+  auto controller = makeController();
+  loadAndWait(*controller);
+  std::string again =
+      "const before = window.fetch; new Function(arg)();"
+      "return JSON.stringify({ same: window.fetch === before,"
+      " mode: await window.__vornaBridgeReady });";
+  EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
+            (Json{{"same", true}, {"mode", "scheme"}}));
+  loadAndWait(*controller);
+  EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
+            (Json{{"same", true}, {"mode", "scheme"}}));
+}
+
+TEST(ShellWindowLiveTest, TheWindowRemembersItsSizeUnlessHeadless) {
+  UserDefaults defaults(UserDefaults::standardPath());
+  std::filesystem::remove(defaults.path());
+  {
+    EditorWindowController headless(false, true);
+    headless.present();
+    gtk_window_close(headless.window());
+  }
+  EXPECT_EQ(defaults.windowFrame(UserDefaults::kWindowAutosaveName), std::nullopt);
+  {
+    EditorWindowController shown(false, false);
+    shown.present();
+    gtk_window_set_default_size(shown.window(), 900, 600);
+    gtk_window_close(shown.window());
+  }
+  EXPECT_EQ(defaults.windowFrame(UserDefaults::kWindowAutosaveName),
+            (WindowFrame{900, 600, false}));
+  EditorWindowController restored(false, false);
+  int width = 0;
+  int height = 0;
+  gtk_window_get_default_size(restored.window(), &width, &height);
+  EXPECT_EQ(width, 900);
+  EXPECT_EQ(height, 600);
+}
+
+}  // namespace
+}  // namespace vorna::app::testing

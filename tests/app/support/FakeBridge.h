@@ -1,0 +1,125 @@
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "contracts/BridgeHandling.h"
+#include "contracts/BridgeResponse.h"
+#include "storage/Fingerprint.h"
+
+namespace vorna::app::testing {
+
+// A bridge that answers from memory, records what reached it, and lets a test
+// play the watcher.
+//   echo       200 {"bytes", "sha256", "method", "contentType"} of the request
+//   nocontent  204 with no body
+//   big        200 with `bigBody`
+//   slow       200 {"slow":true}, once `releaseSlow` was called
+//   anything else: 404 "unknown op: {method} {op}"
+class FakeBridge : public contracts::BridgeHandling {
+ public:
+  explicit FakeBridge(std::string root = "/fake/workspace") : root_(std::move(root)) {}
+
+  const std::string& workspaceRoot() const override { return root_; }
+
+  contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override {
+    {
+      std::lock_guard guard(lock_);
+      requests_.push_back(request);
+    }
+    if (request.op == "echo") {
+      return contracts::BridgeResponse::json(
+          200, {{"bytes", request.body.size()},
+                {"sha256", storage::Fingerprint::ofBytes(request.body).hex},
+                {"method", request.method},
+                {"contentType", request.header("content-type").value_or("")}});
+    }
+    if (request.op == "nocontent") {
+      return contracts::BridgeResponse{204, {}, {}};
+    }
+    if (request.op == "slow") {
+      std::unique_lock guard(lock_);
+      ++slowWaiting_;
+      released_.wait(guard, [this] { return slowReleased_; });
+      --slowWaiting_;
+      ++slowAnswered_;
+      return contracts::BridgeResponse::json(200, {{"slow", true}});
+    }
+    if (request.op == "big") {
+      return contracts::BridgeResponse{
+          200, {{"Content-Type", "application/octet-stream"}}, bigBody};
+    }
+    return contracts::BridgeResponse::error(404,
+                                            "unknown op: " + request.method + " " + request.op);
+  }
+
+  void startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) override {
+    std::lock_guard guard(lock_);
+    onChange_ = std::move(onChange);
+    log_.push_back("start " + root_);
+  }
+
+  void stopWatching() override {
+    std::lock_guard guard(lock_);
+    onChange_ = nullptr;
+    log_.push_back("stop " + root_);
+  }
+
+  // Delivers a change from a thread of its own, as a watcher does.
+  void emitFromWatcherThread(const contracts::WorkspaceChange& change) {
+    std::function<void(const contracts::WorkspaceChange&)> callback;
+    {
+      std::lock_guard guard(lock_);
+      callback = onChange_;
+    }
+    std::thread([callback, change] {
+      if (callback) {
+        callback(change);
+      }
+    }).join();
+  }
+
+  std::vector<contracts::BridgeRequest> requests() const {
+    std::lock_guard guard(lock_);
+    return requests_;
+  }
+  std::vector<std::string> log() const {
+    std::lock_guard guard(lock_);
+    return log_;
+  }
+
+  int slowWaiting() const {
+    std::lock_guard guard(lock_);
+    return slowWaiting_;
+  }
+  int slowAnswered() const {
+    std::lock_guard guard(lock_);
+    return slowAnswered_;
+  }
+  void releaseSlow() {
+    {
+      std::lock_guard guard(lock_);
+      slowReleased_ = true;
+    }
+    released_.notify_all();
+  }
+
+  contracts::Bytes bigBody;
+
+ private:
+  const std::string root_;
+  mutable std::mutex lock_;
+  std::vector<contracts::BridgeRequest> requests_;
+  std::vector<std::string> log_;
+  std::function<void(const contracts::WorkspaceChange&)> onChange_;
+  std::condition_variable released_;
+  bool slowReleased_ = false;
+  int slowWaiting_ = 0;
+  int slowAnswered_ = 0;
+};
+
+}  // namespace vorna::app::testing
