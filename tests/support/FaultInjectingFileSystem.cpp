@@ -1,7 +1,7 @@
 #include "support/FaultInjectingFileSystem.h"
 
-#include <cerrno>
 #include <algorithm>
+#include <cerrno>
 
 namespace vorna::testing {
 
@@ -18,12 +18,24 @@ FaultInjectingFileSystem::FaultInjectingFileSystem()
 
 void FaultInjectingFileSystem::failNth(FsCall call, int occurrence, int errorNumber) {
   std::lock_guard lock(mutex_);
-  rules_.push_back({call, occurrence, "", errorNumber});
+  rules_.push_back({call, occurrence, "", errorNumber, nullptr});
 }
 
 void FaultInjectingFileSystem::failWhere(FsCall call, std::string pathPart, int errorNumber) {
   std::lock_guard lock(mutex_);
-  rules_.push_back({call, 0, std::move(pathPart), errorNumber});
+  rules_.push_back({call, 0, std::move(pathPart), errorNumber, nullptr});
+}
+
+void FaultInjectingFileSystem::failNthMatching(FsCall call, PathMatcher matches, int occurrence,
+                                               int errorNumber) {
+  std::lock_guard lock(mutex_);
+  rules_.push_back({call, occurrence, "", errorNumber, std::move(matches)});
+}
+
+void FaultInjectingFileSystem::afterNthMatching(FsCall call, PathMatcher matches, int occurrence,
+                                                std::function<void()> action) {
+  std::lock_guard lock(mutex_);
+  afterRules_.push_back({call, std::move(matches), occurrence, std::move(action)});
 }
 
 void FaultInjectingFileSystem::limitWrites(size_t limit) {
@@ -45,6 +57,7 @@ void FaultInjectingFileSystem::beforeCall(FsCall call,
 void FaultInjectingFileSystem::clearFaults() {
   std::lock_guard lock(mutex_);
   rules_.clear();
+  afterRules_.clear();
   hooks_.clear();
   writeLimit_.reset();
   crashAt_.reset();
@@ -66,7 +79,17 @@ size_t FaultInjectingFileSystem::count(FsCall call) const {
       std::count_if(calls_.begin(), calls_.end(), [&](const Call& c) { return c.call == call; }));
 }
 
-int FaultInjectingFileSystem::admit(FsCall call, const std::string& path) {
+int FaultInjectingFileSystem::countMatching(FsCall call, const PathMatcher& matches) const {
+  int seen = 0;
+  for (const Call& c : calls_) {
+    seen += c.call == call && (!matches || matches(c.path)) ? 1 : 0;
+  }
+  return seen;
+}
+
+FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
+                                                                    const std::string& path) {
+  Admission admission;
   std::function<void(const std::string&)> hook;
   {
     std::lock_guard lock(mutex_);
@@ -74,18 +97,25 @@ int FaultInjectingFileSystem::admit(FsCall call, const std::string& path) {
     if (crashAt_ && calls_.size() == *crashAt_) {
       throw SimulatedCrash{call, path};
     }
-    int seen = 0;
-    for (const Call& c : calls_) {
-      seen += c.call == call ? 1 : 0;
+    for (const AfterRule& rule : afterRules_) {
+      if (rule.call == call && rule.matches(path) &&
+          countMatching(call, rule.matches) == rule.occurrence) {
+        admission.after = rule.action;
+      }
     }
     for (const Rule& rule : rules_) {
       if (rule.call != call) {
         continue;
       }
-      bool pathMatches = rule.pathPart.empty() || path.find(rule.pathPart) != std::string::npos;
-      bool occurrenceMatches = rule.occurrence == 0 || rule.occurrence == seen;
-      if (pathMatches && occurrenceMatches) {
-        return rule.errorNumber;
+      bool pathMatches =
+          rule.matches ? rule.matches(path)
+                       : rule.pathPart.empty() || path.find(rule.pathPart) != std::string::npos;
+      if (!pathMatches) {
+        continue;
+      }
+      if (rule.occurrence == 0 || rule.occurrence == countMatching(call, rule.matches)) {
+        admission.injectedErrno = rule.errorNumber;
+        return admission;
       }
     }
     for (const auto& [hookCall, hookFn] : hooks_) {
@@ -97,7 +127,17 @@ int FaultInjectingFileSystem::admit(FsCall call, const std::string& path) {
   if (hook) {
     hook(path);
   }
-  return 0;
+  return admission;
+}
+
+template <typename Result>
+Result FaultInjectingFileSystem::finish(const Admission& admission, Result result) {
+  if (admission.after) {
+    int savedErrno = errno;
+    admission.after();
+    errno = savedErrno;
+  }
+  return result;
 }
 
 std::string FaultInjectingFileSystem::pathOf(int fd) const {
@@ -110,10 +150,13 @@ std::string FaultInjectingFileSystem::pathOf(int fd) const {
   return {};
 }
 
-#define VORNA_ADMIT(call, path)          \
-  if (int injected = admit(call, path)) { \
-    errno = injected;                    \
-    return -1;                           \
+// Declares `admission` and returns -1 with the injected errno when the call is
+// to fail.
+#define VORNA_ADMIT(call, path)            \
+  Admission admission = admit(call, path); \
+  if (admission.injectedErrno != 0) {      \
+    errno = admission.injectedErrno;       \
+    return finish(admission, -1);          \
   }
 
 int FaultInjectingFileSystem::open(const std::string& path, int flags, mode_t mode) {
@@ -123,7 +166,7 @@ int FaultInjectingFileSystem::open(const std::string& path, int flags, mode_t mo
     std::lock_guard lock(mutex_);
     openPaths_.emplace_back(fd, path);
   }
-  return fd;
+  return finish(admission, fd);
 }
 
 int FaultInjectingFileSystem::close(int fd) {
@@ -137,18 +180,18 @@ int FaultInjectingFileSystem::close(int fd) {
     }
   }
   // The descriptor is released even when the close is made to fail, as on Linux.
-  int injected = admit(FsCall::close, path);
+  Admission admission = admit(FsCall::close, path);
   int result = target().close(fd);
-  if (injected != 0) {
-    errno = injected;
-    return -1;
+  if (admission.injectedErrno != 0) {
+    errno = admission.injectedErrno;
+    result = -1;
   }
-  return result;
+  return finish(admission, result);
 }
 
 ssize_t FaultInjectingFileSystem::read(int fd, void* buffer, size_t count) {
   VORNA_ADMIT(FsCall::read, pathOf(fd));
-  return target().read(fd, buffer, count);
+  return finish(admission, target().read(fd, buffer, count));
 }
 
 ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count) {
@@ -158,72 +201,72 @@ ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count
     if (writeLimit_) {
       count = std::min(count, *writeLimit_);
       if (count == 0) {
-        return 0;
+        return finish(admission, ssize_t{0});
       }
     }
   }
-  return target().write(fd, buffer, count);
+  return finish(admission, target().write(fd, buffer, count));
 }
 
 int FaultInjectingFileSystem::fsync(int fd) {
   VORNA_ADMIT(FsCall::fsync, pathOf(fd));
-  return target().fsync(fd);
+  return finish(admission, target().fsync(fd));
 }
 
 int FaultInjectingFileSystem::fstat(int fd, struct stat* out) {
   VORNA_ADMIT(FsCall::fstat, pathOf(fd));
-  return target().fstat(fd, out);
+  return finish(admission, target().fstat(fd, out));
 }
 
 int FaultInjectingFileSystem::rename(const std::string& from, const std::string& to) {
   VORNA_ADMIT(FsCall::rename, from);
-  return target().rename(from, to);
+  return finish(admission, target().rename(from, to));
 }
 
 int FaultInjectingFileSystem::exchange(const std::string& a, const std::string& b) {
   VORNA_ADMIT(FsCall::exchange, a);
-  return target().exchange(a, b);
+  return finish(admission, target().exchange(a, b));
 }
 
 int FaultInjectingFileSystem::unlink(const std::string& path) {
   VORNA_ADMIT(FsCall::unlink, path);
-  return target().unlink(path);
+  return finish(admission, target().unlink(path));
 }
 
 int FaultInjectingFileSystem::mkdir(const std::string& path, mode_t mode) {
   VORNA_ADMIT(FsCall::mkdir, path);
-  return target().mkdir(path, mode);
+  return finish(admission, target().mkdir(path, mode));
 }
 
 int FaultInjectingFileSystem::rmdir(const std::string& path) {
   VORNA_ADMIT(FsCall::rmdir, path);
-  return target().rmdir(path);
+  return finish(admission, target().rmdir(path));
 }
 
 int FaultInjectingFileSystem::stat(const std::string& path, struct stat* out) {
   VORNA_ADMIT(FsCall::stat, path);
-  return target().stat(path, out);
+  return finish(admission, target().stat(path, out));
 }
 
 int FaultInjectingFileSystem::lstat(const std::string& path, struct stat* out) {
   VORNA_ADMIT(FsCall::lstat, path);
-  return target().lstat(path, out);
+  return finish(admission, target().lstat(path, out));
 }
 
 int FaultInjectingFileSystem::chmod(const std::string& path, mode_t mode) {
   VORNA_ADMIT(FsCall::chmod, path);
-  return target().chmod(path, mode);
+  return finish(admission, target().chmod(path, mode));
 }
 
 ssize_t FaultInjectingFileSystem::readlink(const std::string& path, std::string& target_) {
   VORNA_ADMIT(FsCall::readlink, path);
-  return target().readlink(path, target_);
+  return finish(admission, target().readlink(path, target_));
 }
 
 int FaultInjectingFileSystem::listDirectory(const std::string& path,
                                             std::vector<std::string>& names) {
   VORNA_ADMIT(FsCall::listDirectory, path);
-  return target().listDirectory(path, names);
+  return finish(admission, target().listDirectory(path, names));
 }
 
 #undef VORNA_ADMIT

@@ -40,6 +40,7 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
     FsCall call;
     std::string path;
   };
+  using PathMatcher = std::function<bool(const std::string& path)>;
 
   FaultInjectingFileSystem();
 
@@ -51,8 +52,18 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   void limitWrites(size_t limit);
   // Throws SimulatedCrash instead of making the `index`-th call (1-based, all kinds counted).
   void crashAtCall(size_t index);
+  // Fails the `occurrence`-th (1-based) call of `call` among those whose path
+  // `matches` accepts. Counting within such a group stays deterministic when
+  // the code under test spreads other calls over several threads.
+  void failNthMatching(FsCall call, PathMatcher matches, int occurrence, int errorNumber);
   // Runs `hook` just before each call of `call` is forwarded (after fault checks pass).
   void beforeCall(FsCall call, std::function<void(const std::string& path)> hook);
+  // Runs `action` right after the `occurrence`-th call of `call` whose path
+  // `matches` accepts has been made, before its result returns (errno kept).
+  // A crash test in a forked child passes an action that ends the process with
+  // _exit: the call's effect is on disk and nothing after it runs.
+  void afterNthMatching(FsCall call, PathMatcher matches, int occurrence,
+                        std::function<void()> action);
   void clearFaults();
 
   std::vector<Call> calls() const;
@@ -82,15 +93,32 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
     int occurrence;  // 0: every matching call
     std::string pathPart;
     int errorNumber;
+    PathMatcher matches;  // when set, occurrences count only the calls it accepts
+  };
+  struct AfterRule {
+    FsCall call;
+    PathMatcher matches;
+    int occurrence;
+    std::function<void()> action;
+  };
+  struct Admission {
+    int injectedErrno = 0;        // 0: forward the call
+    std::function<void()> after;  // to run once the call has been made
   };
 
-  // Records the call and returns the errno to fail it with, or 0 to forward it.
-  int admit(FsCall call, const std::string& path);
+  // Records the call, decides whether it fails and what runs after it.
+  Admission admit(FsCall call, const std::string& path);
+  // Calls of `call` recorded so far whose path `matches` accepts. Needs mutex_.
+  int countMatching(FsCall call, const PathMatcher& matches) const;
+  // Runs the admission's after-action, keeping errno, and returns `result`.
+  template <typename Result>
+  static Result finish(const Admission& admission, Result result);
   std::string pathOf(int fd) const;
 
   mutable std::mutex mutex_;
   std::vector<Call> calls_;
   std::vector<Rule> rules_;
+  std::vector<AfterRule> afterRules_;
   std::vector<std::pair<FsCall, std::function<void(const std::string&)>>> hooks_;
   std::vector<std::pair<int, std::string>> openPaths_;
   std::optional<size_t> writeLimit_;

@@ -11,9 +11,13 @@
 
 namespace vorna::testing {
 
-TempDir::TempDir() {
+TempDir::TempDir(Backing backing) {
   const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/vorna-test-XXXXXX";
+  std::string folder = base && *base ? base : "/tmp";
+  if (backing == Backing::memory && ::access("/dev/shm", W_OK | X_OK) == 0) {
+    folder = "/dev/shm";
+  }
+  std::string pattern = folder + "/vorna-test-XXXXXX";
   if (::mkdtemp(pattern.data()) == nullptr) {
     ADD_FAILURE() << "mkdtemp failed for " << pattern;
   }

@@ -8,7 +8,16 @@ namespace vorna::testing {
 // contents (read-only files included) when the object goes.
 class TempDir {
  public:
-  TempDir();
+  enum class Backing {
+    disk,
+    // /dev/shm when it is a writable folder, else as disk. For tests that
+    // flush thousands of times to check the order and outcome of file
+    // operations (not survival of a power cut), where a real disk's flushes
+    // would only add time.
+    memory,
+  };
+
+  explicit TempDir(Backing backing = Backing::disk);
   ~TempDir();
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;

@@ -1,0 +1,484 @@
+#include "bridge/WorkspaceWatcher.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+#include <utility>
+
+#include "bridge/InotifyTree.h"
+#include "storage/FileOpError.h"
+#include "storage/Fingerprint.h"
+
+namespace vorna::bridge {
+
+using contracts::WorkspaceChange;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+void logLine(const std::string& text) {
+  // One call per line, so lines of different threads do not interleave.
+  std::fputs(("Vorna bridge: " + text + "\n").c_str(), stderr);
+}
+
+}  // namespace
+
+// One run of watching, from start to stop. The queue thread holds it too, so
+// a thread that stop could not wait for (stop called from the callback) still
+// finds its descriptors open, sees `stopping`, and leaves without touching the
+// watcher again.
+struct WorkspaceWatcher::Session {
+  Session() {
+    openError = tree.openError();
+    wakeFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wakeFd < 0 && openError == 0) {
+      openError = errno;
+    }
+  }
+  ~Session() {
+    if (wakeFd >= 0) {
+      ::close(wakeFd);
+    }
+  }
+
+  void wake() {
+    uint64_t one = 1;
+    [[maybe_unused]] ssize_t ignored = ::write(wakeFd, &one, sizeof one);
+  }
+
+  // Several records for one path within a batch become one handling, with their
+  // flags combined; the first record of an empty batch opens the latency window.
+  void add(const std::string& path, uint32_t flags) {
+    auto [slot, added] = batchIndex.try_emplace(path, batch.size());
+    if (!added) {
+      batch[slot->second].second |= flags;
+      return;
+    }
+    if (batch.empty()) {
+      deadline = Clock::now() + latency;
+    }
+    batch.emplace_back(path, flags);
+  }
+
+  void clearBatch() {
+    batch.clear();
+    batchIndex.clear();
+  }
+
+  InotifyTree tree;
+  int wakeFd = -1;
+  int openError = 0;  // errno of the first descriptor that could not be opened
+  std::atomic<bool> stopping{false};
+  std::atomic<bool> overflowRequested{false};
+  std::thread thread;
+
+  // Touched by the queue thread only (and by start before the thread exists).
+  std::vector<std::pair<std::string, uint32_t>> batch;
+  std::unordered_map<std::string, size_t> batchIndex;
+  Clock::time_point deadline;
+  bool limitLogged = false;
+};
+
+WorkspaceWatcher::WorkspaceWatcher(WorkspaceBoundary boundary, storage::FileSystem& fs)
+    : boundary_(std::move(boundary)), fs_(fs) {}
+
+WorkspaceWatcher::~WorkspaceWatcher() {
+  stop();
+}
+
+void WorkspaceWatcher::start(ChangeHandler onChange) {
+  stop();
+  {
+    std::lock_guard guard(lock_);
+    onChange_ = std::move(onChange);
+    startEventID_ = lastEventID_.load();
+  }
+  auto session = std::make_shared<Session>();
+  if (session->openError != 0) {
+    logLine("cannot watch " + boundary_.root() + ": " + std::strerror(session->openError));
+    return;
+  }
+  snapshotWorkspace(*session);
+  session->thread = std::thread([this, session] { runQueue(session); });
+  std::shared_ptr<Session> previous;
+  {
+    std::lock_guard guard(lock_);
+    previous = std::exchange(session_, session);
+  }
+  // Only when another thread started at the same time; one run is enough.
+  if (previous) {
+    shutDown(previous);
+  }
+}
+
+void WorkspaceWatcher::stop() {
+  std::shared_ptr<Session> session;
+  {
+    std::lock_guard guard(lock_);
+    session = std::move(session_);
+    onChange_ = nullptr;
+    lastSeen_.clear();
+  }
+  if (session) {
+    shutDown(session);
+  }
+}
+
+void WorkspaceWatcher::shutDown(const std::shared_ptr<Session>& session) {
+  session->stopping = true;
+  session->wake();
+  if (session->thread.get_id() == std::this_thread::get_id()) {
+    // Called from the callback: waiting would wait for ourselves. The thread
+    // sees `stopping` as soon as the callback returns.
+    session->thread.detach();
+  } else if (session->thread.joinable()) {
+    session->thread.join();
+  }
+}
+
+void WorkspaceWatcher::simulateOverflow() {
+  std::shared_ptr<Session> session;
+  {
+    std::lock_guard guard(lock_);
+    session = session_;
+  }
+  if (session) {
+    session->overflowRequested = true;
+    session->wake();
+  }
+}
+
+void WorkspaceWatcher::noteOwnWrite(const std::string& path,
+                                    std::optional<std::string> fingerprint) {
+  std::string key = WorkspaceBoundary::canonicalize(path, fs_).value_or(path);
+  std::lock_guard guard(lock_);
+  auto& writes = ownWrites_[key];
+  std::erase_if(writes, [&](const OwnWrite& write) { return write.fingerprint == fingerprint; });
+  writes.push_back(OwnWrite{std::move(fingerprint), Clock::now() + echoWindow});
+  if (writes.size() > echoDepth) {
+    writes.erase(writes.begin(), writes.end() - echoDepth);
+  }
+}
+
+bool WorkspaceWatcher::isOwnEcho(const std::string& canonicalPath, const std::string& path) {
+  std::vector<OwnWrite> candidates;
+  {
+    std::lock_guard guard(lock_);
+    auto now = Clock::now();
+    for (auto entry = ownWrites_.begin(); entry != ownWrites_.end();) {
+      std::erase_if(entry->second, [&](const OwnWrite& write) { return write.until <= now; });
+      entry = entry->second.empty() ? ownWrites_.erase(entry) : std::next(entry);
+    }
+    auto found = ownWrites_.find(canonicalPath);
+    if (found == ownWrites_.end()) {
+      return false;
+    }
+    candidates = found->second;
+  }
+  auto current = currentFingerprint(path);
+  auto matches = [&](const OwnWrite& write) { return write.fingerprint == current; };
+  if (std::none_of(candidates.begin(), candidates.end(), matches)) {
+    return false;
+  }
+  // Each announcement absorbs exactly one reported change.
+  std::lock_guard guard(lock_);
+  auto found = ownWrites_.find(canonicalPath);
+  if (found != ownWrites_.end()) {
+    auto& writes = found->second;
+    auto match = std::find_if(writes.begin(), writes.end(), matches);
+    if (match != writes.end()) {
+      writes.erase(match);
+    }
+    if (writes.empty()) {
+      ownWrites_.erase(found);
+    }
+  }
+  return true;
+}
+
+StateToken WorkspaceWatcher::stateToken(const std::string& path) const {
+  struct stat info {};
+  if (fs_.stat(path, &info) != 0) {
+    return StateToken{};
+  }
+  return StateToken::of(info);
+}
+
+std::optional<std::string> WorkspaceWatcher::currentFingerprint(const std::string& path) const {
+  struct stat info {};
+  if (fs_.stat(path, &info) != 0 || S_ISDIR(info.st_mode)) {
+    return std::nullopt;
+  }
+  try {
+    return storage::fingerprintFile(path, fs_).fingerprint.hex;
+  } catch (const storage::FileOpError&) {
+    return std::nullopt;
+  }
+}
+
+void WorkspaceWatcher::recordItem(SeenStates& snapshot, const std::string& path,
+                                  const struct stat& info) const {
+  // The walk never enters a link, so only a link's own path can be non-canonical;
+  // every other item is keyed as found, without resolving it again.
+  if (S_ISLNK(info.st_mode)) {
+    snapshot.assign(WorkspaceBoundary::canonicalize(path, fs_).value_or(path), stateToken(path));
+  } else {
+    snapshot.assign(path, StateToken::of(info));
+  }
+}
+
+void WorkspaceWatcher::snapshotWorkspace(Session& session) {
+  SeenStates snapshot;
+  auto limitedAt = session.tree.watchTree(
+      boundary_.canonicalRootPath(),
+      [&](const std::string& path, const struct stat& info) { recordItem(snapshot, path, info); });
+  if (limitedAt) {
+    noteWatchLimit(session, *limitedAt);
+  }
+  std::lock_guard guard(lock_);
+  lastSeen_ = std::move(snapshot);
+}
+
+void WorkspaceWatcher::noteWatchLimit(Session& session, const std::string& folder) {
+  if (std::exchange(session.limitLogged, true)) {
+    return;
+  }
+  logLine("cannot watch " + folder +
+          ": the inotify watch limit is reached, so changes in some folders can go unreported; "
+          "raise fs.inotify.max_user_watches (for example: sudo sysctl "
+          "fs.inotify.max_user_watches=524288) and reopen the folder");
+}
+
+void WorkspaceWatcher::handle(const std::string& path, uint32_t flags, uint64_t id) {
+  ChangeHandler onChange;
+  uint64_t startID = 0;
+  {
+    std::lock_guard guard(lock_);
+    onChange = onChange_;
+    startID = startEventID_;
+  }
+  if (!onChange || id <= startID) {
+    return;
+  }
+  auto canonical = WorkspaceBoundary::canonicalize(path, fs_);
+  if (!canonical) {
+    return;
+  }
+  auto rebased = boundary_.rebase(*canonical);
+  if (!rebased) {
+    return;
+  }
+  auto components = boundary_.relativeComponents(*rebased);
+  if (!components || components->empty()) {
+    return;
+  }
+  for (const std::string& component : *components) {
+    if (component.starts_with('.')) {
+      return;
+    }
+  }
+  StateToken token = stateToken(*rebased);
+  {
+    std::lock_guard guard(lock_);
+    if (lastSeen_.exchange(*canonical, token) == token) {
+      return;
+    }
+  }
+  if (isOwnEcho(*canonical, *rebased)) {
+    return;
+  }
+  WorkspaceChange change;
+  if (token.kind == StateToken::Kind::gone) {
+    change.kind = WorkspaceChange::Kind::removed;
+  } else if (flags & itemRenamed) {
+    change.kind = WorkspaceChange::Kind::renamed;
+  } else if (flags & itemCreated) {
+    change.kind = WorkspaceChange::Kind::created;
+  } else {
+    change.kind = WorkspaceChange::Kind::modified;
+  }
+  change.path = *rebased;
+  change.fingerprint = currentFingerprint(*rebased);
+  onChange(change);
+}
+
+void WorkspaceWatcher::runQueue(const std::shared_ptr<Session>& session) noexcept {
+  // The kernel keeps 15 bytes of a thread's name: the label's last part.
+  std::string_view label = queueLabel;
+  ::pthread_setname_np(::pthread_self(), std::string(label.substr(label.size() - 15)).c_str());
+  try {
+    pollfd fds[2] = {{session->tree.fd(), POLLIN, 0}, {session->wakeFd, POLLIN, 0}};
+    while (!session->stopping) {
+      // Idle costs nothing: without a pending batch the thread sleeps until the
+      // kernel has a record or stop wakes it.
+      int timeout = -1;
+      if (!session->batch.empty()) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(session->deadline - Clock::now());
+        timeout = static_cast<int>(std::max<int64_t>(left.count(), 0));
+      }
+      if (::poll(fds, 2, timeout) < 0) {
+        if (errno == EINTR) {
+          continue;
+        }
+        logLine("watching " + boundary_.root() + " ended: poll failed: " + std::strerror(errno));
+        return;
+      }
+      if (session->stopping) {
+        return;
+      }
+      std::optional<std::string> resyncLine;
+      if (fds[1].revents & POLLIN) {
+        uint64_t count = 0;
+        [[maybe_unused]] ssize_t ignored = ::read(session->wakeFd, &count, sizeof count);
+        if (session->overflowRequested.exchange(false)) {
+          session->tree.readAvailable();
+          session->clearBatch();
+          resyncLine = overflowLine();
+        }
+      }
+      if (fds[0].revents & POLLIN) {
+        takeRecords(*session, resyncLine);
+      }
+      if (resyncLine) {
+        resync(*session, *resyncLine);
+      }
+      if (!session->batch.empty() && Clock::now() >= session->deadline) {
+        flush(*session);
+      }
+    }
+  } catch (const std::exception& error) {
+    logLine("watching " + boundary_.root() + " ended: " + error.what());
+  } catch (...) {
+    logLine("watching " + boundary_.root() + " ended by an unknown error");
+  }
+}
+
+std::string WorkspaceWatcher::overflowLine() const {
+  return "the inotify event queue overflowed; rescanned " + boundary_.root() +
+         " for the changes it dropped";
+}
+
+void WorkspaceWatcher::takeRecords(Session& session, std::optional<std::string>& resyncLine) {
+  for (const InotifyTree::Record& record : session.tree.readAvailable()) {
+    if (record.mask & IN_Q_OVERFLOW) {
+      resyncLine = overflowLine();
+      continue;
+    }
+    if (record.mask & IN_IGNORED) {
+      session.tree.forget(record.wd);
+      continue;
+    }
+    auto folder = session.tree.folderOf(record.wd);
+    if (!folder) {
+      if (!session.tree.isRetired(record.wd) && !resyncLine) {
+        resyncLine = "inotify reported an unknown watch descriptor (" + std::to_string(record.wd) +
+                     "); rescanned " + boundary_.root() + " for the changes it stood for";
+      }
+      continue;
+    }
+    if (record.name.empty()) {
+      continue;  // about the watched folder itself: its parent's watch reports it
+    }
+    std::string path = *folder + "/" + record.name;
+    uint32_t flags = 0;
+    if (record.mask & (IN_CREATE | IN_MOVED_TO)) {
+      flags |= itemCreated;
+    }
+    if (record.mask & (IN_MOVED_FROM | IN_MOVED_TO)) {
+      flags |= itemRenamed;
+    }
+    session.add(path, flags);
+    if (!(record.mask & IN_ISDIR) || record.name.starts_with('.')) {
+      continue;
+    }
+    if (record.mask & IN_MOVED_FROM) {
+      // Whatever the folder held has left these paths; its watches go with it so
+      // that later records cannot be filed under the old names.
+      session.tree.retireBelow(path);
+      for (const std::string& gone : lastSeenBelow(path)) {
+        session.add(gone, itemRenamed);
+      }
+    }
+    if (record.mask & (IN_CREATE | IN_MOVED_TO)) {
+      // Watched first, listed second: an item made in between is either listed
+      // or recorded, and the batch folds the two into one.
+      auto limitedAt = session.tree.watchTree(
+          path, [&](const std::string& item, const struct stat&) { session.add(item, flags); });
+      if (limitedAt) {
+        // The new folder's listing above already reported what it holds; the
+        // rescan catches up with whatever else the missing watches let slip.
+        noteWatchLimit(session, *limitedAt);
+        if (!resyncLine) {
+          resyncLine = std::string();
+        }
+      }
+    }
+  }
+}
+
+std::vector<std::string> WorkspaceWatcher::lastSeenBelow(const std::string& folder) {
+  std::lock_guard guard(lock_);
+  return lastSeen_.pathsBelow(folder);
+}
+
+void WorkspaceWatcher::resync(Session& session, const std::string& line) {
+  SeenStates fresh;
+  auto limitedAt = session.tree.rewatch(
+      boundary_.canonicalRootPath(),
+      [&](const std::string& path, const struct stat& info) { recordItem(fresh, path, info); });
+  std::vector<std::pair<std::string, uint32_t>> differing;
+  {
+    std::lock_guard guard(lock_);
+    fresh.forEach([&](const std::string& path, const StateToken& token) {
+      auto seen = lastSeen_.find(path);
+      if (!seen || seen->kind == StateToken::Kind::gone) {
+        differing.emplace_back(path, itemCreated);
+      } else if (*seen != token) {
+        differing.emplace_back(path, 0);
+      }
+    });
+    lastSeen_.forEach([&](const std::string& path, const StateToken& token) {
+      if (token.kind != StateToken::Kind::gone && !fresh.find(path)) {
+        differing.emplace_back(path, 0);
+      }
+    });
+  }
+  // In path order, so a folder is reported before what it holds. handle compares
+  // each path once more: one that settled back to what was last seen stays quiet.
+  std::sort(differing.begin(), differing.end());
+  for (const auto& [path, flags] : differing) {
+    session.add(path, flags);
+  }
+  if (!line.empty()) {
+    logLine(line);
+  }
+  if (limitedAt) {
+    noteWatchLimit(session, *limitedAt);
+  }
+}
+
+void WorkspaceWatcher::flush(Session& session) {
+  auto batch = std::move(session.batch);
+  session.clearBatch();
+  for (const auto& [path, flags] : batch) {
+    // Checked before every path: after stop, the watcher may already be gone.
+    if (session.stopping) {
+      return;
+    }
+    try {
+      handle(path, flags, ++lastEventID_);
+    } catch (const std::exception& error) {
+      logLine("a change of " + path + " was not delivered: " + error.what());
+    }
+  }
+}
+
+}  // namespace vorna::bridge

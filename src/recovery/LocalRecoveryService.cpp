@@ -1,0 +1,568 @@
+#include "recovery/LocalRecoveryService.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <map>
+
+#include "contracts/RecoveryError.h"
+#include "recovery/Identity.h"
+#include "recovery/IndexFiles.h"
+#include "recovery/PathForms.h"
+#include "recovery/StoreLocation.h"
+#include "recovery/SwapFiles.h"
+#include "storage/DurableFiles.h"
+#include "storage/FileOpError.h"
+#include "storage/Fingerprint.h"
+#include "storage/PathNames.h"
+#include "storage/RandomUuid.h"
+
+namespace vorna::recovery {
+namespace {
+
+using contracts::Bytes;
+using contracts::CandidateRecord;
+using contracts::ConflictRecord;
+using contracts::DraftRecord;
+using contracts::Json;
+using contracts::OperationRecord;
+using contracts::RecoveryError;
+using storage::FileOpError;
+using storage::Fingerprint;
+using storage::RecoveryEntry;
+using storage::RecoveryKind;
+
+constexpr const char* kIdentityFile = "identity.json";
+constexpr const char* kDraftsFile = "drafts.json";
+constexpr const char* kConflictsFile = "conflicts.json";
+constexpr const char* kOperationsFile = "operations.json";
+constexpr const char* kRetainedFolder = "retained";
+constexpr mode_t kStoreFolderMode = 0700;
+// How long the sweep lets a swap file settle before taking its fingerprint:
+// the same rhythm as the safe adapter's own settling.
+constexpr uint64_t kSwapSettleNanos = 8'000'000;
+constexpr int kSwapSettleAttempts = 25;
+
+// The sidecar beside a payload: its extension replaced by "json", or ".json"
+// appended when it has none.
+std::string sidecarOf(const std::string& payloadPath) {
+  std::string name = storage::lastComponent(payloadPath);
+  size_t dot = name.rfind('.');
+  std::string stem = dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+  return storage::joinPath(storage::parentFolder(payloadPath), stem + ".json");
+}
+
+// The text of anything the retention store throws: FileOpError, or
+// std::invalid_argument for a path a sidecar cannot hold.
+std::string describe(const std::exception& error) {
+  return error.what();
+}
+
+// The first record with `id`; notFound "operation {id}" when there is none.
+OperationRecord& operationIn(std::vector<OperationRecord>& journal, const std::string& id) {
+  auto found = std::find_if(journal.begin(), journal.end(),
+                            [&](const OperationRecord& record) { return record.id == id; });
+  if (found == journal.end()) {
+    throw RecoveryError::notFound("operation " + id);
+  }
+  return *found;
+}
+
+}  // namespace
+
+LocalRecoveryService::LocalRecoveryService(const std::string& workspaceRoot,
+                                           const std::optional<std::string>& storeRoot,
+                                           std::int64_t retainedPerPage, double retentionGrace,
+                                           storage::FileSystem& fs, RecoveryEnvironment environment)
+    : fs_(fs),
+      environment_(std::move(environment)),
+      workspaceRoot_(resolvedPath(workspaceRoot, fs)),
+      workspaceID_(workspaceIdentifier(workspaceRoot_, fs)),
+      retainedPerPage_(retainedPerPage),
+      retentionGrace_(retentionGrace) {
+  std::string root = storeRoot ? standardisedPath(*storeRoot)
+                               : defaultStoreRoot(workspaceRoot_, environment_, fs_);
+  std::string candidate = storage::joinPath(root, workspaceID_);
+  std::string resolved = resolvedPath(candidate, fs_);
+  // Copies of pages kept inside the workspace would be watched, listed and
+  // swept as if they were pages.
+  if (isSameOrInside(resolved, workspaceRoot_)) {
+    throw RecoveryError::storeUnavailable("recovery store would live inside the workspace: " +
+                                          resolved);
+  }
+  storeDirectory_ = candidate;
+  try {
+    createFolders(storeDirectory_, kStoreFolderMode, fs_);
+  } catch (const FileOpError& error) {
+    throw RecoveryError::storeUnavailable("cannot create " + storeDirectory_ + ": " +
+                                          error.description());
+  }
+  try {
+    retentionStore_ = std::make_unique<storage::RecoveryStore>(
+        storage::joinPath(storeDirectory_, kRetainedFolder), fs_);
+  } catch (const FileOpError& error) {
+    throw RecoveryError::storeUnavailable("cannot open retention store: " + error.description());
+  }
+  writeIdentityIfNeeded();
+}
+
+std::string LocalRecoveryService::indexPath(std::string_view name) const {
+  return storage::joinPath(storeDirectory_, name);
+}
+
+void LocalRecoveryService::log(std::string_view message) {
+  environment_.log(recoveryLogLine(message));
+}
+
+void LocalRecoveryService::writeIdentityIfNeeded() {
+  const std::string path = indexPath(kIdentityFile);
+  if (indexExists(path, fs_)) {
+    Identity identity = readIndex<Identity>(path, fs_, Identity::fromJson);
+    // The path decides, not the recorded identifier: a store follows its
+    // folder's path, and a folder made anew there has another identifier anyway.
+    if (identity.workspacePath != workspaceRoot_) {
+      throw RecoveryError::identityMismatch("recovery at " + storeDirectory_ + " belongs to " +
+                                            identity.workspacePath + ", not " + workspaceRoot_);
+    }
+    return;
+  }
+  Identity identity{.workspaceID = workspaceID_,
+                    .workspacePath = workspaceRoot_,
+                    .createdAt = environment_.now()};
+  writeIndex(identity.toJson(), path, fs_);
+}
+
+std::vector<DraftEntry> LocalRecoveryService::readDrafts() {
+  return readIndexList<DraftEntry>(indexPath(kDraftsFile), fs_, DraftEntry::fromJson);
+}
+
+std::vector<ConflictEntry> LocalRecoveryService::readConflicts() {
+  return readIndexList<ConflictEntry>(indexPath(kConflictsFile), fs_, ConflictEntry::fromJson);
+}
+
+std::vector<OperationRecord> LocalRecoveryService::readOperations() {
+  return readIndexList<OperationRecord>(indexPath(kOperationsFile), fs_, OperationRecord::fromJson);
+}
+
+// Drafts
+
+DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
+                                            const std::optional<std::string>& baseFingerprint) {
+  std::lock_guard guard(lock_);
+  const std::string page = standardisedPath(pagePath);
+  std::vector<DraftEntry> list = readDrafts();
+  RecoveryEntry retained;
+  try {
+    retained = retentionStore_->retain(bytes, RecoveryKind::pendingEditorBytes, pagePath);
+  } catch (const std::exception& error) {
+    throw RecoveryError::storeUnavailable("cannot retain " + std::to_string(bytes.size()) +
+                                          " bytes for " + page + ": " + describe(error));
+  }
+  DraftRecord record{
+      .id = retained.id,
+      .pagePath = page,
+      .baseFingerprint = baseFingerprint,
+      .fingerprint = Fingerprint::ofBytes(bytes).hex,
+      .byteCount = static_cast<std::int64_t>(bytes.size()),
+      .capturedAt = environment_.now(),
+  };
+  list.push_back(
+      DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false});
+  writeIndex(indexList(list), indexPath(kDraftsFile), fs_);
+  return record;
+}
+
+std::vector<DraftRecord> LocalRecoveryService::drafts() {
+  std::lock_guard guard(lock_);
+  // Ordered by page path; one record per page, so no ties to break by time.
+  std::map<std::string, DraftRecord> newestByPage;
+  for (DraftEntry& entry : readDrafts()) {
+    if (!entry.discarded) {
+      newestByPage.insert_or_assign(entry.record.pagePath, std::move(entry.record));
+    }
+  }
+  std::vector<DraftRecord> result;
+  result.reserve(newestByPage.size());
+  for (auto& [page, record] : newestByPage) {
+    result.push_back(std::move(record));
+  }
+  return result;
+}
+
+Bytes LocalRecoveryService::draftBytes(const std::string& id) {
+  std::lock_guard guard(lock_);
+  std::vector<DraftEntry> list = readDrafts();
+  auto found = std::find_if(list.begin(), list.end(),
+                            [&](const DraftEntry& entry) { return entry.record.id == id; });
+  if (found == list.end()) {
+    throw RecoveryError::notFound("draft " + id);
+  }
+  Bytes bytes;
+  try {
+    bytes = storage::readFileWhole(found->payloadPath, fs_);
+  } catch (const FileOpError&) {
+    throw RecoveryError::notFound("draft " + id + ": payload missing at " + found->payloadPath);
+  }
+  if (Fingerprint::ofBytes(bytes).hex != found->record.fingerprint) {
+    throw RecoveryError::storeUnavailable("draft " + id + ": payload at " + found->payloadPath +
+                                          " no longer matches its fingerprint");
+  }
+  return bytes;
+}
+
+void LocalRecoveryService::discardDraft(const std::string& pagePath) {
+  std::lock_guard guard(lock_);
+  const std::string page = standardisedPath(pagePath);
+  std::vector<DraftEntry> list = readDrafts();
+  bool marked = false;
+  for (DraftEntry& entry : list) {
+    if (entry.record.pagePath == page && !entry.discarded) {
+      entry.discarded = true;
+      marked = true;
+    }
+  }
+  RetentionPlan plan = retentionPlan({page}, list, storeIndex_.refresh(*retentionStore_));
+  if (marked || plan.changed) {
+    writeIndex(indexList(plan.keptDrafts), indexPath(kDraftsFile), fs_);
+  }
+  prune(plan.deletions);
+}
+
+std::string LocalRecoveryService::draftPayloadURL(const std::string& id) {
+  std::lock_guard guard(lock_);
+  for (const DraftEntry& entry : readDrafts()) {
+    if (entry.record.id == id) {
+      return entry.payloadPath;
+    }
+  }
+  throw RecoveryError::notFound("draft " + id);
+}
+
+// Conflicts
+
+ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
+                                                    std::optional<std::string_view> base,
+                                                    const std::vector<RecoveryEntry>& retained) {
+  std::lock_guard guard(lock_);
+  const std::string page = standardisedPath(pagePath);
+  std::vector<ConflictEntry> list = readConflicts();
+  auto open = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
+    return entry.record.pagePath == page && !entry.record.resolvedAt;
+  });
+  if (open == list.end()) {
+    list.push_back(ConflictEntry{.record = ConflictRecord{.id = storage::randomUuid(),
+                                                          .pagePath = page,
+                                                          .candidates = {},
+                                                          .openedAt = environment_.now(),
+                                                          .resolvedAt = std::nullopt,
+                                                          .chosenCandidateID = std::nullopt},
+                                 .payloads = {}});
+    open = std::prev(list.end());
+  }
+  ConflictEntry& conflict = *open;
+
+  std::unordered_set<std::string> known;
+  bool hasBase = false;
+  for (const CandidateRecord& candidate : conflict.record.candidates) {
+    known.insert(candidate.fingerprint);
+    hasBase = hasBase || candidate.role == CandidateRecord::Role::base;
+  }
+  auto add = [&](const std::string& id, CandidateRecord::Role role, std::string fingerprint,
+                 std::int64_t byteCount, contracts::Timestamp capturedAt,
+                 const std::string& payloadPath) {
+    known.insert(fingerprint);
+    hasBase = hasBase || role == CandidateRecord::Role::base;
+    conflict.record.candidates.push_back(CandidateRecord{.id = id,
+                                                         .role = role,
+                                                         .fingerprint = std::move(fingerprint),
+                                                         .byteCount = byteCount,
+                                                         .capturedAt = capturedAt});
+    conflict.payloads.insert_or_assign(id, payloadPath);
+  };
+
+  if (!hasBase && base) {
+    std::string fingerprint = Fingerprint::ofBytes(*base).hex;
+    if (!known.contains(fingerprint)) {
+      RecoveryEntry entry;
+      try {
+        entry = retentionStore_->retain(*base, RecoveryKind::displacedExpected, pagePath);
+      } catch (const std::exception& error) {
+        throw RecoveryError::storeUnavailable("cannot retain " + std::to_string(base->size()) +
+                                              " bytes for " + page + ": " + describe(error));
+      }
+      add(entry.id, CandidateRecord::Role::base, std::move(fingerprint),
+          static_cast<std::int64_t>(base->size()), entry.capturedAt, entry.payloadPath);
+    }
+  }
+
+  for (const RecoveryEntry& entry : retained) {
+    Bytes bytes;
+    try {
+      bytes = storage::readFileWhole(entry.payloadPath, fs_);
+    } catch (const FileOpError&) {
+      throw RecoveryError::storeUnavailable("retained payload missing at " + entry.payloadPath);
+    }
+    // What the candidate offers is what was read now, not what the entry claimed.
+    std::string fingerprint = Fingerprint::ofBytes(bytes).hex;
+    if (known.contains(fingerprint)) {
+      continue;
+    }
+    CandidateRecord::Role role = CandidateRecord::Role::disk;
+    switch (entry.kind) {
+      case RecoveryKind::pendingEditorBytes:
+      case RecoveryKind::editorBytesWithdrawn:
+        role = CandidateRecord::Role::editor;
+        break;
+      case RecoveryKind::displacedExternal:
+        role = CandidateRecord::Role::disk;
+        break;
+      case RecoveryKind::displacedExpected:
+        role = hasBase ? CandidateRecord::Role::disk : CandidateRecord::Role::base;
+        break;
+    }
+    add(entry.id, role, std::move(fingerprint), static_cast<std::int64_t>(bytes.size()),
+        entry.capturedAt, entry.payloadPath);
+  }
+
+  ConflictRecord result = conflict.record;
+  writeIndex(indexList(list), indexPath(kConflictsFile), fs_);
+  return result;
+}
+
+std::vector<ConflictRecord> LocalRecoveryService::conflicts() {
+  std::lock_guard guard(lock_);
+  std::vector<ConflictRecord> open;
+  for (ConflictEntry& entry : readConflicts()) {
+    if (!entry.record.resolvedAt) {
+      open.push_back(std::move(entry.record));
+    }
+  }
+  std::stable_sort(open.begin(), open.end(), [](const ConflictRecord& a, const ConflictRecord& b) {
+    return a.openedAt < b.openedAt;
+  });
+  return open;
+}
+
+Bytes LocalRecoveryService::candidateBytes(const std::string& id) {
+  std::lock_guard guard(lock_);
+  for (const ConflictEntry& entry : readConflicts()) {
+    auto candidate = std::find_if(entry.record.candidates.begin(), entry.record.candidates.end(),
+                                  [&](const CandidateRecord& c) { return c.id == id; });
+    if (candidate == entry.record.candidates.end()) {
+      continue;
+    }
+    auto payload = entry.payloads.find(id);
+    if (payload == entry.payloads.end()) {
+      continue;  // a damaged entry; another conflict may still know the candidate
+    }
+    Bytes bytes;
+    try {
+      bytes = storage::readFileWhole(payload->second, fs_);
+    } catch (const FileOpError&) {
+      throw RecoveryError::notFound("candidate " + id + ": payload missing at " + payload->second);
+    }
+    if (Fingerprint::ofBytes(bytes).hex != candidate->fingerprint) {
+      throw RecoveryError::storeUnavailable("candidate " + id + ": payload at " + payload->second +
+                                            " no longer matches its fingerprint");
+    }
+    return bytes;
+  }
+  throw RecoveryError::notFound("candidate " + id);
+}
+
+void LocalRecoveryService::markResolved(const std::string& conflictID,
+                                        const std::string& chosenCandidateID) {
+  std::lock_guard guard(lock_);
+  std::vector<ConflictEntry> list = readConflicts();
+  auto conflict = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
+    return entry.record.id == conflictID;
+  });
+  if (conflict == list.end()) {
+    throw RecoveryError::notFound("conflict " + conflictID);
+  }
+  const auto& candidates = conflict->record.candidates;
+  if (std::none_of(candidates.begin(), candidates.end(),
+                   [&](const CandidateRecord& c) { return c.id == chosenCandidateID; })) {
+    throw RecoveryError::notFound("candidate " + chosenCandidateID + " in conflict " + conflictID);
+  }
+  conflict->record.resolvedAt = environment_.now();
+  conflict->record.chosenCandidateID = chosenCandidateID;
+  writeIndex(indexList(list), indexPath(kConflictsFile), fs_);
+}
+
+// Operations journal
+
+OperationRecord LocalRecoveryService::beginOperation(
+    const std::string& label, const std::vector<OperationRecord::Step>& steps) {
+  std::lock_guard guard(lock_);
+  std::vector<OperationRecord> journal = readOperations();
+  OperationRecord record{.id = storage::randomUuid(),
+                         .label = label,
+                         .steps = steps,
+                         .startedAt = environment_.now(),
+                         .finishedAt = std::nullopt};
+  journal.push_back(record);
+  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+  return record;
+}
+
+void LocalRecoveryService::updateStep(const std::string& operationID, std::int64_t index,
+                                      OperationRecord::StepState state) {
+  std::lock_guard guard(lock_);
+  std::vector<OperationRecord> journal = readOperations();
+  OperationRecord& operation = operationIn(journal, operationID);
+  if (index < 0 || static_cast<std::uint64_t>(index) >= operation.steps.size()) {
+    throw RecoveryError::notFound("step " + std::to_string(index) + " of operation " + operationID);
+  }
+  operation.steps[static_cast<size_t>(index)].state = state;
+  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+}
+
+void LocalRecoveryService::finishOperation(const std::string& operationID) {
+  std::lock_guard guard(lock_);
+  std::vector<OperationRecord> journal = readOperations();
+  OperationRecord& operation = operationIn(journal, operationID);
+  operation.finishedAt = environment_.now();
+  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+}
+
+std::vector<OperationRecord> LocalRecoveryService::unfinishedOperations() {
+  std::lock_guard guard(lock_);
+  std::vector<OperationRecord> unfinished;
+  for (OperationRecord& record : readOperations()) {
+    if (!record.finishedAt) {
+      unfinished.push_back(std::move(record));
+    }
+  }
+  std::stable_sort(
+      unfinished.begin(), unfinished.end(),
+      [](const OperationRecord& a, const OperationRecord& b) { return a.startedAt < b.startedAt; });
+  return unfinished;
+}
+
+// Retention
+
+std::optional<std::unordered_set<std::string>> LocalRecoveryService::pinnedPayloadPaths(
+    const std::vector<DraftEntry>& drafts) {
+  std::vector<ConflictEntry> conflicts;
+  try {
+    conflicts = readConflicts();
+  } catch (const RecoveryError&) {
+    return std::nullopt;
+  }
+  std::unordered_set<std::string> pinned;
+  for (const DraftEntry& entry : drafts) {
+    if (!entry.discarded) {
+      pinned.insert(entry.payloadPath);
+    }
+  }
+  for (const ConflictEntry& entry : conflicts) {
+    for (const auto& [id, path] : entry.payloads) {
+      pinned.insert(path);
+    }
+  }
+  return pinned;
+}
+
+RetentionPlan LocalRecoveryService::retentionPlan(
+    const std::set<std::string>& pages, const std::vector<DraftEntry>& drafts,
+    const RetentionStoreIndex::EntriesByPage& storeEntries) {
+  if (retainedPerPage_ < 0) {
+    return RetentionPlan::keepAll(drafts);
+  }
+  std::optional<std::unordered_set<std::string>> pinned = pinnedPayloadPaths(drafts);
+  if (!pinned) {
+    return RetentionPlan::keepAll(drafts);
+  }
+  return RetentionPlan::make(pages, drafts, *pinned, storeEntries, retentionStore_->directory(),
+                             retainedPerPage_, retentionGrace_, environment_.now());
+}
+
+void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {
+  for (const std::string& payload : payloadPaths) {
+    // The sidecar goes first: a payload without one is no longer an entry, so
+    // a pass cut short here never leaves an entry whose payload is gone.
+    for (const std::string& path : {sidecarOf(payload), payload}) {
+      struct stat st {};
+      if (fs_.lstat(path, &st) != 0) {
+        continue;
+      }
+      if (fs_.unlink(path) != 0) {
+        log("retention budget could not delete " + path + ": " +
+            FileOpError::fromErrno("unlink", path).description());
+      }
+    }
+  }
+}
+
+void LocalRecoveryService::enforceRetentionBudget() {
+  std::lock_guard guard(lock_);
+  std::vector<DraftEntry> list = readDrafts();
+  // The store index is refreshed once per pass: under the lock nothing of this
+  // service changes the store between gathering the pages and planning.
+  const RetentionStoreIndex::EntriesByPage& storeEntries = storeIndex_.refresh(*retentionStore_);
+  std::set<std::string> pages;
+  for (const DraftEntry& entry : list) {
+    pages.insert(entry.record.pagePath);
+  }
+  for (const auto& [page, entries] : storeEntries) {
+    pages.insert(page);
+  }
+  if (pages.empty()) {
+    return;
+  }
+  RetentionPlan plan = retentionPlan(pages, list, storeEntries);
+  if (plan.changed) {
+    writeIndex(indexList(plan.keptDrafts), indexPath(kDraftsFile), fs_);
+  }
+  prune(plan.deletions);
+}
+
+// Swap sweep
+
+bool LocalRecoveryService::retentionStoreAcceptsWrites() {
+  // Making a file answers for everything that can refuse one (mode bits, ACLs,
+  // a read-only mount), which a test of the mode bits alone would not.
+  std::string probe =
+      storage::joinPath(retentionStore_->directory(), ".probe-" + storage::randomUuid());
+  int fd = fs_.open(probe, O_WRONLY | O_CREAT | O_EXCL, 0600);
+  if (fd < 0) {
+    return false;
+  }
+  fs_.close(fd);
+  fs_.unlink(probe);
+  return true;
+}
+
+std::vector<RecoveryEntry> LocalRecoveryService::sweepOrphanedSwaps() {
+  std::lock_guard guard(lock_);
+  std::vector<std::string> swaps;
+  collectSwapFiles(workspaceRoot_, swaps, fs_);
+  std::vector<RecoveryEntry> adopted;
+  std::vector<std::pair<std::string, std::string>> failures;
+  for (const std::string& swap : swaps) {
+    storage::StabilizedFingerprint settled =
+        storage::stabilizedFingerprint(swap, kSwapSettleNanos, kSwapSettleAttempts, fs_);
+    try {
+      adopted.push_back(retentionStore_->adopt(swap, RecoveryKind::displacedExternal,
+                                               pageForSwap(swap), settled.fingerprint,
+                                               settled.byteCount, settled.stabilized));
+    } catch (const std::exception& error) {
+      failures.emplace_back(swap, describe(error));
+    }
+  }
+  for (const auto& [swap, error] : failures) {
+    log("orphaned swap left in place at " + swap + ": " + error);
+  }
+  if (!failures.empty() && !retentionStoreAcceptsWrites()) {
+    throw RecoveryError::storeUnavailable(
+        "retention store at " + retentionStore_->directory() + " cannot accept writes; " +
+        std::to_string(failures.size()) + " orphaned swap file(s) left in the workspace");
+  }
+  return adopted;
+}
+
+}  // namespace vorna::recovery

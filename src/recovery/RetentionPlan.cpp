@@ -1,0 +1,106 @@
+#include "recovery/RetentionPlan.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+
+#include "storage/PathNames.h"
+
+namespace vorna::recovery {
+namespace {
+
+double secondsOf(contracts::Timestamp time) {
+  return std::chrono::duration<double>(time.time_since_epoch()).count();
+}
+
+// Newest first; of two with one capture time, the greater id counts as newer.
+bool newerFirst(contracts::Timestamp timeA, const std::string& idA, contracts::Timestamp timeB,
+                const std::string& idB) {
+  if (timeA != timeB) {
+    return timeA > timeB;
+  }
+  return idA > idB;
+}
+
+}  // namespace
+
+RetentionPlan RetentionPlan::keepAll(const std::vector<DraftEntry>& drafts) {
+  return RetentionPlan{.keptDrafts = drafts, .deletions = {}, .changed = false};
+}
+
+RetentionPlan RetentionPlan::make(const std::set<std::string>& pages,
+                                  const std::vector<DraftEntry>& drafts,
+                                  const std::unordered_set<std::string>& pinned,
+                                  const RetentionStoreIndex::EntriesByPage& storeEntries,
+                                  const std::string& storeDirectory, std::int64_t retainedPerPage,
+                                  double retentionGrace, contracts::Timestamp now) {
+  if (retainedPerPage < 0) {
+    return keepAll(drafts);
+  }
+  const auto keep = static_cast<size_t>(retainedPerPage);
+  // Compared in seconds as doubles so that no grace, however large, overflows;
+  // a grace that is not a number makes nothing old.
+  const double cutoff = secondsOf(now) - retentionGrace;
+  auto deletable = [&](contracts::Timestamp capturedAt, const std::string& payloadPath) {
+    return secondsOf(capturedAt) < cutoff && !pinned.contains(payloadPath) &&
+           storage::parentFolder(payloadPath) == storeDirectory;
+  };
+
+  std::map<std::string, std::vector<size_t>> discardedByPage;
+  for (size_t index = 0; index < drafts.size(); ++index) {
+    if (drafts[index].discarded) {
+      discardedByPage[drafts[index].record.pagePath].push_back(index);
+    }
+  }
+
+  RetentionPlan plan;
+  std::vector<bool> dropped(drafts.size(), false);
+  bool anyDropped = false;
+  for (const std::string& page : pages) {
+    if (auto found = discardedByPage.find(page); found != discardedByPage.end()) {
+      std::vector<size_t>& indices = found->second;
+      std::sort(indices.begin(), indices.end(), [&](size_t a, size_t b) {
+        return newerFirst(drafts[a].record.capturedAt, drafts[a].record.id,
+                          drafts[b].record.capturedAt, drafts[b].record.id);
+      });
+      for (size_t rank = keep; rank < indices.size(); ++rank) {
+        const DraftEntry& entry = drafts[indices[rank]];
+        if (deletable(entry.record.capturedAt, entry.payloadPath)) {
+          plan.deletions.push_back(entry.payloadPath);
+          dropped[indices[rank]] = true;
+          anyDropped = true;
+        }
+      }
+    }
+    if (auto found = storeEntries.find(page); found != storeEntries.end()) {
+      std::vector<const storage::RecoveryEntry*> displaced;
+      for (const storage::RecoveryEntry& entry : found->second) {
+        if (entry.kind == storage::RecoveryKind::displacedExpected) {
+          displaced.push_back(&entry);
+        }
+      }
+      std::sort(displaced.begin(), displaced.end(), [](const auto* a, const auto* b) {
+        return newerFirst(a->capturedAt, a->id, b->capturedAt, b->id);
+      });
+      for (size_t rank = keep; rank < displaced.size(); ++rank) {
+        if (deletable(displaced[rank]->capturedAt, displaced[rank]->payloadPath)) {
+          plan.deletions.push_back(displaced[rank]->payloadPath);
+        }
+      }
+    }
+  }
+
+  if (!anyDropped) {
+    plan.keptDrafts = drafts;
+    return plan;
+  }
+  for (size_t index = 0; index < drafts.size(); ++index) {
+    if (!dropped[index]) {
+      plan.keptDrafts.push_back(drafts[index]);
+    }
+  }
+  plan.changed = true;
+  return plan;
+}
+
+}  // namespace vorna::recovery

@@ -1,0 +1,373 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include "bridge/WorkspaceWatcher.h"
+#include "storage/Fingerprint.h"
+#include "support/TempDir.h"
+
+namespace vorna::contracts {
+// Readable failure messages.
+void PrintTo(const WorkspaceChange& change, std::ostream* out) {
+  *out << WorkspaceChange::kindName(change.kind) << " " << change.path
+       << (change.fingerprint ? " " + change.fingerprint->substr(0, 8) : std::string());
+}
+}  // namespace vorna::contracts
+
+namespace vorna::bridge {
+namespace {
+
+using contracts::WorkspaceChange;
+using Kind = WorkspaceChange::Kind;
+using namespace std::chrono_literals;
+
+constexpr auto kPatience = 10s;
+
+std::string fingerprintOf(const std::string& bytes) {
+  return storage::Fingerprint::ofBytes(bytes).hex;
+}
+
+WorkspaceChange change(Kind kind, std::string path,
+                       std::optional<std::string> fingerprint = std::nullopt) {
+  return WorkspaceChange{kind, std::move(path), std::move(fingerprint)};
+}
+
+std::vector<WorkspaceChange> sortedByPath(std::vector<WorkspaceChange> changes) {
+  std::sort(changes.begin(), changes.end(),
+            [](const auto& a, const auto& b) { return a.path < b.path; });
+  return changes;
+}
+
+// Polls `condition` until it holds or the deadline passes.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds within = kPatience) {
+  auto deadline = std::chrono::steady_clock::now() + within;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(5ms);
+  }
+  return true;
+}
+
+// Collects the changes delivered on the watcher's queue.
+class Recorder {
+ public:
+  WorkspaceWatcher::ChangeHandler handler() {
+    return [this](const WorkspaceChange& delivered) { add(delivered); };
+  }
+
+  void add(const WorkspaceChange& delivered) {
+    std::lock_guard guard(mutex_);
+    changes_.push_back(delivered);
+    arrived_.notify_all();
+  }
+
+  // Waits until a change of `path` has arrived; false after kPatience.
+  bool waitFor(const std::string& path) {
+    std::unique_lock guard(mutex_);
+    return arrived_.wait_for(guard, kPatience, [&] {
+      return std::any_of(changes_.begin(), changes_.end(),
+                         [&](const auto& seen) { return seen.path == path; });
+    });
+  }
+
+  // Everything before the change of `path`, which is dropped; the rest is kept.
+  std::vector<WorkspaceChange> takeUntil(const std::string& path) {
+    std::lock_guard guard(mutex_);
+    auto marker = std::find_if(changes_.begin(), changes_.end(),
+                               [&](const auto& seen) { return seen.path == path; });
+    std::vector<WorkspaceChange> before(changes_.begin(), marker);
+    changes_.erase(changes_.begin(), marker == changes_.end() ? marker : marker + 1);
+    return before;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable arrived_;
+  std::vector<WorkspaceChange> changes_;
+};
+
+// Lets a test hold the queue inside a callback.
+class Gate {
+ public:
+  void enterAndWait() {
+    std::unique_lock guard(mutex_);
+    entered_ = true;
+    changed_.notify_all();
+    changed_.wait_for(guard, kPatience, [&] { return open_; });
+  }
+  bool waitEntered() {
+    std::unique_lock guard(mutex_);
+    return changed_.wait_for(guard, kPatience, [&] { return entered_; });
+  }
+  void open() {
+    std::lock_guard guard(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool entered_ = false;
+  bool open_ = false;
+};
+
+class WorkspaceWatcherTest : public ::testing::Test {
+ protected:
+  WorkspaceWatcherTest() { temp.makeFolder("site"); }
+
+  std::string at(const std::string& relative) const { return root + "/" + relative; }
+  void write(const std::string& relative, const std::string& bytes) const {
+    temp.write("site/" + relative, bytes);
+  }
+  void move(const std::string& from, const std::string& to) const {
+    ASSERT_EQ(std::rename(from.c_str(), to.c_str()), 0) << from << " -> " << to;
+  }
+
+  // Every change delivered since the last call: a marker file is created and,
+  // once its change has come, everything recorded before it is returned. Records
+  // reach the queue in order, so nothing caused earlier can still be on its way.
+  std::vector<WorkspaceChange> settle() {
+    std::string marker = "zz-marker-" + std::to_string(++markers) + ".txt";
+    write(marker, "m");
+    EXPECT_TRUE(recorder.waitFor(at(marker))) << "no change for " << marker;
+    return recorder.takeUntil(at(marker));
+  }
+
+  testing::TempDir temp;
+  testing::TempDir outside;
+  std::string root = temp / "site";
+  WorkspaceWatcher watcher{WorkspaceBoundary(root)};
+  Recorder recorder;
+  int markers = 0;
+};
+
+TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFingerprint) {
+  write("a.html", "a1");
+  write("b.html", "b1");
+  watcher.start(recorder.handler());
+
+  write("a.html", "a2 longer");
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("a.html"), fingerprintOf("a2 longer"))});
+
+  write("c.html", "c1");
+  EXPECT_EQ(settle(), std::vector{change(Kind::created, at("c.html"), fingerprintOf("c1"))});
+
+  ASSERT_EQ(std::remove(at("b.html").c_str()), 0);
+  EXPECT_EQ(settle(), std::vector{change(Kind::removed, at("b.html"))});
+
+  move(at("a.html"), at("d.html"));
+  EXPECT_EQ(settle(),
+            (std::vector{change(Kind::removed, at("a.html")),
+                         change(Kind::renamed, at("d.html"), fingerprintOf("a2 longer"))}));
+}
+
+TEST_F(WorkspaceWatcherTest, AnnouncedExchangeSaveIsSilentButALaterOutsideWriteIsNot) {
+  write("page.html", "old version");
+  watcher.start(recorder.handler());
+
+  // The host's save: staged beside the page, exchanged with it, and the displaced
+  // version carried off to a store outside the workspace.
+  watcher.noteOwnWrite(at("page.html"), fingerprintOf("new version!"));
+  write(".vn-swap-page", "new version!");
+  ASSERT_EQ(storage::FileSystem::real().exchange(at(".vn-swap-page"), at("page.html")), 0);
+  move(at(".vn-swap-page"), outside / "retained.bin");
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(testing::readFile(outside / "retained.bin"), "old version");
+
+  // The announcement was used up by its echo.
+  write("page.html", "new version!");
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("page.html"), fingerprintOf("new version!"))});
+}
+
+TEST_F(WorkspaceWatcherTest, HiddenItemsSwapFilesAndUnchangedAttributesProduceNothing) {
+  temp.makeFolder("site/.git/objects");
+  write("page.html", "p");
+  watcher.start(recorder.handler());
+
+  write(".git/objects/x", "1");
+  temp.makeFolder("site/.cache/deep");
+  write(".cache/deep/y.html", "2");
+  write(".vn-swap-1234", "3");
+  ASSERT_EQ(::chmod(at("page.html").c_str(), 0600), 0);  // same size and time
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+}
+
+TEST_F(WorkspaceWatcherTest, FolderCreatedAndFilledAtOnceReportsEverythingInIt) {
+  watcher.start(recorder.handler());
+
+  temp.makeFolder("site/new/inner");
+  write("new/inner/x.html", "x");
+  write("new/y.html", "y");
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{change(Kind::created, at("new")), change(Kind::created, at("new/inner")),
+                         change(Kind::created, at("new/inner/x.html"), fingerprintOf("x")),
+                         change(Kind::created, at("new/y.html"), fingerprintOf("y"))}));
+
+  // The new folders are watched, not just listed once.
+  write("new/inner/x.html", "x2");
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("new/inner/x.html"), fingerprintOf("x2"))});
+}
+
+TEST_F(WorkspaceWatcherTest, RenamedFolderReportsItsNewPathsAndIsWatchedThere) {
+  temp.makeFolder("site/docs/sub");
+  write("docs/sub/a.html", "a");
+  watcher.start(recorder.handler());
+
+  move(at("docs"), at("pages"));
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{change(Kind::removed, at("docs")), change(Kind::removed, at("docs/sub")),
+                         change(Kind::removed, at("docs/sub/a.html")),
+                         change(Kind::renamed, at("pages")), change(Kind::renamed, at("pages/sub")),
+                         change(Kind::renamed, at("pages/sub/a.html"), fingerprintOf("a"))}));
+
+  write("pages/sub/a.html", "a2");
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("pages/sub/a.html"), fingerprintOf("a2"))});
+}
+
+TEST_F(WorkspaceWatcherTest, FolderMovedOutOfTheWorkspaceIsNoLongerWatched) {
+  temp.makeFolder("site/docs");
+  write("docs/a.html", "a");
+  watcher.start(recorder.handler());
+
+  move(at("docs"), outside / "docs");
+  EXPECT_EQ(sortedByPath(settle()), (std::vector{change(Kind::removed, at("docs")),
+                                                 change(Kind::removed, at("docs/a.html"))}));
+
+  outside.write("docs/a.html", "written elsewhere");
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+}
+
+TEST_F(WorkspaceWatcherTest, OverflowRescansAndReportsWhatTheLostRecordsHeld) {
+  write("page.html", "v1");
+  write("gone.html", "g");
+  write("old.html", "o");
+  Gate gate;
+  watcher.start([&](const WorkspaceChange& delivered) {
+    if (delivered.path == at("block.html")) {
+      gate.enterAndWait();
+    }
+    recorder.add(delivered);
+  });
+  write("block.html", "b");
+  ASSERT_TRUE(gate.waitEntered());
+
+  // Made while the queue is held, so their records are still in the kernel when
+  // the overflow drops them; only the rescan can find them.
+  write("page.html", "v2 is longer");
+  write("new.html", "n");
+  ASSERT_EQ(std::remove(at("gone.html").c_str()), 0);
+  move(at("old.html"), at("moved.html"));
+  ::testing::internal::CaptureStderr();
+  watcher.simulateOverflow();
+  gate.open();
+
+  // The marker must not be written before the rescan, which would drop its record too.
+  ASSERT_TRUE(recorder.waitFor(at("page.html")));
+  auto changes = settle();
+  std::string log = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(log, "Vorna bridge: the inotify event queue overflowed; rescanned " + root +
+                     " for the changes it dropped\n");
+  ASSERT_FALSE(changes.empty());
+  EXPECT_EQ(changes.front(), change(Kind::created, at("block.html"), fingerprintOf("b")));
+  changes.erase(changes.begin());
+  // A rename seen only by a rescan is a removal and a creation.
+  EXPECT_EQ(sortedByPath(changes),
+            (std::vector{change(Kind::removed, at("gone.html")),
+                         change(Kind::created, at("moved.html"), fingerprintOf("o")),
+                         change(Kind::created, at("new.html"), fingerprintOf("n")),
+                         change(Kind::removed, at("old.html")),
+                         change(Kind::modified, at("page.html"), fingerprintOf("v2 is longer"))}));
+}
+
+TEST_F(WorkspaceWatcherTest, StopWaitsForTheRunningCallbackAndNoneFollows) {
+  Gate gate;
+  std::atomic<int> calls{0};
+  std::atomic<bool> callbackDone{false};
+  watcher.start([&](const WorkspaceChange&) {
+    if (calls.fetch_add(1) == 0) {
+      gate.enterAndWait();
+      callbackDone = true;
+    }
+  });
+  for (int i = 0; i < 5; ++i) {
+    write("f" + std::to_string(i) + ".html", "x");
+  }
+  ASSERT_TRUE(gate.waitEntered());
+
+  std::atomic<bool> stopped{false};
+  std::thread stopper([&] {
+    watcher.stop();
+    stopped = true;
+  });
+  EXPECT_FALSE(eventually([&] { return stopped.load(); }, 100ms)) << "stop did not wait";
+  gate.open();
+  stopper.join();
+  EXPECT_TRUE(callbackDone);
+  // The other four files were batched with the first and are never delivered.
+  EXPECT_EQ(calls.load(), 1);
+}
+
+TEST_F(WorkspaceWatcherTest, RestartFromInsideTheCallbackDoesNotWaitForItself) {
+  std::atomic<int> firstRunCalls{0};
+  std::atomic<bool> restarted{false};
+  watcher.start([&](const WorkspaceChange&) {
+    if (firstRunCalls.fetch_add(1) == 0) {
+      watcher.start(recorder.handler());
+      restarted = true;
+    }
+  });
+  for (int i = 0; i < 5; ++i) {
+    write("f" + std::to_string(i) + ".html", "x");
+  }
+  ASSERT_TRUE(eventually([&] { return restarted.load(); }));
+
+  // The new run took its snapshot with all five files present.
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(firstRunCalls.load(), 1);
+}
+
+TEST_F(WorkspaceWatcherTest, NineAnnouncementsKeepOnlyTheNewestEight) {
+  write("page.html", "start");
+  watcher.start(recorder.handler());
+  auto version = [](int n) { return "version " + std::string(n, '+'); };
+  for (int n = 1; n <= 9; ++n) {
+    watcher.noteOwnWrite(at("page.html"), fingerprintOf(version(n)));
+  }
+
+  write("page.html", version(1));
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("page.html"), fingerprintOf(version(1)))});
+  write("page.html", version(9));
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  write("page.html", version(2));
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+}
+
+TEST_F(WorkspaceWatcherTest, StopIsIdempotentAndARestartTakesAFreshSnapshot) {
+  watcher.start(recorder.handler());
+  watcher.stop();
+  watcher.stop();
+  write("late.html", "x");
+  watcher.start(recorder.handler());
+  // late.html existed when the second run took its snapshot.
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+}
+
+}  // namespace
+}  // namespace vorna::bridge

@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <functional>
+#include <regex>
+
+#include "ServiceFixture.h"
+#include "recovery/IndexFiles.h"
+
+namespace vorna::recovery {
+namespace {
+
+using testfixture::namesIn;
+using testfixture::readFileOrEmpty;
+using testfixture::recoveryErrorOf;
+using testfixture::writeRaw;
+using testing::FsCall;
+
+class IndexFilesTest : public testfixture::ServiceTest {};
+
+// Each step of replacing an index can fail; every failure must leave the old
+// index in force and no temporary file behind.
+TEST_F(IndexFilesTest, AnInterruptedWriteLeavesTheOldIndexAndNoTemporaryFile) {
+  struct Case {
+    FsCall call;
+    int error;
+    std::string failure;  // the FileOpError text after "{tmp}: "
+  };
+  const Case cases[] = {
+      {FsCall::open, EACCES, "open failed on {tmp}: Permission denied (13)"},
+      {FsCall::write, ENOSPC, "write failed on {tmp}: No space left on device (28)"},
+      {FsCall::fsync, EIO, "fsync failed on {tmp}: Input/output error (5)"},
+      {FsCall::rename, EXDEV, "rename failed on {tmp}: Invalid cross-device link (18)"},
+  };
+  service().beginOperation("first", {});
+  const std::string journal = indexFile("operations.json");
+  const std::string before = readFileOrEmpty(journal);
+  for (const Case& c : cases) {
+    fs.clearFaults();
+    fs.failWhere(c.call, ".tmp-", c.error);
+    std::string message = recoveryErrorOf([&] { service().beginOperation("second", {}); });
+
+    std::string pattern = "recovery store unavailable: cannot write operations\\.json: " +
+                          std::regex_replace(c.failure, std::regex("\\{tmp\\}"),
+                                             storeDirectory() + "/\\.tmp-[0-9A-F-]{36}");
+    pattern = std::regex_replace(pattern, std::regex("\\((\\d+)\\)$"), "\\($1\\)");
+    EXPECT_TRUE(std::regex_match(message, std::regex(pattern))) << message;
+    EXPECT_EQ(readFileOrEmpty(journal), before) << fsCallName(c.call);
+    EXPECT_EQ(namesIn(storeDirectory(), ".tmp-"), std::vector<std::string>{}) << fsCallName(c.call);
+  }
+
+  fs.clearFaults();
+  fs.limitWrites(0);
+  std::string message = recoveryErrorOf([&] { service().beginOperation("second", {}); });
+  EXPECT_TRUE(
+      message.starts_with("recovery store unavailable: cannot write operations.json: "
+                          "short write to " +
+                          storeDirectory() + "/.tmp-"))
+      << message;
+  EXPECT_EQ(readFileOrEmpty(journal), before);
+  EXPECT_EQ(namesIn(storeDirectory(), ".tmp-"), std::vector<std::string>{});
+}
+
+TEST_F(IndexFilesTest, AStaleTemporaryFileFromACrashNeitherHindersNorIsRemoved) {
+  writeRaw(storeDirectory() + "/.tmp-6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F", "[{\"half");
+  service().beginOperation("after the crash", {});
+
+  EXPECT_EQ(service().unfinishedOperations().size(), 1u);
+  EXPECT_EQ(namesIn(storeDirectory(), ".tmp-"),
+            std::vector<std::string>{".tmp-6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F"});
+}
+
+TEST_F(IndexFilesTest, TextThatJsonCannotHoldFailsTheWriteInsteadOfEmptyingTheIndex) {
+  service().beginOperation("first", {});
+  std::string before = readFileOrEmpty(indexFile("operations.json"));
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().beginOperation("bad \xff label", {}); }),
+            "recovery store unavailable: cannot write operations.json: it holds text that is "
+            "not valid UTF-8");
+  EXPECT_EQ(readFileOrEmpty(indexFile("operations.json")), before);
+}
+
+// Every operation that needs an index fails on a damaged one, names it, and
+// neither repairs nor replaces it.
+TEST_F(IndexFilesTest, ADamagedIndexIsReportedAndLeftUntouched) {
+  const std::string draft =
+      "{\"discarded\":false,\"payloadPath\":\"/p\",\"record\":{\"byteCount\":1,\"capturedAt\":"
+      "\"2026-01-02T03:04:05Z\",\"fingerprint\":\"f\",\"id\":\"i\",\"pagePath\":\"/a\"}}";
+  struct Case {
+    std::string file;
+    std::string content;
+    std::string why;
+  };
+  const Case cases[] = {
+      {"drafts.json", "", "not valid JSON"},
+      {"drafts.json", "[" + draft.substr(0, 40), "not valid JSON"},
+      {"drafts.json", "{}", "expected an array"},
+      {"drafts.json", "[" + draft + ",{\"discarded\":\"no\"}]",
+       "element 1: wrong type for key: discarded"},
+      {"drafts.json", "[{\"discarded\":true,\"payloadPath\":\"/p\"}]",
+       "element 0: missing key: record"},
+      {"conflicts.json", "[{\"payloads\":[],\"record\":{}}]",
+       "element 0: wrong type for key: payloads"},
+      {"conflicts.json", "null", "expected an array"},
+      {"operations.json", "[{\"id\":\"x\"}]", "element 0: missing key: label"},
+      {"operations.json", "[] []", "not valid JSON"},
+  };
+  const std::map<std::string, std::vector<std::function<void()>>> readersOf = {
+      {"drafts.json",
+       {[&] { service().saveDraft(page("a.html"), "x", std::nullopt); },
+        [&] { service().drafts(); }, [&] { service().draftBytes("i"); },
+        [&] { service().discardDraft(page("a.html")); }, [&] { service().draftPayloadURL("i"); },
+        [&] { service().enforceRetentionBudget(); }}},
+      {"conflicts.json",
+       {[&] { service().recordConflict(page("a.html"), "base", {}); },
+        [&] { service().conflicts(); }, [&] { service().candidateBytes("c"); },
+        [&] { service().markResolved("c", "d"); }}},
+      {"operations.json",
+       {[&] { service().beginOperation("x", {}); }, [&] { service().unfinishedOperations(); },
+        [&] { service().updateStep("x", 0, contracts::OperationRecord::StepState::landed); },
+        [&] { service().finishOperation("x"); }}},
+  };
+  for (const Case& c : cases) {
+    writeRaw(indexFile(c.file), c.content);
+    for (const auto& reader : readersOf.at(c.file)) {
+      EXPECT_EQ(recoveryErrorOf(reader), "recovery store unavailable: recovery index " + c.file +
+                                             " is unreadable and was left untouched: " + c.why)
+          << c.content;
+      EXPECT_EQ(readFileOrEmpty(indexFile(c.file)), c.content);
+    }
+    ::unlink(indexFile(c.file).c_str());
+  }
+  // Nothing was retained on the way to the failures.
+  EXPECT_EQ(namesIn(retainedDirectory()), std::vector<std::string>{});
+}
+
+TEST_F(IndexFilesTest, AnIndexThatCannotBeOpenedIsNotTakenForAnEmptyOne) {
+  service().saveDraft(page("a.html"), "x", std::nullopt);
+  std::string before = readFileOrEmpty(indexFile("drafts.json"));
+  fs.failWhere(FsCall::stat, "drafts.json", EACCES);
+  fs.failWhere(FsCall::open, "drafts.json", EACCES);
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().saveDraft(page("a.html"), "y", std::nullopt); }),
+            "recovery store unavailable: cannot read drafts.json: open failed on " +
+                indexFile("drafts.json") + ": Permission denied (13)");
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
+}
+
+}  // namespace
+}  // namespace vorna::recovery

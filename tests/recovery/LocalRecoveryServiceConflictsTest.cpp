@@ -1,0 +1,199 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <regex>
+
+#include "ServiceFixture.h"
+#include "storage/Fingerprint.h"
+
+namespace vorna::recovery {
+namespace {
+
+using contracts::CandidateRecord;
+using contracts::ConflictRecord;
+using Role = contracts::CandidateRecord::Role;
+using storage::RecoveryEntry;
+using storage::RecoveryKind;
+using testfixture::readFileOrEmpty;
+using testfixture::recoveryErrorOf;
+using testfixture::writeRaw;
+using testing::FsCall;
+
+std::string hexOf(const std::string& bytes) {
+  return storage::Fingerprint::ofBytes(bytes).hex;
+}
+
+class ConflictsTest : public testfixture::ServiceTest {
+ protected:
+  RecoveryEntry retained(const std::string& bytes, RecoveryKind kind) {
+    return service().retentionStore().retain(bytes, kind, page("a.html"));
+  }
+
+  std::vector<Role> rolesOf(const ConflictRecord& record) {
+    std::vector<Role> roles;
+    for (const CandidateRecord& candidate : record.candidates) {
+      roles.push_back(candidate.role);
+    }
+    return roles;
+  }
+};
+
+TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
+  RecoveryEntry editor = retained("editor", RecoveryKind::pendingEditorBytes);
+  RecoveryEntry disk = retained("disk", RecoveryKind::displacedExternal);
+
+  ConflictRecord record = service().recordConflict(page("a.html"), "base", {editor, disk});
+
+  EXPECT_TRUE(std::regex_match(record.id, std::regex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")));
+  EXPECT_EQ(record.pagePath, page("a.html"));
+  EXPECT_EQ(record.openedAt, now);
+  ASSERT_EQ(rolesOf(record), (std::vector<Role>{Role::base, Role::editor, Role::disk}));
+  EXPECT_EQ(record.candidates[1], (CandidateRecord{.id = editor.id,
+                                                   .role = Role::editor,
+                                                   .fingerprint = hexOf("editor"),
+                                                   .byteCount = 6,
+                                                   .capturedAt = editor.capturedAt}));
+  EXPECT_EQ(record.candidates[0].fingerprint, hexOf("base"));
+  EXPECT_EQ(service().candidateBytes(record.candidates[0].id), "base");
+  EXPECT_EQ(service().candidateBytes(disk.id), "disk");
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{record});
+}
+
+TEST_F(ConflictsTest, EachVersionIsOfferedOnceAndRolesFollowTheKinds) {
+  struct Case {
+    std::string name;
+    std::optional<std::string> base;
+    std::vector<std::pair<std::string, RecoveryKind>> retained;
+    std::vector<Role> roles;
+  };
+  const Case cases[] = {
+      {"editor equals base",
+       "same",
+       {{"same", RecoveryKind::pendingEditorBytes}, {"disk", RecoveryKind::displacedExternal}},
+       {Role::base, Role::disk}},
+      {"expected versions without base",
+       std::nullopt,
+       {{"one", RecoveryKind::displacedExpected}, {"two", RecoveryKind::displacedExpected}},
+       {Role::base, Role::disk}},
+      {"withdrawn editor bytes",
+       std::nullopt,
+       {{"mine", RecoveryKind::editorBytesWithdrawn}, {"mine", RecoveryKind::pendingEditorBytes}},
+       {Role::editor}},
+      {"base given and an expected version",
+       "b",
+       {{"v", RecoveryKind::displacedExpected}},
+       {Role::base, Role::disk}},
+  };
+  for (const Case& c : cases) {
+    std::vector<RecoveryEntry> entries;
+    for (const auto& [bytes, kind] : c.retained) {
+      entries.push_back(retained(bytes, kind));
+    }
+    std::string pagePath = page(c.name + ".html");
+    std::optional<std::string_view> base;
+    if (c.base) {
+      base = *c.base;
+    }
+    EXPECT_EQ(rolesOf(service().recordConflict(pagePath, base, entries)), c.roles) << c.name;
+  }
+}
+
+TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
+  ConflictRecord empty = service().recordConflict(page("a.html"), std::nullopt, {});
+  EXPECT_TRUE(empty.candidates.empty());
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{empty});
+
+  RecoveryEntry disk = retained("disk", RecoveryKind::displacedExternal);
+  ConflictRecord grown = service().recordConflict(page("a.html"), "base", {disk});
+  size_t renames = fs.count(FsCall::rename);
+  ConflictRecord again = service().recordConflict(page("./a.html/../a.html"), "base", {disk});
+
+  EXPECT_EQ(grown.id, empty.id);
+  EXPECT_EQ(rolesOf(grown), (std::vector<Role>{Role::base, Role::disk}));
+  EXPECT_EQ(again, grown);
+  EXPECT_EQ(fs.count(FsCall::rename), renames + 1);  // written even with nothing new
+}
+
+TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
+  ConflictRecord first = service().recordConflict(
+      page("a.html"), "base", {retained("disk", RecoveryKind::displacedExternal)});
+  now += std::chrono::seconds(3);
+  service().markResolved(first.id, first.candidates[1].id);
+
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{});
+  EXPECT_EQ(service().candidateBytes(first.candidates[0].id), "base");
+  ConflictRecord second = service().recordConflict(page("a.html"), "base", {});
+  EXPECT_NE(second.id, first.id);
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{second});
+  std::string index = readFileOrEmpty(indexFile("conflicts.json"));
+  EXPECT_NE(index.find("\"chosenCandidateID\":\"" + first.candidates[1].id + "\""),
+            std::string::npos);
+  EXPECT_NE(index.find("\"resolvedAt\":\"" + contracts::formatIsoDate(now) + "\""),
+            std::string::npos);
+}
+
+TEST_F(ConflictsTest, UnknownConflictsAndForeignCandidatesAreNotFound) {
+  ConflictRecord a = service().recordConflict(page("a.html"), "a", {});
+  ConflictRecord b = service().recordConflict(page("b.html"), "b", {});
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().markResolved(a.id, b.candidates[0].id); }),
+            "not found: candidate " + b.candidates[0].id + " in conflict " + a.id);
+  EXPECT_EQ(recoveryErrorOf([&] { service().markResolved("C0", a.candidates[0].id); }),
+            "not found: conflict C0");
+  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes("nope"); }),
+            "not found: candidate nope");
+  EXPECT_EQ(service().conflicts().size(), 2u);
+}
+
+TEST_F(ConflictsTest, ACandidateIsWhatWasReadNotWhatTheEntryClaimed) {
+  RecoveryEntry claimed = retained("actual", RecoveryKind::displacedExternal);
+  claimed.fingerprint = storage::Fingerprint::ofBytes("claimed");
+  claimed.byteCount = 99;
+
+  ConflictRecord record = service().recordConflict(page("a.html"), std::nullopt, {claimed});
+
+  EXPECT_EQ(record.candidates[0].fingerprint, hexOf("actual"));
+  EXPECT_EQ(record.candidates[0].byteCount, 6);
+}
+
+TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
+  ConflictRecord open = service().recordConflict(page("a.html"), std::nullopt, {});
+  std::string before = readFileOrEmpty(indexFile("conflicts.json"));
+  RecoveryEntry gone = retained("gone", RecoveryKind::displacedExternal);
+  ::unlink(gone.payloadPath.c_str());
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().recordConflict(page("a.html"), "base", {gone}); }),
+            "recovery store unavailable: retained payload missing at " + gone.payloadPath);
+  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.json")), before);
+  // The base was retained before the failure and stays in the store.
+  EXPECT_EQ(service().retentionStore().entries().size(), 2u);
+
+  fs.failWhere(FsCall::open, ".bin", EROFS);
+  std::string message = recoveryErrorOf([&] { service().recordConflict(page("a.html"), "b", {}); });
+  EXPECT_TRUE(message.starts_with("recovery store unavailable: cannot retain 1 bytes for " +
+                                  page("a.html") + ": open failed on "))
+      << message;
+  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.json")), before);
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{open});
+}
+
+TEST_F(ConflictsTest, ACandidatePayloadChangedOrRemovedByHandIsDetected) {
+  ConflictRecord record = service().recordConflict(
+      page("a.html"), "base", {retained("disk", RecoveryKind::displacedExternal)});
+  const CandidateRecord& base = record.candidates[0];
+  const CandidateRecord& disk = record.candidates[1];
+  std::string basePath = retainedDirectory() + "/" + base.id + ".bin";
+  std::string diskPath = retainedDirectory() + "/" + disk.id + ".bin";
+  ::chmod(basePath.c_str(), 0644);
+  writeRaw(basePath, "changed");
+  ::unlink(diskPath.c_str());
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes(base.id); }),
+            "recovery store unavailable: candidate " + base.id + ": payload at " + basePath +
+                " no longer matches its fingerprint");
+  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes(disk.id); }),
+            "not found: candidate " + disk.id + ": payload missing at " + diskPath);
+}
+
+}  // namespace
+}  // namespace vorna::recovery

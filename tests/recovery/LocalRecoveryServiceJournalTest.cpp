@@ -1,0 +1,67 @@
+#include <gtest/gtest.h>
+
+#include "ServiceFixture.h"
+
+namespace vorna::recovery {
+namespace {
+
+using contracts::OperationRecord;
+using State = contracts::OperationRecord::StepState;
+using testfixture::readFileOrEmpty;
+using testfixture::recoveryErrorOf;
+
+class JournalTest : public testfixture::ServiceTest {
+ protected:
+  static OperationRecord::Step step(const std::string& path) {
+    return OperationRecord::Step{.path = path,
+                                 .beforeFingerprint = "b",
+                                 .afterFingerprint = std::nullopt,
+                                 .state = State::pending};
+  }
+};
+
+TEST_F(JournalTest, StepsAreUpdatedAndFinishedOperationsStayInTheJournal) {
+  OperationRecord rename = service().beginOperation("rename", {step("/a"), step("/b")});
+  OperationRecord trash = service().beginOperation("trash", {step("/c")});
+  service().updateStep(rename.id, 1, State::landed);
+  service().updateStep(rename.id, 0, State::failed);
+  service().finishOperation(trash.id);
+
+  rename.steps[0].state = State::failed;
+  rename.steps[1].state = State::landed;
+  EXPECT_EQ(service().unfinishedOperations(), std::vector<OperationRecord>{rename});
+  std::string journal = readFileOrEmpty(indexFile("operations.json"));
+  EXPECT_NE(journal.find("\"finishedAt\":\"" + contracts::formatIsoDate(now) + "\",\"id\":\"" +
+                         trash.id + "\""),
+            std::string::npos);
+  // A finished operation's steps can still be reported.
+  EXPECT_NO_THROW(service().updateStep(trash.id, 0, State::failed));
+}
+
+TEST_F(JournalTest, OperationsBegunInOneSecondKeepTheirOrder) {
+  now += std::chrono::seconds(10);
+  OperationRecord later = service().beginOperation("later", {});
+  now -= std::chrono::seconds(10);
+  OperationRecord first = service().beginOperation("first", {});
+  OperationRecord second = service().beginOperation("second", {});
+
+  EXPECT_EQ(service().unfinishedOperations(), (std::vector<OperationRecord>{first, second, later}));
+}
+
+TEST_F(JournalTest, StepsOutsideTheListAndUnknownOperationsAreNotFound) {
+  OperationRecord empty = service().beginOperation("empty", {});
+  OperationRecord one = service().beginOperation("one", {step("/a")});
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().updateStep(empty.id, 0, State::landed); }),
+            "not found: step 0 of operation " + empty.id);
+  EXPECT_EQ(recoveryErrorOf([&] { service().updateStep(one.id, -1, State::landed); }),
+            "not found: step -1 of operation " + one.id);
+  EXPECT_EQ(recoveryErrorOf([&] { service().updateStep(one.id, 1, State::landed); }),
+            "not found: step 1 of operation " + one.id);
+  EXPECT_EQ(recoveryErrorOf([&] { service().updateStep("X", 0, State::landed); }),
+            "not found: operation X");
+  EXPECT_EQ(recoveryErrorOf([&] { service().finishOperation("X"); }), "not found: operation X");
+}
+
+}  // namespace
+}  // namespace vorna::recovery

@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include <cerrno>
+
+#include "ServiceFixture.h"
+#include "recovery/RetentionStoreIndex.h"
+
+namespace vorna::recovery {
+namespace {
+
+using storage::RecoveryKind;
+using testfixture::writeRaw;
+using testing::FsCall;
+
+class RetentionStoreIndexTest : public ::testing::Test {
+ protected:
+  size_t sidecarReads() {
+    size_t reads = 0;
+    for (const auto& call : fs.calls()) {
+      reads += call.call == FsCall::open && call.path.ends_with(".json") ? 1 : 0;
+    }
+    return reads;
+  }
+
+  testing::TempDir dir{testing::TempDir::Backing::memory};
+  testing::FaultInjectingFileSystem fs;
+  storage::RecoveryStore store{dir / "retained", fs};
+  RetentionStoreIndex index;
+};
+
+TEST_F(RetentionStoreIndexTest, ARefreshReadsOnlyTheSidecarsItHasNotSeen) {
+  auto a = store.retain("a", RecoveryKind::displacedExpected, "/w/a.html");
+  auto b = store.retain("b", RecoveryKind::displacedExpected, "/w/b.html");
+  EXPECT_EQ(index.refresh(store).at("/w/a.html"), std::vector<storage::RecoveryEntry>{a});
+  size_t reads = sidecarReads();
+  index.refresh(store);
+  EXPECT_EQ(sidecarReads(), reads);
+
+  auto a2 = store.retain("a2", RecoveryKind::pendingEditorBytes, "/w/a.html");
+  reads = sidecarReads();  // retaining opened the new sidecar to write it
+  index.refresh(store);
+  EXPECT_EQ(sidecarReads(), reads + 1);
+  EXPECT_EQ(index.entriesByPage().at("/w/a.html"), (std::vector<storage::RecoveryEntry>{a, a2}));
+  EXPECT_EQ(index.entriesByPage().at("/w/b.html"), std::vector<storage::RecoveryEntry>{b});
+  EXPECT_EQ(index.size(), 3u);
+}
+
+TEST_F(RetentionStoreIndexTest, DeletedSidecarsLeaveAndUnreadableOnesWaitForTheirTurn) {
+  store.retain("a", RecoveryKind::displacedExpected, "/w/a.html");
+  auto b = store.retain("b", RecoveryKind::displacedExpected, "/w/b.html");
+  index.refresh(store);
+
+  ::unlink(store.sidecarPathFor(b.id).c_str());
+  std::string broken = store.sidecarPathFor("1700000000000-000009-displacedExpected-X");
+  writeRaw(broken, "{\"id\":");
+  index.refresh(store);
+  EXPECT_EQ(index.size(), 1u);
+  EXPECT_FALSE(index.entriesByPage().contains("/w/b.html"));  // no page is left empty
+
+  ::unlink(broken.c_str());
+  writeRaw(store.sidecarPathFor(b.id), contracts::writeJson(b.toJson()));
+  index.refresh(store);
+  EXPECT_EQ(index.entriesByPage().at("/w/b.html"), std::vector<storage::RecoveryEntry>{b});
+
+  // A sidecar claiming another id is no entry of this name.
+  auto renamed = b;
+  renamed.id = "someone-else";
+  writeRaw(store.sidecarPathFor("1700000000000-000010-displacedExpected-Y"),
+           contracts::writeJson(renamed.toJson()));
+  index.refresh(store);
+  EXPECT_EQ(index.size(), 2u);
+
+  fs.failWhere(FsCall::listDirectory, "retained", EIO);
+  EXPECT_TRUE(index.refresh(store).empty());
+  EXPECT_EQ(index.size(), 0u);
+}
+
+}  // namespace
+}  // namespace vorna::recovery

@@ -1,0 +1,177 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "contracts/IsoDate.h"
+#include "contracts/Json.h"
+#include "contracts/RecoveryError.h"
+#include "recovery/LocalRecoveryService.h"
+#include "storage/RecoveryEntry.h"
+#include "support/FaultInjectingFileSystem.h"
+#include "support/TempDir.h"
+
+namespace vorna::recovery::testfixture {
+
+using contracts::RecoveryError;
+using contracts::Timestamp;
+using std::chrono::hours;
+using std::chrono::seconds;
+
+// The text of the RecoveryError `body` throws; fails the test when it throws
+// nothing or something else.
+inline std::string recoveryErrorOf(const std::function<void()>& body) {
+  try {
+    body();
+  } catch (const RecoveryError& error) {
+    return error.description();
+  } catch (const std::exception& error) {
+    ADD_FAILURE() << "not a RecoveryError: " << error.what();
+    return "";
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
+
+// JSON text as the system's writer puts a string: every "/" escaped.
+inline std::string escaped(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    if (c == '/') {
+      out += '\\';
+    }
+    out += c;
+  }
+  return out;
+}
+
+// The whole file, or "" when it cannot be read.
+inline std::string readFileOrEmpty(const std::string& path) {
+  std::string bytes;
+  if (FILE* in = std::fopen(path.c_str(), "rb")) {
+    char buffer[4096];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
+      bytes.append(buffer, got);
+    }
+    std::fclose(in);
+  }
+  return bytes;
+}
+
+inline std::string parentOf(const std::string& path) {
+  return path.substr(0, path.rfind('/'));
+}
+
+inline void writeRaw(const std::string& path, const std::string& bytes) {
+  FILE* out = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(out, nullptr) << path;
+  std::fwrite(bytes.data(), 1, bytes.size(), out);
+  std::fclose(out);
+}
+
+// Names in a folder starting with `prefix`.
+inline std::vector<std::string> namesIn(const std::string& folder, const std::string& prefix = "") {
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (const auto& item : std::filesystem::directory_iterator(folder, ignored)) {
+    std::string name = item.path().filename().string();
+    if (name.starts_with(prefix)) {
+      names.push_back(name);
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A workspace "site" and a store root "store" side by side in a fresh folder,
+// a file system that can fail any call, a clock that stands still until moved
+// and the service's log lines collected.
+class ServiceTest : public ::testing::Test {
+ protected:
+  explicit ServiceTest(testing::TempDir::Backing backing = testing::TempDir::Backing::memory)
+      : dir(backing) {
+    dir.makeFolder("site");
+    dir.makeFolder("store");
+  }
+
+  RecoveryEnvironment environment() {
+    RecoveryEnvironment environment;
+    environment.now = [this] { return now; };
+    environment.log = [this](std::string_view line) { logLines.emplace_back(line); };
+    environment.userDataDirectory = [this]() -> std::optional<std::string> { return dir / "data"; };
+    return environment;
+  }
+
+  std::unique_ptr<LocalRecoveryService> open(std::int64_t retainedPerPage = 20,
+                                             double retentionGrace = 86400) {
+    return std::make_unique<LocalRecoveryService>(workspace, storeRoot, retainedPerPage,
+                                                  retentionGrace, fs, environment());
+  }
+
+  LocalRecoveryService& service() {
+    if (!service_) {
+      service_ = open(retainedPerPage, retentionGrace);
+    }
+    return *service_;
+  }
+
+  std::string storeDirectory() { return service().storeDirectory(); }
+  std::string retainedDirectory() { return service().retentionStore().directory(); }
+  std::string indexFile(const std::string& name) { return storeDirectory() + "/" + name; }
+  std::string page(const std::string& name) { return workspace + "/" + name; }
+
+  // Writes a payload and its sidecar straight into the retention store, as an
+  // earlier run would have left them, with a chosen capture time and id tail.
+  storage::RecoveryEntry plant(const std::string& pagePath, storage::RecoveryKind kind,
+                               Timestamp capturedAt, const std::string& bytes,
+                               const std::string& idTail) {
+    std::string id = std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                        capturedAt.time_since_epoch())
+                                        .count()) +
+                     "-000001-" + std::string(storage::recoveryKindName(kind)) + "-" + idTail;
+    storage::RecoveryEntry entry{
+        .id = id,
+        .kind = kind,
+        .pagePath = pagePath,
+        .payloadPath = retainedDirectory() + "/" + id + ".bin",
+        .fingerprint = storage::Fingerprint::ofBytes(bytes),
+        .byteCount = static_cast<std::int64_t>(bytes.size()),
+        .fingerprintStabilized = true,
+        .movedByCopy = false,
+        .capturedAt = capturedAt,
+    };
+    writeRaw(entry.payloadPath, bytes);
+    writeRaw(retainedDirectory() + "/" + id + ".json", contracts::writeJson(entry.toJson()));
+    return entry;
+  }
+
+  static bool exists(const std::string& path) {
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0;
+  }
+
+  testing::TempDir dir;
+  std::string workspace = dir / "site";
+  std::string storeRoot = dir / "store";
+  testing::FaultInjectingFileSystem fs;
+  Timestamp now = contracts::wholeSecondsNow();
+  std::vector<std::string> logLines;
+  std::int64_t retainedPerPage = 20;
+  double retentionGrace = 86400;
+
+ private:
+  std::unique_ptr<LocalRecoveryService> service_;
+};
+
+}  // namespace vorna::recovery::testfixture

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "storage/Fingerprint.h"
+#include "storage/SaveOutcome.h"
+#include "support/TempDir.h"
+
+// Shared by the adapter tests: a page "index.html" in a folder "site", and a
+// store folder "store" beside it, all inside one temporary folder.
+namespace vorna::storage {
+
+inline void PrintTo(const SaveOutcome& outcome, std::ostream* out) {
+  if (outcome.isSaved()) {
+    *out << "saved " << outcome.savedInfo().fingerprint.hex;
+  } else if (outcome.isConflict()) {
+    const ConflictInfo& conflict = outcome.conflictInfo();
+    *out << "conflict " << conflictKindName(conflict.kind) << " retaining "
+         << conflict.retained.size();
+  } else {
+    *out << "error \"" << outcome.failure().description() << "\"";
+  }
+}
+
+namespace testfixture {
+
+const std::string kOld = "<p>the version the editor loaded</p>";
+const std::string kNew = "<p>the editor's new bytes</p>";
+const std::string kForeign = "<p>written by another program</p>";
+
+struct PageFixture {
+  testing::TempDir dir;
+  std::string folder = dir / "site";
+  std::string page = folder + "/index.html";
+  std::string storeDirectory = dir / "store";
+
+  explicit PageFixture(testing::TempDir::Backing backing = testing::TempDir::Backing::disk)
+      : dir(backing) {
+    dir.makeFolder("site");
+  }
+
+  void writePage(const std::string& bytes, unsigned mode = 0644) const {
+    dir.write("site/index.html", bytes, mode);
+  }
+  std::string pageBytes() const { return testing::readFile(page); }
+
+  // Names in the page's folder that start with ".vn-swap-", sorted.
+  std::vector<std::string> swapFiles() const {
+    std::vector<std::string> names;
+    if (DIR* d = ::opendir(folder.c_str())) {
+      while (dirent* entry = ::readdir(d)) {
+        std::string name = entry->d_name;
+        if (name.starts_with(".vn-swap-")) {
+          names.push_back(name);
+        }
+      }
+      ::closedir(d);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+};
+
+inline struct stat statOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+  return st;
+}
+
+inline unsigned modeOf(const std::string& path) {
+  return statOf(path).st_mode & 07777;
+}
+
+inline Fingerprint fp(const std::string& bytes) {
+  return Fingerprint::ofBytes(bytes);
+}
+
+}  // namespace testfixture
+}  // namespace vorna::storage

@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <fstream>
+#include <regex>
+#include <stdexcept>
+
+#include "contracts/DecodeError.h"
+#include "contracts/IsoDate.h"
+#include "storage/FileOpError.h"
+#include "storage/RecoveryStore.h"
+#include "support/FaultInjectingFileSystem.h"
+#include "support/TempDir.h"
+
+namespace vorna::storage {
+namespace {
+
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
+using testing::readFile;
+using testing::TempDir;
+
+struct stat statOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+  return st;
+}
+
+unsigned modeOf(const std::string& path) {
+  return statOf(path).st_mode & 07777;
+}
+
+template <typename Error, typename Body>
+std::string messageOf(Body body) {
+  try {
+    body();
+  } catch (const Error& error) {
+    return error.what();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
+
+std::string escapedSlashes(const std::string& text) {
+  return std::regex_replace(text, std::regex("/"), "\\/");
+}
+
+class RecoveryStoreTest : public ::testing::Test {
+ protected:
+  TempDir dir;
+  std::string storeDirectory = dir / "recovery/ws/retained";
+};
+
+TEST_F(RecoveryStoreTest, RetainWritesAReadOnlyPayloadAndACompactSortedSidecar) {
+  RecoveryStore store(storeDirectory);
+  RecoveryEntry entry = store.retain("hello", RecoveryKind::pendingEditorBytes, "/w/index.html");
+
+  EXPECT_TRUE(std::regex_match(
+      entry.id, std::regex("[1-9][0-9]{12}-000001-pendingEditorBytes-[0-9A-F]{8}-[0-9A-F]{4}-"
+                           "[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}")))
+      << entry.id;
+  EXPECT_EQ(entry.payloadPath, storeDirectory + "/" + entry.id + ".bin");
+  EXPECT_EQ(readFile(entry.payloadPath), "hello");
+  EXPECT_EQ(modeOf(entry.payloadPath), 0444u);
+  std::string sidecar = storeDirectory + "/" + entry.id + ".json";
+  EXPECT_EQ(modeOf(sidecar), 0600u);
+  EXPECT_EQ(readFile(sidecar),
+            "{\"byteCount\":5,\"capturedAt\":\"" + contracts::formatIsoDate(entry.capturedAt) +
+                "\",\"fingerprint\":{\"hex\":"
+                "\"2cf24dba5fb0a30e26e83b2ac5b9e29e1b161e5c1fa7425e73043362938b9824\"},"
+                "\"fingerprintStabilized\":true,\"id\":\"" +
+                entry.id +
+                "\",\"kind\":\"pendingEditorBytes\",\"movedByCopy\":false,\"pagePath\":"
+                "\"\\/w\\/index.html\",\"payloadPath\":\"" +
+                escapedSlashes(entry.payloadPath) + "\"}");
+
+  EXPECT_EQ(store.entries(), std::vector<RecoveryEntry>{entry});
+  EXPECT_EQ(store.readEntry(entry.id), entry);
+}
+
+TEST_F(RecoveryStoreTest, IdsSortInCallOrderAndEachStoreObjectCountsFromOne) {
+  std::vector<RecoveryEntry> made;
+  {
+    RecoveryStore store(storeDirectory);
+    for (int i = 0; i < 3; ++i) {
+      made.push_back(store.retain(std::to_string(i), RecoveryKind::displacedExpected, "/w/a"));
+    }
+  }
+  RecoveryStore again(storeDirectory);
+  made.push_back(again.retain("3", RecoveryKind::displacedExternal, "/w/a"));
+
+  std::vector<std::string> sequences;
+  for (const RecoveryEntry& entry : made) {
+    sequences.push_back(entry.id.substr(entry.id.find('-') + 1, 6));
+  }
+  EXPECT_EQ(sequences, (std::vector<std::string>{"000001", "000002", "000003", "000001"}));
+  // Within one object the sequence orders ids drawn in the same millisecond.
+  EXPECT_LT(made[0].id, made[1].id);
+  EXPECT_LT(made[1].id, made[2].id);
+  // Listed by id; ids of two store objects drawn in one millisecond need not
+  // follow the order of the calls, so only the first object's are compared.
+  std::vector<RecoveryEntry> listed = again.entries();
+  ASSERT_EQ(listed.size(), 4u);
+  std::erase(listed, made[3]);
+  EXPECT_EQ(listed, std::vector<RecoveryEntry>(made.begin(), made.begin() + 3));
+}
+
+TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfAndRecordsTheGivenFacts) {
+  RecoveryStore store(storeDirectory);
+  dir.write("swap", "displaced bytes", 0640);
+  ino_t inode = statOf(dir / "swap").st_ino;
+
+  RecoveryEntry entry = store.adopt(dir / "swap", RecoveryKind::displacedExternal, "/w/p.html",
+                                    std::nullopt, 15, false);
+
+  EXPECT_FALSE(dir.exists("swap"));
+  EXPECT_EQ(statOf(entry.payloadPath).st_ino, inode);
+  EXPECT_EQ(modeOf(entry.payloadPath), 0444u);
+  EXPECT_FALSE(entry.movedByCopy);
+  EXPECT_EQ(entry.fingerprint, std::nullopt);
+  EXPECT_EQ(entry.byteCount, 15);
+  EXPECT_FALSE(entry.fingerprintStabilized);
+  // An entry without a fingerprint has no such key, and reads back without one.
+  EXPECT_EQ(readFile(store.sidecarPathFor(entry.id)).find("fingerprint\":"), std::string::npos);
+  EXPECT_EQ(store.entries(), std::vector<RecoveryEntry>{entry});
+}
+
+TEST_F(RecoveryStoreTest, AdoptAcrossFileSystemsCopiesAndRemovesTheSource) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
+  dir.write("swap", "bytes");
+  fs.failNth(FsCall::rename, 1, EXDEV);
+
+  RecoveryEntry entry = store.adopt(dir / "swap", RecoveryKind::displacedExpected, "/w/p.html",
+                                    Fingerprint::ofBytes("bytes"), 5, true);
+
+  EXPECT_TRUE(entry.movedByCopy);
+  EXPECT_FALSE(dir.exists("swap"));
+  EXPECT_EQ(readFile(entry.payloadPath), "bytes");
+  EXPECT_EQ(modeOf(entry.payloadPath), 0444u);
+  EXPECT_TRUE(store.staleFingerprints().empty());
+}
+
+TEST_F(RecoveryStoreTest, AFailedMoveLeavesTheFileWhereItWasAndRecordsNothing) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
+  dir.write("swap", "bytes");
+  fs.failNth(FsCall::rename, 1, EACCES);
+
+  std::string message = messageOf<FileOpError>([&] {
+    store.adopt(dir / "swap", RecoveryKind::displacedExpected, "/w/p.html", std::nullopt, 5, false);
+  });
+
+  EXPECT_EQ(message, "rename failed on " + dir / "swap" + ": Permission denied (13)");
+  EXPECT_EQ(dir.read("swap"), "bytes");
+  EXPECT_TRUE(store.payloadPaths().empty());
+  EXPECT_TRUE(store.entries().empty());
+}
+
+TEST_F(RecoveryStoreTest, AFailedSidecarLeavesThePayloadWithoutOne) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
+  fs.failWhere(FsCall::write, ".json", ENOSPC);
+
+  std::string message = messageOf<FileOpError>(
+      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+
+  std::vector<std::string> payloads = store.payloadPaths();
+  ASSERT_EQ(payloads.size(), 1u);
+  std::string sidecar = payloads[0].substr(0, payloads[0].size() - 4) + ".json";
+  EXPECT_EQ(message, "write failed on " + sidecar + ": No space left on device (28)");
+  EXPECT_EQ(readFile(payloads[0]), "bytes");
+}
+
+TEST_F(RecoveryStoreTest, RetainIntoAnUnwritableFolderFailsNamingThePayload) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
+  fs.failWhere(FsCall::open, storeDirectory + "/", EACCES);
+
+  std::string message = messageOf<FileOpError>(
+      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+
+  EXPECT_TRUE(std::regex_match(
+      message, std::regex("open failed on " + storeDirectory +
+                          "/[0-9]+-000001-pendingEditorBytes-[0-9A-F-]{36}\\.bin: Permission "
+                          "denied \\(13\\)")))
+      << message;
+}
+
+TEST_F(RecoveryStoreTest, RetainRefusesToOverwriteAPayloadThatAppearedUnderItsId) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
+  std::string intruder;
+  fs.beforeCall(FsCall::lstat, [&](const std::string& path) {
+    intruder = path;
+    std::ofstream(path) << "someone else's";
+  });
+
+  std::string message = messageOf<FileOpError>(
+      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+
+  EXPECT_EQ(message, "refusing to overwrite existing path: " + intruder);
+  EXPECT_EQ(readFile(intruder), "someone else's");
+}
+
+TEST_F(RecoveryStoreTest, APathThatIsNotUtf8IsRefusedBeforeAnythingIsWritten) {
+  RecoveryStore store(storeDirectory);
+  std::string page = "/w/caf\xe9.html";
+  EXPECT_EQ(messageOf<std::invalid_argument>(
+                [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, page); }),
+            "cannot record a path that is not valid UTF-8: " + page);
+  EXPECT_TRUE(store.payloadPaths().empty());
+}
+
+TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingButNotThePayloads) {
+  RecoveryStore store(storeDirectory);
+  RecoveryEntry good = store.retain("a", RecoveryKind::pendingEditorBytes, "/w/a");
+  std::string broken = storeDirectory + "/9-000001-displacedExpected-X.json";
+  std::ofstream(broken) << "{\"id\":";
+
+  EXPECT_EQ(messageOf<contracts::DecodeError>([&] { store.entries(); }),
+            "malformed sidecar " + broken + ": not JSON");
+  EXPECT_EQ(store.payloadPaths(), std::vector<std::string>{good.payloadPath});
+
+  contracts::Json json = good.toJson();
+  json.erase("capturedAt");
+  std::ofstream(broken, std::ios::trunc) << contracts::writeJson(json);
+  EXPECT_EQ(messageOf<contracts::DecodeError>([&] { store.staleFingerprints(); }),
+            "malformed sidecar " + broken + ": missing key: capturedAt");
+}
+
+TEST_F(RecoveryStoreTest, StaleFingerprintsFindsMissingChangedAndUnknownPayloads) {
+  RecoveryStore store(storeDirectory);
+  RecoveryEntry intact = store.retain("intact", RecoveryKind::displacedExpected, "/w/a");
+  RecoveryEntry deleted = store.retain("deleted", RecoveryKind::displacedExpected, "/w/a");
+  RecoveryEntry changed = store.retain("changed", RecoveryKind::displacedExpected, "/w/a");
+  dir.write("loose", "x");
+  RecoveryEntry unknown =
+      store.adopt(dir / "loose", RecoveryKind::displacedExternal, "/w/a", std::nullopt, 1, false);
+  ASSERT_EQ(::unlink(deleted.payloadPath.c_str()), 0);
+  ::chmod(changed.payloadPath.c_str(), 0644);
+  std::ofstream(changed.payloadPath, std::ios::trunc) << "other";
+
+  EXPECT_EQ(store.staleFingerprints(), (std::vector<RecoveryEntry>{deleted, changed, unknown}));
+  EXPECT_EQ(store.payloadFingerprints(),
+            (std::vector<Fingerprint>{Fingerprint::ofBytes("intact"), Fingerprint::ofBytes("other"),
+                                      Fingerprint::ofBytes("x")}));
+}
+
+TEST_F(RecoveryStoreTest, ConstructionCreatesMissingFoldersAndRefusesAFileInTheWay) {
+  RecoveryStore store(storeDirectory);
+  EXPECT_TRUE(dir.exists("recovery/ws/retained"));
+  RecoveryStore existing(storeDirectory);  // an existing folder is fine
+
+  dir.write("occupied", "");
+  EXPECT_EQ(messageOf<FileOpError>([&] { RecoveryStore blocked(dir / "occupied/retained"); }),
+            "mkdir failed on " + dir / "occupied" + ": File exists (17)");
+  EXPECT_EQ(messageOf<FileOpError>([&] { RecoveryStore blocked(dir / "occupied"); }),
+            "mkdir failed on " + dir / "occupied" + ": File exists (17)");
+}
+
+TEST(RecoveryKindNames, OnlyTheExactRawNamesAreRecognised) {
+  for (RecoveryKind kind : {RecoveryKind::pendingEditorBytes, RecoveryKind::displacedExpected,
+                            RecoveryKind::displacedExternal, RecoveryKind::editorBytesWithdrawn}) {
+    EXPECT_EQ(recoveryKindFromName(recoveryKindName(kind)), kind);
+  }
+  EXPECT_EQ(recoveryKindFromName("DisplacedExpected"), std::nullopt);
+  EXPECT_EQ(recoveryKindFromName(""), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorna::storage

@@ -1,0 +1,424 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <latch>
+#include <map>
+#include <thread>
+
+#include "PageFixture.h"
+#include "storage/RecoveryStore.h"
+#include "storage/SafeAdapter.h"
+#include "support/FaultInjectingFileSystem.h"
+
+namespace vorna::storage {
+namespace {
+
+using testfixture::fp;
+using testfixture::kForeign;
+using testfixture::kNew;
+using testfixture::kOld;
+using testfixture::modeOf;
+using testfixture::statOf;
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
+using testing::readFile;
+
+struct Retained {
+  RecoveryKind kind;
+  std::string bytes;
+};
+
+// A conflict with exactly these facts, whose retained payloads hold these bytes.
+void expectConflict(const SaveOutcome& outcome, ConflictKind kind,
+                    const std::optional<Fingerprint>& observed,
+                    const std::optional<Fingerprint>& onDiskNow,
+                    const std::vector<Retained>& retained) {
+  ASSERT_TRUE(outcome.isConflict()) << ::testing::PrintToString(outcome);
+  const ConflictInfo& conflict = outcome.conflictInfo();
+  EXPECT_EQ(conflict.kind, kind);
+  EXPECT_EQ(conflict.observed, observed);
+  EXPECT_EQ(conflict.onDiskNow, onDiskNow);
+  ASSERT_EQ(conflict.retained.size(), retained.size());
+  for (size_t i = 0; i < retained.size(); ++i) {
+    EXPECT_EQ(conflict.retained[i].kind, retained[i].kind) << i;
+    EXPECT_EQ(readFile(conflict.retained[i].payloadPath), retained[i].bytes) << i;
+  }
+}
+
+class SafeAdapterTest : public ::testing::Test, protected testfixture::PageFixture {
+ protected:
+  FaultInjectingFileSystem fs;
+  RecoveryStore store{storeDirectory, fs};
+  // The host's configuration, with a short settle interval.
+  SafeAdapter adapter{store, 1'000'000, 25, false, true, fs};
+
+  // The paths the adapter staged its files at, in the order it opened them.
+  std::vector<std::string> stagedPaths() const {
+    std::vector<std::string> paths;
+    for (const auto& call : fs.calls()) {
+      if (call.call == FsCall::open && call.path.find("/.vn-swap-") != std::string::npos &&
+          std::find(paths.begin(), paths.end(), call.path) == paths.end()) {
+        paths.push_back(call.path);
+      }
+    }
+    return paths;
+  }
+};
+
+TEST_F(SafeAdapterTest, ExpectedVersionIsReplacedAndRetainedWithThePagesPermissions) {
+  writePage(kOld, 0640);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  ASSERT_TRUE(outcome.isSaved()) << ::testing::PrintToString(outcome);
+  const SavedInfo& saved = outcome.savedInfo();
+  EXPECT_EQ(saved.fingerprint, fp(kNew));
+  ASSERT_TRUE(saved.displaced);
+  EXPECT_EQ(saved.displaced->kind, RecoveryKind::displacedExpected);
+  EXPECT_EQ(saved.displaced->pagePath, page);
+  EXPECT_EQ(saved.displaced->fingerprint, fp(kOld));
+  EXPECT_EQ(saved.displaced->byteCount, static_cast<int64_t>(kOld.size()));
+  EXPECT_TRUE(saved.displaced->fingerprintStabilized);
+  EXPECT_EQ(readFile(saved.displaced->payloadPath), kOld);
+  EXPECT_EQ(modeOf(saved.displaced->payloadPath), 0444u);
+  EXPECT_EQ(saved.pending, std::nullopt);
+
+  EXPECT_EQ(pageBytes(), kNew);
+  EXPECT_EQ(modeOf(page), 0640u);
+  EXPECT_TRUE(swapFiles().empty());
+  EXPECT_EQ(store.entries(), std::vector<RecoveryEntry>{*saved.displaced});
+}
+
+TEST_F(SafeAdapterTest, NoExpectationTakesWhateverIsThereEvenWhenItCannotBeRead) {
+  writePage(kOld);
+  fs.failWhere(FsCall::read, "/.vn-swap-", EIO);
+
+  SaveOutcome outcome = adapter.save(page, kNew, std::nullopt);
+
+  ASSERT_TRUE(outcome.isSaved()) << ::testing::PrintToString(outcome);
+  const RecoveryEntry& displaced = *outcome.savedInfo().displaced;
+  EXPECT_EQ(displaced.fingerprint, std::nullopt);
+  EXPECT_EQ(displaced.byteCount, 0);
+  EXPECT_FALSE(displaced.fingerprintStabilized);
+  EXPECT_EQ(readFile(displaced.payloadPath), kOld);
+  EXPECT_EQ(pageBytes(), kNew);
+}
+
+TEST_F(SafeAdapterTest, AForeignVersionIsPutBackAndTheEditorsBytesWithdrawn) {
+  writePage(kForeign, 0600);
+  ino_t foreignInode = statOf(page).st_ino;
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  expectConflict(outcome, ConflictKind::externalVersion, fp(kForeign), fp(kForeign),
+                 {{RecoveryKind::editorBytesWithdrawn, kNew}});
+  EXPECT_EQ(outcome.conflictInfo().retained[0].fingerprint, fp(kNew));
+  // The very file that was there is back, untouched.
+  EXPECT_EQ(pageBytes(), kForeign);
+  EXPECT_EQ(statOf(page).st_ino, foreignInode);
+  EXPECT_EQ(modeOf(page), 0600u);
+  EXPECT_TRUE(swapFiles().empty());
+}
+
+TEST_F(SafeAdapterTest, WithoutRestoringTheEditorsBytesStayAndTheForeignVersionIsRetained) {
+  writePage(kForeign);
+  adapter.setRestoreExternalVersion(false);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  expectConflict(outcome, ConflictKind::externalVersion, fp(kForeign), fp(kNew),
+                 {{RecoveryKind::displacedExternal, kForeign}});
+  EXPECT_EQ(pageBytes(), kNew);
+}
+
+TEST_F(SafeAdapterTest, PendingBytesAreRetainedBeforeAnythingElseAndListedLast) {
+  adapter.setRetainPendingBytes(true);
+  writePage(kOld);
+  size_t before = fs.callCount();
+
+  SaveOutcome saved = adapter.save(page, kNew, fp(kOld));
+  ASSERT_TRUE(saved.isSaved()) << ::testing::PrintToString(saved);
+  ASSERT_TRUE(saved.savedInfo().pending);
+  EXPECT_EQ(saved.savedInfo().pending->kind, RecoveryKind::pendingEditorBytes);
+  EXPECT_EQ(readFile(saved.savedInfo().pending->payloadPath), kNew);
+  // After the look at the page, the first file created is the pending payload.
+  std::vector<testing::FaultInjectingFileSystem::Call> calls = fs.calls();
+  auto firstOpen = std::find_if(calls.begin() + static_cast<long>(before), calls.end(),
+                                [](const auto& call) { return call.call == FsCall::open; });
+  ASSERT_NE(firstOpen, calls.end());
+  EXPECT_EQ(firstOpen->path, saved.savedInfo().pending->payloadPath);
+
+  writePage(kForeign);
+  SaveOutcome conflict = adapter.save(page, "<p>newer</p>", fp(kNew));
+  expectConflict(conflict, ConflictKind::externalVersion, fp(kForeign), fp(kForeign),
+                 {{RecoveryKind::editorBytesWithdrawn, "<p>newer</p>"},
+                  {RecoveryKind::pendingEditorBytes, "<p>newer</p>"}});
+  const std::vector<RecoveryEntry>& retained = conflict.conflictInfo().retained;
+  EXPECT_LT(retained[1].id, retained[0].id);  // written first
+}
+
+TEST_F(SafeAdapterTest, AThirdVersionArrivingBetweenTheExchangesIsKeptAsForeign) {
+  writePage(kForeign);
+  const std::string third = "<p>third</p>";
+  fs.beforeCall(FsCall::exchange, [&](const std::string&) {
+    if (fs.count(FsCall::exchange) == 2) {
+      dir.write("site/incoming", third);
+      ASSERT_EQ(::rename((folder + "/incoming").c_str(), page.c_str()), 0);
+    }
+  });
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  expectConflict(outcome, ConflictKind::externalVersion, fp(kForeign), fp(kForeign),
+                 {{RecoveryKind::displacedExternal, third}});
+  EXPECT_EQ(pageBytes(), kForeign);
+}
+
+TEST_F(SafeAdapterTest, APageChangedAfterTheSaveIsReportedAsOverwritten) {
+  writePage(kOld);
+  const std::string intruder = "<p>intruder</p>";
+  // The only open of the page itself is the read-back.
+  fs.beforeCall(FsCall::open, [&](const std::string& path) {
+    if (path == page) {
+      std::ofstream(page, std::ios::trunc) << intruder;
+    }
+  });
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, fp(intruder), fp(intruder),
+                 {{RecoveryKind::displacedExpected, kOld}});
+}
+
+TEST_F(SafeAdapterTest, AnUnreadablePageAfterTheSaveIsReportedAsOverwrittenWithoutFingerprint) {
+  writePage(kOld);
+  std::string pagePath = page;
+  fs.failNthMatching(
+      FsCall::open, [&](const std::string& path) { return path == pagePath; }, 1, EIO);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, std::nullopt, std::nullopt,
+                 {{RecoveryKind::displacedExpected, kOld}});
+  EXPECT_EQ(pageBytes(), kNew);
+}
+
+TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
+  dir.makeFolder("site/sub.html");
+  for (const std::string& target : {folder + "/missing.html", folder + "/sub.html"}) {
+    size_t before = fs.callCount();
+    SaveOutcome outcome = adapter.save(target, kNew, std::nullopt);
+    ASSERT_TRUE(outcome.isError()) << ::testing::PrintToString(outcome);
+    EXPECT_EQ(outcome.failure(), SaveFailure::pageMissing(target));
+    EXPECT_EQ(outcome.failure().description(), "page missing: " + target);
+    EXPECT_EQ(fs.callCount(), before + 1);  // one look, nothing else
+  }
+  EXPECT_TRUE(swapFiles().empty());
+  EXPECT_TRUE(store.payloadPaths().empty());
+}
+
+TEST_F(SafeAdapterTest, APageWhoseNameIsNotUtf8IsRefusedBeforeItIsTouched) {
+  std::string name = "caf\xe9.html";
+  dir.write("site/" + name, kOld);
+
+  SaveOutcome outcome = adapter.save(folder + "/" + name, kNew, fp(kOld));
+
+  EXPECT_EQ(outcome, SaveOutcome::error(SaveFailure::underlying(
+                         "cannot record a path that is not valid UTF-8: " + folder + "/" + name)));
+  EXPECT_EQ(readFile(folder + "/" + name), kOld);
+  EXPECT_TRUE(swapFiles().empty());
+}
+
+TEST_F(SafeAdapterTest, ALongestPossibleNameIsStagedUnderACutName) {
+  std::string name(255, 'n');
+  name.replace(250, 5, ".html");
+  std::string longPage = folder + "/" + name;
+  dir.write("site/" + name, kOld);
+
+  SaveOutcome outcome = adapter.save(longPage, kNew, fp(kOld));
+
+  ASSERT_TRUE(outcome.isSaved()) << ::testing::PrintToString(outcome);
+  EXPECT_EQ(readFile(longPage), kNew);
+  std::vector<std::string> staged = stagedPaths();
+  ASSERT_EQ(staged.size(), 1u);
+  std::string stagedName = staged[0].substr(folder.size() + 1);
+  EXPECT_EQ(stagedName.size(), 9u + 36u + 1u + 180u);
+  EXPECT_EQ(stagedName.substr(46), name.substr(0, 180));
+}
+
+TEST(SafeAdapterSwapName, KeepsAtMost180BytesOfTheNameAndNeverSplitsACharacter) {
+  const std::string uuid = "6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F";
+  const std::string twoByte = "\xc3\xa9";  // é
+  struct Case {
+    std::string pageName;
+    std::string namePart;
+  } cases[] = {
+      {"index.html", "index.html"},
+      {std::string(180, 'a'), std::string(180, 'a')},
+      {std::string(181, 'a'), std::string(180, 'a')},
+      {std::string(178, 'a') + twoByte + "b.html", std::string(178, 'a') + twoByte},
+      {std::string(179, 'a') + twoByte + ".html", "page"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(SafeAdapter::swapFileName(c.pageName, uuid), ".vn-swap-" + uuid + "-" + c.namePart)
+        << c.pageName.size();
+  }
+}
+
+TEST_F(SafeAdapterTest, AFullDiskWhileStagingLeavesThePageUntouched) {
+  writePage(kOld);
+  fs.failWhere(FsCall::write, "/.vn-swap-", ENOSPC);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  ASSERT_EQ(stagedPaths().size(), 1u);
+  EXPECT_EQ(outcome,
+            SaveOutcome::error(SaveFailure::underlying("write failed on " + stagedPaths()[0] +
+                                                       ": No space left on device (28)")));
+  EXPECT_EQ(pageBytes(), kOld);
+  EXPECT_TRUE(store.payloadPaths().empty());
+}
+
+TEST_F(SafeAdapterTest, AFileSystemThatCannotExchangeLeavesThePageAndRemovesTheStagedFile) {
+  writePage(kOld);
+  fs.failNth(FsCall::exchange, 1, EINVAL);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  ASSERT_EQ(stagedPaths().size(), 1u);
+  EXPECT_EQ(outcome, SaveOutcome::error(
+                         SaveFailure::underlying("renameat2(RENAME_EXCHANGE) failed on " +
+                                                 stagedPaths()[0] + ": Invalid argument (22)")));
+  EXPECT_EQ(pageBytes(), kOld);
+  EXPECT_TRUE(swapFiles().empty());
+}
+
+TEST_F(SafeAdapterTest, AnUnwritableStoreLeavesTheDisplacedVersionBesideThePage) {
+  // Refuse everything that would add to the store, as a read-only folder would.
+  fs.failWhere(FsCall::rename, "/.vn-swap-", EACCES);
+  fs.failWhere(FsCall::open, storeDirectory + "/", EACCES);
+
+  struct Case {
+    std::string before;
+    std::string expectedPage;  // after the failed save
+    std::string leftBeside;    // in the swap file
+  } cases[] = {
+      {kOld, kNew, kOld},          // expected: the new bytes stand, the old wait beside
+      {kForeign, kForeign, kNew},  // stale: the foreign version is back, the new bytes wait
+  };
+  for (const Case& c : cases) {
+    writePage(c.before);
+    SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+    std::vector<std::string> left = swapFiles();
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(outcome,
+              SaveOutcome::error(SaveFailure::underlying("rename failed on " + folder + "/" +
+                                                         left[0] + ": Permission denied (13)")));
+    EXPECT_EQ(pageBytes(), c.expectedPage);
+    EXPECT_EQ(readFile(folder + "/" + left[0]), c.leftBeside);
+    ASSERT_EQ(::unlink((folder + "/" + left[0]).c_str()), 0);
+  }
+
+  adapter.setRetainPendingBytes(true);
+  writePage(kOld);
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+  ASSERT_TRUE(outcome.isError());
+  EXPECT_TRUE(outcome.failure().description().starts_with("open failed on " + storeDirectory + "/"))
+      << outcome.failure().description();
+  EXPECT_EQ(pageBytes(), kOld);
+  EXPECT_TRUE(swapFiles().empty());
+}
+
+TEST_F(SafeAdapterTest, AFullDiskForTheSidecarKeepsThePayloadInTheStore) {
+  writePage(kOld);
+  fs.failWhere(FsCall::write, ".json", ENOSPC);
+
+  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+
+  ASSERT_TRUE(outcome.isError());
+  std::vector<std::string> payloads = store.payloadPaths();
+  ASSERT_EQ(payloads.size(), 1u);
+  EXPECT_EQ(outcome.failure().description(), "write failed on " +
+                                                 payloads[0].substr(0, payloads[0].size() - 4) +
+                                                 ".json: No space left on device (28)");
+  EXPECT_EQ(readFile(payloads[0]), kOld);
+  EXPECT_EQ(pageBytes(), kNew);
+  EXPECT_TRUE(swapFiles().empty());
+}
+
+TEST_F(SafeAdapterTest, SavesFromManyThreadsRunOneAfterAnother) {
+  writePage(kOld);
+  constexpr int kThreads = 8;
+  std::latch start(kThreads);
+  std::vector<SaveOutcome> outcomes(kThreads, SaveOutcome::error(SaveFailure::underlying("")));
+  std::vector<std::string> bytes;
+  for (int i = 0; i < kThreads; ++i) {
+    bytes.push_back("<p>thread " + std::to_string(i) + "</p>");
+  }
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < kThreads; ++i) {
+      threads.emplace_back([&, i] {
+        start.arrive_and_wait();
+        outcomes[i] = adapter.save(page, bytes[i], fp(kOld));
+      });
+    }
+  }
+
+  // Exactly one save found the version all of them expected; every other one
+  // saw the winner's bytes and left them in place.
+  int winner = -1;
+  for (int i = 0; i < kThreads; ++i) {
+    if (outcomes[i].isSaved()) {
+      ASSERT_EQ(winner, -1) << "two saves both found the old version";
+      winner = i;
+    }
+  }
+  ASSERT_NE(winner, -1);
+  EXPECT_EQ(pageBytes(), bytes[winner]);
+  for (int i = 0; i < kThreads; ++i) {
+    if (i == winner) {
+      continue;
+    }
+    ASSERT_TRUE(outcomes[i].isConflict()) << ::testing::PrintToString(outcomes[i]);
+    EXPECT_EQ(outcomes[i].conflictInfo().observed, fp(bytes[winner]));
+    ASSERT_EQ(outcomes[i].conflictInfo().retained.size(), 1u);
+    EXPECT_EQ(readFile(outcomes[i].conflictInfo().retained[0].payloadPath), bytes[i]);
+  }
+
+  // Each save's own staged file is touched only between its first and last
+  // call; those stretches must not overlap.
+  std::map<std::string, std::pair<size_t, size_t>> spans;
+  std::vector<FaultInjectingFileSystem::Call> calls = fs.calls();
+  for (size_t i = 0; i < calls.size(); ++i) {
+    size_t at = calls[i].path.find("/.vn-swap-");
+    if (at != std::string::npos) {
+      auto [span, fresh] = spans.try_emplace(calls[i].path, i, i);
+      span->second.second = i;
+    }
+  }
+  ASSERT_EQ(spans.size(), static_cast<size_t>(kThreads));
+  std::vector<std::pair<size_t, size_t>> ordered;
+  for (const auto& [path, span] : spans) {
+    ordered.push_back(span);
+  }
+  std::sort(ordered.begin(), ordered.end());
+  for (size_t i = 1; i < ordered.size(); ++i) {
+    EXPECT_LT(ordered[i - 1].second, ordered[i].first) << "two saves overlapped";
+  }
+}
+
+TEST(ConflictKindNames, OnlyTheExactRawNamesAreRecognised) {
+  EXPECT_EQ(conflictKindFromName("externalVersion"), ConflictKind::externalVersion);
+  EXPECT_EQ(conflictKindFromName("staleFingerprintPrecheck"),
+            ConflictKind::staleFingerprintPrecheck);
+  EXPECT_EQ(conflictKindFromName("overwrittenAfterWrite"), ConflictKind::overwrittenAfterWrite);
+  EXPECT_EQ(conflictKindFromName("externalversion"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorna::storage
