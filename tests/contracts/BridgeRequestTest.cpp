@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "contracts/BridgeRequest.h"
 
 namespace vorna::contracts {
@@ -33,6 +35,9 @@ struct UrlCase {
   std::string op;
   Query query;
 };
+
+// Names the case in ctest's listing instead of dumping its bytes.
+void PrintTo(const UrlCase& c, std::ostream* out) { *out << c.url; }
 
 class BridgeRequestUrlTest : public ::testing::TestWithParam<UrlCase> {};
 
