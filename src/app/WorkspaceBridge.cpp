@@ -1,14 +1,41 @@
 #include "app/WorkspaceBridge.h"
 
 #include <cstdio>
+#include <optional>
+
+#include "bridge/FileBridge.h"
+#include "contracts/RecoveryError.h"
+#include "recovery/LocalRecoveryService.h"
 
 namespace vorna::app {
+namespace {
 
-std::shared_ptr<contracts::BridgeHandling> makeWorkspaceBridge(
-    const std::string& folder, [[maybe_unused]] const std::string& recoveryRoot) {
-  std::fprintf(stderr, "Vorna: this build has no workspace bridge; %s stays closed\n",
-               folder.c_str());
-  return nullptr;
+constexpr std::int64_t kRetainedPerPage = 20;
+constexpr double kRetentionGraceSeconds = 86400;
+
+}  // namespace
+
+std::shared_ptr<contracts::BridgeHandling> makeWorkspaceBridge(const std::string& folder,
+                                                               const std::string& recoveryRoot) {
+  std::optional<std::string> storeRoot;
+  if (!recoveryRoot.empty()) {
+    storeRoot = recoveryRoot;
+  }
+  auto service = std::make_shared<recovery::LocalRecoveryService>(
+      folder, storeRoot, kRetainedPerPage, kRetentionGraceSeconds);
+  // Both run before the bridge answers its first request, so swap files a
+  // crashed save left behind are in the store before the editor looks.
+  try {
+    service->sweepOrphanedSwaps();
+  } catch (const contracts::RecoveryError&) {
+    // The swap files stay where they are and the next opening tries again.
+  }
+  try {
+    service->enforceRetentionBudget();
+  } catch (const contracts::RecoveryError& error) {
+    std::fprintf(stderr, "Vorna: retention budget skipped: %s\n", error.what());
+  }
+  return std::make_shared<bridge::FileBridge>(folder, service);
 }
 
 }  // namespace vorna::app

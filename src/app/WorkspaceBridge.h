@@ -12,10 +12,8 @@ namespace vorna::app {
 // retained versions per page and a grace of 86,400 seconds, its orphaned-swap
 // sweep (errors ignored) and retention budget (errors reported on standard
 // error as "Vorna: retention budget skipped: {error}"), and the file bridge
-// on top. Throws when the recovery service cannot be created.
-//
-// This build has no file bridge yet: the function reports that on standard
-// error and returns null, which AppWiring turns into an error for the user.
+// on top. Throws contracts::RecoveryError when the recovery service cannot be
+// created; the folder then stays closed.
 std::shared_ptr<contracts::BridgeHandling> makeWorkspaceBridge(const std::string& folder,
                                                                const std::string& recoveryRoot);
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "storage/FileOpError.h"
@@ -36,28 +37,33 @@ void writeAll(int fd, std::string_view bytes, const std::string& path, FileSyste
 }
 
 Bytes readAll(int fd, const std::string& path, FileSystem& fs) {
-  Bytes result;
+  // Sized from fstat so a whole file lands in one allocation; the one spare
+  // byte lets the read that sees the end return 0 without growing the buffer.
+  // The loop still reads to the end, so a file that grows or shrinks meanwhile
+  // is read as it is.
   struct stat st{};
-  // Sizing from fstat saves the doublings on large files; the loop still reads
-  // to the end, so a file that grows or shrinks meanwhile is read as it is.
-  if (fs.fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
-    result.reserve(static_cast<size_t>(st.st_size) + 1);
+  size_t size = kReadChunk;
+  if (fs.fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 0) {
+    size = static_cast<size_t>(st.st_size) + 1;
   }
+  Bytes result(size, '\0');
+  size_t used = 0;
   for (;;) {
-    size_t used = result.size();
-    result.resize(used + kReadChunk);
-    ssize_t got = fs.read(fd, result.data() + used, kReadChunk);
+    if (used == result.size()) {
+      result.resize(result.size() + std::max(result.size() / 2, kReadChunk));
+    }
+    ssize_t got = fs.read(fd, result.data() + used, result.size() - used);
     if (got < 0) {
-      result.resize(used);
       if (errno == EINTR) {
         continue;
       }
       throw FileOpError::fromErrno("read", path);
     }
-    result.resize(used + static_cast<size_t>(got));
     if (got == 0) {
+      result.resize(used);
       return result;
     }
+    used += static_cast<size_t>(got);
   }
 }
 

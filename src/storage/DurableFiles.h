@@ -26,7 +26,8 @@ void writeDurably(std::string_view bytes, const std::string& path, bool exclusiv
 void writeAll(int fd, std::string_view bytes, const std::string& path,
               FileSystem& fs = FileSystem::real());
 
-// Reads an open descriptor to its end, 64 KiB at a time. Error: "read".
+// Reads an open descriptor to its end, in one allocation when fstat knows the
+// size. Error: "read".
 contracts::Bytes readAll(int fd, const std::string& path, FileSystem& fs = FileSystem::real());
 
 // Opens, reads whole and closes a file. Errors: "open", "read".

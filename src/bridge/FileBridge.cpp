@@ -1,0 +1,814 @@
+#include "bridge/FileBridge.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <utility>
+
+#include "bridge/ContentTypes.h"
+#include "bridge/ExecutableRefusal.h"
+#include "bridge/FolderCreation.h"
+#include "bridge/FreedesktopTrash.h"
+#include "bridge/ItemFacts.h"
+#include "bridge/NaturalOrder.h"
+#include "bridge/PageKinds.h"
+#include "bridge/WholeFile.h"
+#include "contracts/BridgeHeader.h"
+#include "contracts/ConflictRecord.h"
+#include "contracts/OperationRecord.h"
+#include "recovery/RecoveryMaintenance.h"
+#include "storage/ConflictKind.h"
+#include "storage/DurableFiles.h"
+#include "storage/FileOpError.h"
+#include "storage/Fingerprint.h"
+#include "storage/PathNames.h"
+#include "storage/RecoveryKind.h"
+#include "storage/Utf8.h"
+
+namespace vorna::bridge {
+namespace {
+
+using contracts::BridgeRequest;
+using contracts::BridgeResponse;
+using contracts::Bytes;
+using contracts::Json;
+using storage::Fingerprint;
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kCreatedFileMode = 0644;
+
+BridgeResponse notFound(const std::string& path) {
+  return BridgeResponse::error(404, "not found: " + path);
+}
+
+BridgeResponse ok() {
+  return BridgeResponse::json(200, Json{{"ok", true}});
+}
+
+// A record that cannot be turned into JSON stands as an empty map, so one bad
+// record never fails a whole answer.
+template <typename Record>
+Json jsonValue(const Record& record) {
+  try {
+    return record.toJson();
+  } catch (const std::exception&) {
+    return Json::object();
+  }
+}
+
+template <typename Record>
+Json jsonArray(const std::vector<Record>& records) {
+  Json array = Json::array();
+  for (const Record& record : records) {
+    array.push_back(jsonValue(record));
+  }
+  return array;
+}
+
+// The value of a query parameter, or nothing when it is absent or empty.
+std::optional<std::string> nonEmptyQuery(const BridgeRequest& request, const std::string& key) {
+  auto found = request.query.find(key);
+  if (found == request.query.end() || found->second.empty()) {
+    return std::nullopt;
+  }
+  return found->second;
+}
+
+// A list of records from the recovery service as a bare JSON array, in the
+// service's order; any failure of the service is 507.
+template <typename Fetch>
+BridgeResponse listAnswer(Fetch fetch) {
+  try {
+    return BridgeResponse::json(200, jsonArray(fetch()));
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+}
+
+// The bytes the recovery service keeps under the "id" parameter, with exactly
+// two headers; any failure to get them is `missing` + the id, status 404.
+template <typename Fetch>
+BridgeResponse bytesAnswer(const BridgeRequest& request, std::string_view missing, Fetch fetch) {
+  std::optional<std::string> id = nonEmptyQuery(request, "id");
+  if (!id) {
+    return BridgeResponse::error(400, "missing id");
+  }
+  Bytes bytes;
+  try {
+    bytes = fetch(*id);
+  } catch (const std::exception&) {
+    return BridgeResponse::error(404, std::string(missing) + *id);
+  }
+  std::string hex = Fingerprint::ofBytes(bytes).hex;
+  return BridgeResponse{200,
+                        {{"Content-Type", "application/octet-stream"},
+                         {contracts::BridgeHeader::fingerprint, std::move(hex)}},
+                        std::move(bytes)};
+}
+
+}  // namespace
+
+// Rows 10 to 17 mutate. The order is the protocol's: the first match wins.
+const std::array<FileBridge::Route, 19> FileBridge::kRoutes{{
+    {"GET", "list", &FileBridge::list, false},
+    {"GET", "stat", &FileBridge::stat, false},
+    {"GET", "file", &FileBridge::readFile, false},
+    {"HEAD", "file", &FileBridge::headFile, false},
+    {"GET", "drafts", &FileBridge::listDrafts, false},
+    {"GET", "draft", &FileBridge::draftBytes, false},
+    {"GET", "conflicts", &FileBridge::listConflicts, false},
+    {"GET", "candidate", &FileBridge::candidateBytes, false},
+    {"GET", "operations", &FileBridge::listOperations, false},
+    {"PUT", "file", &FileBridge::putFile, true},
+    {"DELETE", "file", &FileBridge::trashFile, true},
+    {"POST", "mkdir", &FileBridge::makeFolder, true},
+    {"POST", "rename", &FileBridge::rename, true},
+    {"PUT", "draft", &FileBridge::storeDraft, true},
+    {"DELETE", "draft", &FileBridge::discardDraft, true},
+    {"POST", "resolve", &FileBridge::resolve, true},
+    {"POST", "dismiss", &FileBridge::dismiss, true},
+    {"POST", "reveal", &FileBridge::reveal, false},
+    {"POST", "open", &FileBridge::open, false},
+}};
+
+FileBridge::FileBridge(std::string workspaceRoot,
+                       std::shared_ptr<recovery::RecoveryServicing> recovery,
+                       BridgeEnvironment environment, storage::FileSystem& fs)
+    : workspaceRoot_(std::move(workspaceRoot)),
+      recovery_(std::move(recovery)),
+      boundary_(workspaceRoot_, fs),
+      watcher_(boundary_, fs),
+      checkpoints_(recovery_->retentionStore(), environment.log),
+      environment_(std::move(environment)),
+      fs_(fs) {}
+
+BridgeResponse FileBridge::handle(const BridgeRequest& request) {
+  try {
+    return dispatch(request);
+  } catch (const std::exception& error) {
+    // Every expected failure is answered where it happens; this only keeps an
+    // unexpected one (memory exhausted, say) from taking the transport down.
+    return BridgeResponse::error(500, error.what());
+  } catch (...) {
+    return BridgeResponse::error(500, "unexpected failure");
+  }
+}
+
+BridgeResponse FileBridge::dispatch(const BridgeRequest& request) {
+  for (const Route& route : kRoutes) {
+    if (route.method != request.method || route.op != request.op) {
+      continue;
+    }
+    if (route.mutates) {
+      std::lock_guard guard(mutationLock_);
+      return run(route, request);
+    }
+    return run(route, request);
+  }
+  return BridgeResponse::error(404, "unknown op: " + request.method + " " + request.op);
+}
+
+BridgeResponse FileBridge::run(const Route& route, const BridgeRequest& request) {
+  if (const Operation* operation = std::get_if<Operation>(&route.run)) {
+    return (this->*(*operation))(request);
+  }
+  // Every operation on an item names it by "path" and checks nothing before it.
+  TargetResult resolved = target(request, "path");
+  if (auto* refusal = std::get_if<PathRefusal>(&resolved)) {
+    return refusal->response;
+  }
+  return (this->*std::get<PathOperation>(route.run))(request, std::get<std::string>(resolved));
+}
+
+void FileBridge::startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) {
+  watcher_.start(std::move(onChange));
+}
+
+void FileBridge::stopWatching() {
+  watcher_.stop();
+}
+
+TargetResult FileBridge::target(const BridgeRequest& request, const std::string& key) const {
+  return resolveTarget(boundary_, request, key);
+}
+
+storage::SafeAdapter& FileBridge::adapter() {
+  std::call_once(adapterOnce_, [this] {
+    adapter_ = std::make_unique<storage::SafeAdapter>(
+        recovery_->retentionStore(), kSettleInterval, kSettleAttempts,
+        /*retainPendingBytes=*/false, /*restoreExternalVersion=*/true, fs_);
+  });
+  return *adapter_;
+}
+
+bool FileBridge::fileExists(const std::string& path) const {
+  struct stat info {};
+  return fs_.stat(path, &info) == 0 && !S_ISDIR(info.st_mode);
+}
+
+std::map<std::string, std::string> FileBridge::fileHeaders(const std::string& path,
+                                                           const std::string& fingerprint) const {
+  return {
+      {"Content-Type", std::string(ContentTypes::forPath(path))},
+      {contracts::BridgeHeader::fingerprint, fingerprint},
+      {contracts::BridgeHeader::mtime, std::to_string(modificationTime(path, fs_).milliseconds)},
+  };
+}
+
+Json FileBridge::saveResult(const std::string& path, size_t bytes,
+                            const std::string& fingerprint) const {
+  return Json{{"ok", true},
+              {"bytes", bytes},
+              {"fingerprint", fingerprint},
+              {"mtime_ms", modificationTime(path, fs_).milliseconds}};
+}
+
+// ---- Reads ----
+
+BridgeResponse FileBridge::list(const BridgeRequest&, const std::string& path) {
+  if (kindOf(path, fs_) != ItemKind::directory) {
+    return BridgeResponse::error(404, "not a directory: " + path);
+  }
+  std::vector<std::string> names;
+  if (fs_.listDirectory(path, names) != 0) {
+    return BridgeResponse::error(404, "cannot read directory: " + path);
+  }
+  std::vector<std::string> shown;
+  shown.reserve(names.size());
+  size_t unnamed = 0;
+  for (std::string& name : names) {
+    if (name.front() == '.') {
+      continue;
+    }
+    // JSON can carry only UTF-8, and the editor could not name such an item
+    // back to the host anyway; one such name must not blank the listing.
+    if (!storage::isValidUtf8(name)) {
+      ++unnamed;
+      continue;
+    }
+    shown.push_back(std::move(name));
+  }
+  if (unnamed > 0) {
+    checkpoints_.log("list of " + path + " left out " + std::to_string(unnamed) +
+                     " name(s) that are not valid UTF-8");
+  }
+  sortNaturally(shown);
+  Json entries = Json::array();
+  for (std::string& name : shown) {
+    const bool isFolder = kindOf(storage::joinPath(path, name), fs_) == ItemKind::directory;
+    entries.push_back(Json{{"kind", isFolder ? "directory" : "file"}, {"name", std::move(name)}});
+  }
+  return BridgeResponse::json(200, entries);
+}
+
+BridgeResponse FileBridge::stat(const BridgeRequest&, const std::string& path) {
+  std::optional<ItemKind> kind = kindOf(path, fs_);
+  if (!kind) {
+    return notFound(path);
+  }
+  const ModificationTime time = modificationTime(path, fs_);
+  Json facts{{"kind", itemKindName(*kind)},
+             {"mtime", time.seconds},
+             {"mtime_ms", time.milliseconds},
+             {"size", 0}};
+  if (isRegularFile(path, fs_)) {
+    try {
+      storage::FileFingerprint content = storage::fingerprintFile(path, fs_);
+      facts["size"] = content.byteCount;
+      facts["fingerprint"] = content.fingerprint.hex;
+    } catch (const std::exception&) {
+      // An unreadable file is still there: its status says so, without content.
+    }
+  }
+  return BridgeResponse::json(200, facts);
+}
+
+BridgeResponse FileBridge::readFile(const BridgeRequest&, const std::string& path) {
+  if (kindOf(path, fs_) != ItemKind::file) {
+    return notFound(path);
+  }
+  Bytes bytes;
+  try {
+    bytes = readWholeFile(path, fs_);
+  } catch (const std::exception&) {
+    return notFound(path);
+  }
+  // One read feeds the fingerprint, the checkpoint and the body, so all three
+  // describe the same version even if the file changes meanwhile.
+  std::string fingerprint = Fingerprint::ofBytes(bytes).hex;
+  if (PageKinds::isPage(path)) {
+    checkpoints_.checkpoint(path, bytes, fingerprint);
+  }
+  return BridgeResponse{200, fileHeaders(path, fingerprint), std::move(bytes)};
+}
+
+BridgeResponse FileBridge::headFile(const BridgeRequest& request, const std::string& path) {
+  BridgeResponse response = readFile(request, path);
+  if (response.status == 200) {
+    response.body.clear();
+  }
+  return response;
+}
+
+// ---- Mutations ----
+
+BridgeResponse FileBridge::putFile(const BridgeRequest& request, const std::string& path) {
+  std::optional<std::string> base = request.header(contracts::BridgeHeader::base);
+  if (!base || base->empty()) {
+    return createFile(request, path);
+  }
+  return saveFile(request, path, *base);
+}
+
+BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::string& page,
+                                    const std::string& base) {
+  // The editor's bytes are held by the recovery service before the page is
+  // touched; without that there is no write at all.
+  std::optional<contracts::DraftRecord> draft;
+  try {
+    draft = recovery_->saveDraft(page, request.body, base);
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+  const std::string editorFingerprint = Fingerprint::ofBytes(request.body).hex;
+  watcher_.noteOwnWrite(page, editorFingerprint);
+  storage::SaveOutcome outcome = adapter().save(page, request.body, Fingerprint::fromHex(base));
+  if (outcome.isSaved()) {
+    const std::string& written = outcome.savedInfo().fingerprint.hex;
+    recordWrittenVersion(page, request.body, written, draft);
+    watcher_.noteOwnWrite(page, written);
+    return BridgeResponse::json(200, saveResult(page, request.body.size(), written));
+  }
+  if (outcome.isConflict()) {
+    const storage::ConflictInfo& info = outcome.conflictInfo();
+    std::optional<std::string> onDisk;
+    if (info.onDiskNow) {
+      onDisk = info.onDiskNow->hex;
+    }
+    watcher_.noteOwnWrite(page, onDisk);
+    return conflictResponse(page, base, draft, request.body, editorFingerprint, info);
+  }
+  const storage::SaveFailure& failure = outcome.failure();
+  if (failure.kind() == storage::SaveFailure::Kind::pageMissing) {
+    return notFound(page);
+  }
+  return BridgeResponse::error(500, failure.description());
+}
+
+BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::string& base,
+                                            const std::optional<contracts::DraftRecord>& draft,
+                                            const Bytes& editorBytes,
+                                            const std::string& editorFingerprint,
+                                            const storage::ConflictInfo& info) {
+  storage::RecoveryStore& store = recovery_->retentionStore();
+  std::vector<storage::RecoveryEntry> retained = info.retained;
+  auto holds = [&retained](const std::string& fingerprint) {
+    return std::find_if(retained.begin(), retained.end(), [&](const storage::RecoveryEntry& e) {
+      return e.fingerprint && e.fingerprint->hex == fingerprint;
+    });
+  };
+
+  // The base: the version the editor loaded, found by its fingerprint.
+  std::optional<Bytes> baseBytes;
+  std::optional<std::string> basePayload = checkpoints_.payloadURL(page, base);
+  if (!basePayload) {
+    if (auto entry = holds(base); entry != retained.end()) {
+      basePayload = entry->payloadPath;
+    }
+  }
+  if (basePayload) {
+    try {
+      baseBytes = readWholeFile(*basePayload, fs_);
+    } catch (const std::exception&) {
+    }
+  }
+
+  // The editor's version, unless this save already retained it.
+  if (holds(editorFingerprint) == retained.end()) {
+    std::optional<storage::RecoveryEntry> draftCopy;
+    if (dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get()) == nullptr) {
+      draftCopy = draftEntry(draft);
+      if (draftCopy && !fileExists(draftCopy->payloadPath)) {
+        draftCopy.reset();
+      }
+    }
+    if (draftCopy) {
+      retained.push_back(*draftCopy);
+    } else {
+      try {
+        retained.push_back(
+            store.retain(editorBytes, storage::RecoveryKind::pendingEditorBytes, page));
+      } catch (const std::exception& error) {
+        checkpoints_.log("editor version not retained for " + page + ": " + error.what());
+      }
+    }
+  }
+
+  // The disk's version, which from now on is what the editor is taken to hold.
+  std::optional<std::string> diskFingerprint;
+  std::optional<Bytes> disk;
+  if (kindOf(page, fs_) == ItemKind::file) {
+    try {
+      disk = readWholeFile(page, fs_);
+    } catch (const std::exception&) {
+    }
+  }
+  if (disk) {
+    diskFingerprint = Fingerprint::ofBytes(*disk).hex;
+    try {
+      storage::RecoveryEntry entry =
+          store.retain(*disk, storage::RecoveryKind::displacedExternal, page);
+      adoptCheckpoint(page, *diskFingerprint, entry.payloadPath);
+      retained.push_back(std::move(entry));
+    } catch (const std::exception& error) {
+      checkpoints_.log("disk version not retained for " + page + ": " + error.what());
+    }
+  } else if (info.onDiskNow) {
+    diskFingerprint = info.onDiskNow->hex;
+  } else if (isRegularFile(page, fs_)) {
+    try {
+      diskFingerprint = storage::fingerprintFile(page, fs_).fingerprint.hex;
+    } catch (const std::exception&) {
+    }
+  }
+
+  Json answer{{"error", "conflict"}, {"kind", storage::conflictKindName(info.kind)}};
+  if (diskFingerprint) {
+    answer["fingerprint"] = *diskFingerprint;
+  }
+  try {
+    std::optional<std::string_view> baseView;
+    if (baseBytes) {
+      baseView = *baseBytes;
+    }
+    answer["conflict"] = jsonValue(recovery_->recordConflict(page, baseView, retained));
+  } catch (const std::exception& error) {
+    answer["conflict_error"] = error.what();
+  }
+  return BridgeResponse::json(409, answer);
+}
+
+void FileBridge::recordWrittenVersion(const std::string& page, const Bytes& bytes,
+                                      const std::string& fingerprint,
+                                      const std::optional<contracts::DraftRecord>& draft) {
+  // The draft already holds these exact bytes in the store; a second copy
+  // would only cost a write and a flush.
+  std::optional<std::string> payload = draftPayload(draft);
+  if (payload && fileExists(*payload)) {
+    adoptCheckpoint(page, fingerprint, *payload);
+    return;
+  }
+  if (PageKinds::isPage(page)) {
+    checkpoints_.checkpoint(page, bytes, fingerprint);
+  }
+}
+
+void FileBridge::adoptCheckpoint(const std::string& page, const std::string& fingerprint,
+                                 const std::string& payloadPath) {
+  std::lock_guard guard(checkpoints_.lock());
+  checkpoints_.seedIfNeeded();
+  checkpoints_.noteLocked(page, fingerprint, payloadPath);
+}
+
+std::optional<storage::RecoveryEntry> FileBridge::draftEntry(
+    const std::optional<contracts::DraftRecord>& draft) {
+  if (!draft) {
+    return std::nullopt;
+  }
+  try {
+    for (storage::RecoveryEntry& entry : recovery_->retentionStore().entries()) {
+      if (entry.id == draft->id) {
+        return std::move(entry);
+      }
+    }
+  } catch (const std::exception&) {
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> FileBridge::draftPayload(
+    const std::optional<contracts::DraftRecord>& draft) {
+  if (!draft) {
+    return std::nullopt;
+  }
+  if (auto* maintenance = dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get())) {
+    try {
+      return maintenance->draftPayloadURL(draft->id);
+    } catch (const std::exception&) {
+      return std::nullopt;
+    }
+  }
+  std::optional<storage::RecoveryEntry> entry = draftEntry(draft);
+  if (!entry) {
+    return std::nullopt;
+  }
+  return entry->payloadPath;
+}
+
+BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::string& path) {
+  if (kindOf(path, fs_)) {
+    return BridgeResponse::error(409, "exists");
+  }
+  std::optional<contracts::DraftRecord> draft;
+  try {
+    draft = recovery_->saveDraft(path, request.body, std::nullopt);
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+  const std::string fingerprint = Fingerprint::ofBytes(request.body).hex;
+  watcher_.noteOwnWrite(path, fingerprint);
+  const std::string folder = storage::parentFolder(path);
+  try {
+    makeFolders(folder, kFolderMode, fs_);
+    try {
+      storage::writeDurably(request.body, path, /*exclusive=*/true, kCreatedFileMode, fs_);
+    } catch (const storage::FileOpError& error) {
+      if (error.op() != "open") {
+        // The exclusive open made this file, so nobody else's version is lost
+        // by removing it; a half-written page must not stay behind.
+        fs_.unlink(path);
+      }
+      throw;
+    }
+    storage::fsyncDirectory(folder, fs_);
+  } catch (const std::exception& error) {
+    if (kindOf(path, fs_)) {
+      return BridgeResponse::error(409, "exists");  // another writer created it first
+    }
+    return BridgeResponse::error(500, error.what());
+  }
+  recordWrittenVersion(path, request.body, fingerprint, draft);
+  watcher_.noteOwnWrite(path, fingerprint);
+  return BridgeResponse::json(200, saveResult(path, request.body.size(), fingerprint));
+}
+
+BridgeResponse FileBridge::makeFolder(const BridgeRequest&, const std::string& path) {
+  if (kindOf(path, fs_) == ItemKind::directory) {
+    return ok();
+  }
+  watcher_.noteOwnWrite(path, std::nullopt);
+  try {
+    makeFolders(path, kFolderMode, fs_);
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(400, error.what());
+  }
+  watcher_.noteOwnWrite(path, std::nullopt);
+  return ok();
+}
+
+BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::string& source) {
+  TargetResult resolvedDestination = target(request, "to");
+  if (auto* refusal = std::get_if<PathRefusal>(&resolvedDestination)) {
+    return refusal->response;
+  }
+  const std::string& destination = std::get<std::string>(resolvedDestination);
+  if (boundary_.isRoot(source) || boundary_.isRoot(destination)) {
+    return BridgeResponse::error(400, "the workspace folder is not a rename target");
+  }
+  std::optional<ItemKind> kind = kindOf(source, fs_);
+  if (!kind) {
+    return notFound(source);
+  }
+  if (kindOf(destination, fs_)) {
+    return BridgeResponse::error(409, "destination exists");
+  }
+  const bool regular = isRegularFile(source, fs_);
+  std::optional<std::string> fingerprint;
+  if (regular) {
+    try {
+      fingerprint = storage::fingerprintFile(source, fs_).fingerprint.hex;
+    } catch (const std::exception&) {
+    }
+  }
+  watcher_.noteOwnWrite(source, std::nullopt);
+  watcher_.noteOwnWrite(destination, fingerprint);
+  try {
+    makeFolders(storage::parentFolder(destination), kFolderMode, fs_);
+    if (regular) {
+      storage::moveFilePreservingInode(source, destination, fs_);
+    } else {
+      // Folders (and pipes or devices) move only within one file system;
+      // rename(2) would merge into an empty folder at the destination, so
+      // look first.
+      struct stat there {};
+      if (fs_.lstat(destination, &there) == 0) {
+        throw storage::FileOpError::wouldOverwrite(destination);
+      }
+      storage::renameReplace(source, destination, fs_);
+    }
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(409, error.what());
+  }
+  storage::fsyncDirectory(storage::parentFolder(destination), fs_);
+  storage::fsyncDirectory(storage::parentFolder(source), fs_);
+  return ok();
+}
+
+BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& path) {
+  if (kindOf(path, fs_) != ItemKind::file) {
+    return notFound(path);
+  }
+  watcher_.noteOwnWrite(path, std::nullopt);
+  std::optional<std::string> homeTrash = environment_.homeTrash();
+  if (!homeTrash) {
+    return BridgeResponse::error(404, "no trash folder: neither XDG_DATA_HOME nor HOME is set");
+  }
+  std::string trashed;
+  try {
+    // The trash records where the item really was, links resolved, so that a
+    // file manager restores it to the same place.
+    FreedesktopTrash trash(*homeTrash, fs_);
+    trashed = trash.trash(WorkspaceBoundary::canonicalize(path, fs_).value_or(path));
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(404, error.what());
+  }
+  watcher_.noteOwnWrite(path, std::nullopt);
+  return BridgeResponse::json(200, Json{{"ok", true}, {"trashed", trashed}});
+}
+
+// ---- Recovery operations ----
+
+BridgeResponse FileBridge::listDrafts(const BridgeRequest&) {
+  return listAnswer([this] { return recovery_->drafts(); });
+}
+
+BridgeResponse FileBridge::draftBytes(const BridgeRequest& request) {
+  return bytesAnswer(
+      request, "no draft: ", [this](const std::string& id) { return recovery_->draftBytes(id); });
+}
+
+BridgeResponse FileBridge::listConflicts(const BridgeRequest&) {
+  return listAnswer([this] { return recovery_->conflicts(); });
+}
+
+BridgeResponse FileBridge::candidateBytes(const BridgeRequest& request) {
+  return bytesAnswer(request, "no candidate: ", [this](const std::string& id) {
+    return recovery_->candidateBytes(id);
+  });
+}
+
+BridgeResponse FileBridge::listOperations(const BridgeRequest&) {
+  return listAnswer([this] { return recovery_->unfinishedOperations(); });
+}
+
+BridgeResponse FileBridge::storeDraft(const BridgeRequest& request, const std::string& path) {
+  // Present but empty is passed on as the empty string: the editor said it
+  // has no base, which differs from not saying anything.
+  std::optional<std::string> base = request.header(contracts::BridgeHeader::base);
+  try {
+    return BridgeResponse::json(200, jsonValue(recovery_->saveDraft(path, request.body, base)));
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+}
+
+BridgeResponse FileBridge::discardDraft(const BridgeRequest&, const std::string& path) {
+  try {
+    recovery_->discardDraft(path);
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+  return ok();
+}
+
+BridgeResponse FileBridge::resolve(const BridgeRequest& request) {
+  std::optional<std::string> id = nonEmptyQuery(request, "id");
+  if (!id) {
+    return BridgeResponse::error(400, "missing id");
+  }
+  std::optional<std::string> choose = nonEmptyQuery(request, "choose");
+  if (!choose) {
+    return BridgeResponse::error(400, "missing choose");
+  }
+  std::optional<std::string> disk = nonEmptyQuery(request, "disk");
+  if (!disk) {
+    return BridgeResponse::error(400, "missing disk");
+  }
+  std::vector<contracts::ConflictRecord> openConflicts;
+  try {
+    openConflicts = recovery_->conflicts();
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+  auto conflict = std::find_if(openConflicts.begin(), openConflicts.end(),
+                               [&](const contracts::ConflictRecord& c) { return c.id == *id; });
+  if (conflict == openConflicts.end()) {
+    return BridgeResponse::error(404, "no conflict: " + *id);
+  }
+  Bytes chosen;
+  try {
+    chosen = recovery_->candidateBytes(*choose);
+  } catch (const std::exception&) {
+    return BridgeResponse::error(404, "no candidate: " + *choose);
+  }
+  // The stored path is written as it is, but only when it still leads into
+  // the workspace: the conflicts index lives outside it and is not trusted.
+  const std::string& page = conflict->pagePath;
+  if (page.empty() || page.front() != '/' || !boundary_.resolveInside(page)) {
+    return BridgeResponse::error(400, "conflict page is outside the workspace");
+  }
+  std::string current;
+  try {
+    if (!isRegularFile(page, fs_)) {
+      return BridgeResponse::error(409, "stale");
+    }
+    current = storage::fingerprintFile(page, fs_).fingerprint.hex;
+  } catch (const std::exception&) {
+    return BridgeResponse::error(409, "stale");
+  }
+  if (current != *disk) {
+    return BridgeResponse::error(409, "stale");
+  }
+  watcher_.noteOwnWrite(page, Fingerprint::ofBytes(chosen).hex);
+  storage::SaveOutcome outcome = adapter().save(page, chosen, Fingerprint::fromHex(current));
+  if (outcome.isConflict()) {
+    std::optional<std::string> onDisk;
+    if (outcome.conflictInfo().onDiskNow) {
+      onDisk = outcome.conflictInfo().onDiskNow->hex;
+    }
+    watcher_.noteOwnWrite(page, onDisk);
+    return BridgeResponse::error(409, "stale");
+  }
+  if (outcome.isError()) {
+    return BridgeResponse::error(500, outcome.failure().description());
+  }
+  const std::string& written = outcome.savedInfo().fingerprint.hex;
+  // The page has its new content; bookkeeping that fails now is reported
+  // inside the success, since the editor must learn the new fingerprint.
+  Json answer{{"ok", true}, {"fingerprint", written}};
+  try {
+    recovery_->markResolved(*id, *choose);
+  } catch (const std::exception& error) {
+    answer["resolve_error"] = error.what();
+  }
+  try {
+    recovery_->discardDraft(page);
+  } catch (const std::exception& error) {
+    answer["draft_error"] = error.what();
+  }
+  watcher_.noteOwnWrite(page, written);
+  return BridgeResponse::json(200, answer);
+}
+
+BridgeResponse FileBridge::dismiss(const BridgeRequest&, const std::string& path) {
+  std::vector<contracts::ConflictRecord> openConflicts;
+  try {
+    openConflicts = recovery_->conflicts();
+  } catch (const std::exception& error) {
+    return BridgeResponse::error(507, error.what());
+  }
+  const std::string key = WorkspaceBoundary::canonicalize(path, fs_).value_or(path);
+  int closed = 0;
+  for (const contracts::ConflictRecord& conflict : openConflicts) {
+    const bool belongs =
+        conflict.pagePath == path ||
+        WorkspaceBoundary::canonicalize(conflict.pagePath, fs_).value_or(conflict.pagePath) == key;
+    if (!belongs || conflict.candidates.empty()) {
+      continue;
+    }
+    // The editor's version is what the user was working on; keep that choice.
+    auto editor = std::find_if(conflict.candidates.rbegin(), conflict.candidates.rend(),
+                               [](const contracts::CandidateRecord& candidate) {
+                                 return candidate.role == contracts::CandidateRecord::Role::editor;
+                               });
+    const contracts::CandidateRecord& chosen =
+        editor != conflict.candidates.rend() ? *editor : conflict.candidates.back();
+    try {
+      recovery_->markResolved(conflict.id, chosen.id);
+    } catch (const std::exception& error) {
+      return BridgeResponse::error(507, error.what());
+    }
+    ++closed;
+  }
+  try {
+    recovery_->discardDraft(path);
+  } catch (const std::exception&) {
+    // The conflicts are closed, which is what was asked; a draft left behind
+    // is harmless and can be discarded later.
+  }
+  return BridgeResponse::json(200, Json{{"ok", true}, {"closed", closed}});
+}
+
+// ---- Shell operations ----
+
+BridgeResponse FileBridge::reveal(const BridgeRequest&, const std::string& path) {
+  environment_.desktop->reveal(path);
+  return ok();
+}
+
+BridgeResponse FileBridge::open(const BridgeRequest&, const std::string& path) {
+  if (std::optional<std::string> refusal = executableRefusal(path, fs_)) {
+    return BridgeResponse::error(400, *refusal);
+  }
+  const char* dryOpen = std::getenv("VORNA_DRY_OPEN");
+  if (dryOpen != nullptr && std::string_view(dryOpen) == "1") {
+    return BridgeResponse::json(200, Json{{"ok", true}, {"dryRun", true}});
+  }
+  environment_.desktop->open(path);
+  return ok();
+}
+
+}  // namespace vorna::bridge

@@ -1,0 +1,164 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "bridge/BridgeEnvironment.h"
+#include "bridge/LoadCheckpointIndex.h"
+#include "bridge/TargetResolution.h"
+#include "bridge/WorkspaceBoundary.h"
+#include "bridge/WorkspaceWatcher.h"
+#include "contracts/BridgeHandling.h"
+#include "contracts/DraftRecord.h"
+#include "recovery/RecoveryServicing.h"
+#include "storage/ConflictInfo.h"
+#include "storage/FileSystem.h"
+#include "storage/RecoveryEntry.h"
+#include "storage/SafeAdapter.h"
+
+namespace vorna::bridge {
+
+// Answers every /api request of one open workspace: reads, saves and the other
+// mutations, the recovery operations and the shell operations. Every path a
+// request names is confined to the workspace first; every failure is an error
+// response, and handle never throws.
+//
+// Dispatch, in order; the first row whose method and op both match exactly
+// runs, anything else is 404 "unknown op: {method} {op}":
+//    1 GET list        6 GET draft        11 DELETE file    16 POST resolve
+//    2 GET stat        7 GET conflicts    12 POST mkdir     17 POST dismiss
+//    3 GET file        8 GET candidate    13 POST rename    18 POST reveal
+//    4 HEAD file       9 GET operations   14 PUT draft      19 POST open
+//    5 GET drafts     10 PUT file         15 DELETE draft
+//
+// On Linux: DELETE file moves the file into the freedesktop.org trash of its
+// file system and answers the item's path there as "trashed"; POST open
+// refuses what executableRefusal names and, with VORNA_DRY_OPEN set to "1",
+// opens nothing; reveal and open only post their desktop call (DesktopActions)
+// and answer at once. Destroying the bridge stops its watcher.
+//
+// Thread safety: handle may run on several threads at once. Rows 10 to 17
+// change pages, drafts or conflicts and run wholly under the recursive
+// mutationLock, so at most one of them is in progress; reads and the shell
+// operations take no bridge lock and run beside them (a read racing a save
+// sees the old or the new file, since saves replace files atomically). Below
+// the mutation lock come the recovery service's lock, the adapter's and the
+// checkpoint index's.
+class FileBridge final : public contracts::BridgeHandling {
+ public:
+  // The safe adapter's fixed settings.
+  static constexpr std::uint64_t kSettleInterval = 8'000'000;  // nanoseconds
+  static constexpr int kSettleAttempts = 25;
+
+  // `workspaceRoot` is absolute, as the user opened it (it may pass through
+  // symbolic links); it is resolved once, here. The recovery service must be
+  // the one of this workspace.
+  FileBridge(std::string workspaceRoot, std::shared_ptr<recovery::RecoveryServicing> recovery,
+             BridgeEnvironment environment = {},
+             storage::FileSystem& fs = storage::FileSystem::real());
+  FileBridge(const FileBridge&) = delete;
+  FileBridge& operator=(const FileBridge&) = delete;
+
+  const std::string& workspaceRoot() const override { return workspaceRoot_; }
+  contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override;
+  void startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) override;
+  void stopWatching() override;
+
+  const WorkspaceBoundary& boundary() const { return boundary_; }
+  LoadCheckpointIndex& checkpoints() { return checkpoints_; }
+
+  // The query parameter `key` as a path under the workspace root, or the
+  // refusal to answer with (see resolveTarget).
+  TargetResult target(const contracts::BridgeRequest& request, const std::string& key) const;
+
+ private:
+  using Operation = contracts::BridgeResponse (FileBridge::*)(const contracts::BridgeRequest&);
+  // An operation on the item named by "path", which dispatch has resolved.
+  using PathOperation = contracts::BridgeResponse (FileBridge::*)(const contracts::BridgeRequest&,
+                                                                  const std::string& path);
+  struct Route {
+    std::string_view method;
+    std::string_view op;
+    std::variant<Operation, PathOperation> run;
+    bool mutates;  // runs under mutationLock_
+  };
+  static const std::array<Route, 19> kRoutes;
+
+  contracts::BridgeResponse dispatch(const contracts::BridgeRequest& request);
+  contracts::BridgeResponse run(const Route& route, const contracts::BridgeRequest& request);
+
+  using Request = contracts::BridgeRequest;
+  using Response = contracts::BridgeResponse;
+  // Reads.
+  Response list(const Request& request, const std::string& path);
+  Response stat(const Request& request, const std::string& path);
+  Response readFile(const Request& request, const std::string& path);
+  Response headFile(const Request& request, const std::string& path);
+  // Mutations.
+  Response putFile(const Request& request, const std::string& path);
+  Response saveFile(const Request& request, const std::string& page, const std::string& base);
+  Response createFile(const Request& request, const std::string& path);
+  Response trashFile(const Request& request, const std::string& path);
+  Response makeFolder(const Request& request, const std::string& path);
+  Response rename(const Request& request, const std::string& source);
+  // Recovery operations.
+  Response listDrafts(const Request& request);
+  Response draftBytes(const Request& request);
+  Response listConflicts(const Request& request);
+  Response candidateBytes(const Request& request);
+  Response listOperations(const Request& request);
+  Response storeDraft(const Request& request, const std::string& path);
+  Response discardDraft(const Request& request, const std::string& path);
+  Response resolve(const Request& request);
+  Response dismiss(const Request& request, const std::string& path);
+  // Shell operations.
+  Response reveal(const Request& request, const std::string& path);
+  Response open(const Request& request, const std::string& path);
+
+  // The 409 answer of a save whose compare-and-swap failed, after gathering
+  // the base, editor and disk candidates and recording the conflict.
+  contracts::BridgeResponse conflictResponse(const std::string& page, const std::string& base,
+                                             const std::optional<contracts::DraftRecord>& draft,
+                                             const contracts::Bytes& editorBytes,
+                                             const std::string& editorFingerprint,
+                                             const storage::ConflictInfo& info);
+  // Makes the version just written the page's load checkpoint, adopting the
+  // draft's stored copy of the same bytes when there is one.
+  void recordWrittenVersion(const std::string& page, const contracts::Bytes& bytes,
+                            const std::string& fingerprint,
+                            const std::optional<contracts::DraftRecord>& draft);
+  // Registers a payload already in the store as the copy of that version.
+  void adoptCheckpoint(const std::string& page, const std::string& fingerprint,
+                       const std::string& payloadPath);
+  std::optional<storage::RecoveryEntry> draftEntry(
+      const std::optional<contracts::DraftRecord>& draft);
+  std::optional<std::string> draftPayload(const std::optional<contracts::DraftRecord>& draft);
+  // The three headers of a file answer.
+  std::map<std::string, std::string> fileHeaders(const std::string& path,
+                                                 const std::string& fingerprint) const;
+  contracts::Json saveResult(const std::string& path, size_t bytes,
+                             const std::string& fingerprint) const;
+  bool fileExists(const std::string& path) const;
+  storage::SafeAdapter& adapter();
+
+  const std::string workspaceRoot_;
+  const std::shared_ptr<recovery::RecoveryServicing> recovery_;
+  const WorkspaceBoundary boundary_;
+  WorkspaceWatcher watcher_;
+  std::recursive_mutex mutationLock_;
+  LoadCheckpointIndex checkpoints_;
+  std::once_flag adapterOnce_;
+  std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept
+  BridgeEnvironment environment_;
+  storage::FileSystem& fs_;
+};
+
+}  // namespace vorna::bridge

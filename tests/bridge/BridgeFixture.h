@@ -1,0 +1,229 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridge/DesktopActions.h"
+#include "bridge/FileBridge.h"
+#include "contracts/BridgeRequest.h"
+#include "contracts/BridgeResponse.h"
+#include "contracts/RecoveryError.h"
+#include "recovery/LocalRecoveryService.h"
+#include "storage/Fingerprint.h"
+#include "support/TempDir.h"
+
+// Shared by the file bridge tests: a workspace "w" with a real recovery
+// service whose store lives in "store", a home trash in "data/Trash", and a
+// desktop and a log that record what they are given; all in one temporary
+// folder.
+namespace vorna::bridge::testfixture {
+
+using contracts::BridgeRequest;
+using contracts::BridgeResponse;
+using Headers = std::map<std::string, std::string>;
+using Query = std::map<std::string, std::string>;
+
+inline std::string sha(std::string_view bytes) {
+  return storage::Fingerprint::ofBytes(bytes).hex;
+}
+
+class RecordingDesktop final : public DesktopActions {
+ public:
+  void reveal(const std::string& path) override { record("reveal " + path); }
+  void open(const std::string& path) override { record("open " + path); }
+  std::vector<std::string> calls() const {
+    std::lock_guard guard(mutex_);
+    return calls_;
+  }
+
+ private:
+  void record(std::string call) {
+    std::lock_guard guard(mutex_);
+    calls_.push_back(std::move(call));
+  }
+  mutable std::mutex mutex_;
+  std::vector<std::string> calls_;
+};
+
+class RecordingLog {
+ public:
+  BridgeLogSink sink() {
+    return [this](std::string_view line) {
+      std::lock_guard guard(mutex_);
+      lines_.emplace_back(line);
+    };
+  }
+  std::vector<std::string> lines() const {
+    std::lock_guard guard(mutex_);
+    return lines_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+// The real service, with chosen operations failing as an unavailable store
+// would. It offers no maintenance operations, so the bridge finds draft copies
+// through the retention store's entries instead.
+class FailingRecovery final : public recovery::RecoveryServicing {
+ public:
+  explicit FailingRecovery(std::shared_ptr<recovery::LocalRecoveryService> inner)
+      : inner_(std::move(inner)) {}
+  std::set<std::string> failing;
+  // Every markResolved that went through: conflict id, candidate id.
+  std::vector<std::pair<std::string, std::string>> resolved;
+
+  storage::RecoveryStore& retentionStore() override { return inner_->retentionStore(); }
+  contracts::DraftRecord saveDraft(const std::string& page, std::string_view bytes,
+                                   const std::optional<std::string>& base) override {
+    check("saveDraft");
+    return inner_->saveDraft(page, bytes, base);
+  }
+  std::vector<contracts::DraftRecord> drafts() override {
+    check("drafts");
+    return inner_->drafts();
+  }
+  contracts::Bytes draftBytes(const std::string& id) override {
+    check("draftBytes");
+    return inner_->draftBytes(id);
+  }
+  void discardDraft(const std::string& page) override {
+    check("discardDraft");
+    inner_->discardDraft(page);
+  }
+  contracts::ConflictRecord recordConflict(
+      const std::string& page, std::optional<std::string_view> base,
+      const std::vector<storage::RecoveryEntry>& retained) override {
+    check("recordConflict");
+    return inner_->recordConflict(page, base, retained);
+  }
+  std::vector<contracts::ConflictRecord> conflicts() override {
+    check("conflicts");
+    return inner_->conflicts();
+  }
+  contracts::Bytes candidateBytes(const std::string& id) override {
+    check("candidateBytes");
+    return inner_->candidateBytes(id);
+  }
+  void markResolved(const std::string& conflict, const std::string& candidate) override {
+    check("markResolved");
+    inner_->markResolved(conflict, candidate);
+    resolved.emplace_back(conflict, candidate);
+  }
+  contracts::OperationRecord beginOperation(
+      const std::string& label,
+      const std::vector<contracts::OperationRecord::Step>& steps) override {
+    return inner_->beginOperation(label, steps);
+  }
+  void updateStep(const std::string& id, std::int64_t index,
+                  contracts::OperationRecord::StepState state) override {
+    inner_->updateStep(id, index, state);
+  }
+  void finishOperation(const std::string& id) override { inner_->finishOperation(id); }
+  std::vector<contracts::OperationRecord> unfinishedOperations() override {
+    check("unfinishedOperations");
+    return inner_->unfinishedOperations();
+  }
+  std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() override {
+    return inner_->sweepOrphanedSwaps();
+  }
+
+ private:
+  void check(const std::string& operation) {
+    if (failing.count(operation) != 0) {
+      throw contracts::RecoveryError::storeUnavailable("injected failure of " + operation);
+    }
+  }
+  std::shared_ptr<recovery::LocalRecoveryService> inner_;
+};
+
+class BridgeTest : public ::testing::Test {
+ protected:
+  BridgeTest() {
+    tmp.makeFolder("w");
+    tmp.makeFolder("store");
+    tmp.makeFolder("data");
+  }
+
+  // Builds the bridge on first use, so that a test can choose its service
+  // and file system first.
+  FileBridge& bridge() {
+    if (!bridge_) {
+      if (!recovery) {
+        recovery = service();
+      }
+      BridgeEnvironment environment;
+      environment.desktop = desktop;
+      environment.homeTrash = [this] { return std::optional<std::string>(homeTrash); };
+      environment.log = log.sink();
+      bridge_ = std::make_unique<FileBridge>(root, recovery, std::move(environment), *fs);
+    }
+    return *bridge_;
+  }
+
+  std::shared_ptr<recovery::LocalRecoveryService> service() {
+    if (!local) {
+      recovery::RecoveryEnvironment environment;
+      environment.log = [](std::string_view) {};
+      local = std::make_shared<recovery::LocalRecoveryService>(
+          root, tmp / "store", 20, 86400.0, storage::FileSystem::real(), environment);
+    }
+    return local;
+  }
+
+  BridgeResponse call(const std::string& method, const std::string& op, Query query = {},
+                      const Headers& headers = {}, std::string body = {}) {
+    return bridge().handle(
+        BridgeRequest::make(method, op, std::move(query), headers, std::move(body)));
+  }
+  BridgeResponse get(const std::string& op, const std::string& path) {
+    return call("GET", op, {{"path", path}});
+  }
+  BridgeResponse save(const std::string& path, const std::string& body, const std::string& base) {
+    return call("PUT", "file", {{"path", path}}, {{"X-VN-Base", base}}, body);
+  }
+  BridgeResponse create(const std::string& path, const std::string& body) {
+    return call("PUT", "file", {{"path", path}}, {}, body);
+  }
+
+  static contracts::Json bodyJson(const BridgeResponse& response) {
+    auto parsed = contracts::parseJson(response.body);
+    EXPECT_TRUE(parsed.has_value()) << response.body;
+    return parsed.value_or(contracts::Json());
+  }
+
+  static const Headers& jsonHeaders() {
+    static const Headers headers{{"Content-Type", "application/json"}};
+    return headers;
+  }
+
+  // Asserts an error answer to the byte.
+  static void expectError(const BridgeResponse& response, int status, const std::string& message) {
+    EXPECT_EQ(response.status, status) << response.body;
+    EXPECT_EQ(response.headers, jsonHeaders());
+    EXPECT_EQ(bodyJson(response), (contracts::Json{{"error", message}})) << response.body;
+  }
+
+  testing::TempDir tmp;
+  const std::string root = tmp / "w";
+  std::string homeTrash = tmp / "data/Trash";
+  std::shared_ptr<RecordingDesktop> desktop = std::make_shared<RecordingDesktop>();
+  RecordingLog log;
+  storage::FileSystem* fs = &storage::FileSystem::real();
+  std::shared_ptr<recovery::LocalRecoveryService> local;
+  std::shared_ptr<recovery::RecoveryServicing> recovery;
+
+ private:
+  std::unique_ptr<FileBridge> bridge_;
+};
+
+}  // namespace vorna::bridge::testfixture

@@ -1,0 +1,306 @@
+#include <sys/stat.h>
+
+#include <condition_variable>
+
+#include "BridgeFixture.h"
+#include "bridge/ItemFacts.h"
+#include "support/FaultInjectingFileSystem.h"
+
+namespace vorna::bridge::testfixture {
+namespace {
+
+using contracts::Json;
+
+unsigned modeOf(const std::string& path) {
+  struct stat info {};
+  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+std::int64_t millisecondsOf(const std::string& path) {
+  struct stat info {};
+  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+  return ModificationTime::of(info.st_mtim).milliseconds;
+}
+
+std::string saveResultBody(const std::string& path, size_t bytes, const std::string& hex) {
+  return R"({"bytes":)" + std::to_string(bytes) + R"(,"fingerprint":")" + hex + R"(","mtime_ms":)" +
+         std::to_string(millisecondsOf(path)) + R"(,"ok":true})";
+}
+
+class FileBridgeMutationTest : public BridgeTest {
+ protected:
+  const std::string page = root + "/index.html";
+
+  // The roles of a conflict's candidates with the bytes each one holds.
+  std::vector<std::pair<std::string, std::string>> candidatesOf(const Json& conflict) {
+    std::vector<std::pair<std::string, std::string>> roles;
+    for (const Json& candidate : conflict["candidates"]) {
+      BridgeResponse bytes = call("GET", "candidate", {{"id", candidate["id"]}});
+      EXPECT_EQ(bytes.status, 200);
+      EXPECT_EQ(candidate["fingerprint"], sha(bytes.body));
+      roles.emplace_back(candidate["role"], bytes.body);
+    }
+    return roles;
+  }
+};
+
+TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
+  tmp.write("w/index.html", "<p>old</p>");
+  EXPECT_EQ(get("file", page).status, 200);
+  BridgeResponse response = save(page, "<p>new</p>", sha("<p>old</p>"));
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.headers, jsonHeaders());
+  EXPECT_EQ(response.body, saveResultBody(page, 10, sha("<p>new</p>")));
+  EXPECT_EQ(tmp.read("w/index.html"), "<p>new</p>");
+
+  // The draft recorded first is kept and its copy of the bytes becomes the
+  // new version's load checkpoint: no second copy is written.
+  std::vector<contracts::DraftRecord> drafts = service()->drafts();
+  ASSERT_EQ(drafts.size(), 1u);
+  EXPECT_EQ(drafts[0].baseFingerprint, sha("<p>old</p>"));
+  EXPECT_EQ(bridge().checkpoints().payloadURL(page, sha("<p>new</p>")),
+            service()->draftPayloadURL(drafts[0].id));
+}
+
+TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidates) {
+  tmp.write("w/index.html", "<p>old</p>");
+  get("file", page);  // the editor loads the old version
+  tmp.write("w/index.html", "<p>foreign</p>");
+  BridgeResponse response = save(page, "<p>mine</p>", sha("<p>old</p>"));
+
+  EXPECT_EQ(response.status, 409);
+  Json answer = bodyJson(response);
+  EXPECT_EQ(answer["error"], "conflict");
+  EXPECT_EQ(answer["kind"], "externalVersion");
+  EXPECT_EQ(answer["fingerprint"], sha("<p>foreign</p>"));
+  EXPECT_FALSE(answer.contains("conflict_error"));
+  EXPECT_EQ(answer["conflict"]["pagePath"], page);
+  EXPECT_EQ(candidatesOf(answer["conflict"]),
+            (std::vector<std::pair<std::string, std::string>>{
+                {"base", "<p>old</p>"}, {"editor", "<p>mine</p>"}, {"disk", "<p>foreign</p>"}}));
+  EXPECT_EQ(bodyJson(call("GET", "conflicts")), Json::array({answer["conflict"]}));
+
+  // The other program's version stays, and is from now on what the editor is
+  // taken to have loaded.
+  EXPECT_EQ(tmp.read("w/index.html"), "<p>foreign</p>");
+  EXPECT_TRUE(bridge().checkpoints().payloadURL(page, sha("<p>foreign</p>")).has_value());
+}
+
+TEST_F(FileBridgeMutationTest, AConflictThatCannotBeRecordedIsStillAConflict) {
+  auto failing = std::make_shared<FailingRecovery>(service());
+  failing->failing = {"recordConflict"};
+  recovery = failing;
+  tmp.write("w/index.html", "<p>foreign</p>");
+  BridgeResponse response = save(page, "<p>mine</p>", sha("<p>old</p>"));
+  EXPECT_EQ(response.status, 409);
+  EXPECT_EQ(response.body,
+            R"({"conflict_error":"recovery store unavailable: injected failure of recordConflict",)"
+            R"("error":"conflict","fingerprint":")" +
+                sha("<p>foreign</p>") + R"(","kind":"externalVersion"})");
+  // Without maintenance operations the editor's copy is found among the
+  // store's entries; either way its bytes are kept.
+  bool editorKept = false;
+  for (const storage::RecoveryEntry& entry : service()->retentionStore().entries()) {
+    editorKept |= entry.fingerprint && entry.fingerprint->hex == sha("<p>mine</p>");
+  }
+  EXPECT_TRUE(editorKept);
+}
+
+TEST_F(FileBridgeMutationTest, ASaveOfAMissingPageIsNotFound) {
+  expectError(save(root + "/gone.html", "x", sha("old")), 404, "not found: " + root + "/gone.html");
+  EXPECT_FALSE(tmp.exists("w/gone.html"));
+}
+
+TEST_F(FileBridgeMutationTest, WhenTheDraftCannotBeRecordedNothingIsWritten) {
+  auto failing = std::make_shared<FailingRecovery>(service());
+  failing->failing = {"saveDraft"};
+  recovery = failing;
+  tmp.write("w/index.html", "<p>old</p>");
+  const std::string message = "recovery store unavailable: injected failure of saveDraft";
+  expectError(save(page, "<p>new</p>", sha("<p>old</p>")), 507, message);
+  EXPECT_EQ(tmp.read("w/index.html"), "<p>old</p>");
+  expectError(create(root + "/new.html", "x"), 507, message);
+  EXPECT_FALSE(tmp.exists("w/new.html"));
+  expectError(call("PUT", "draft", {{"path", page}}, {}, "x"), 507, message);
+}
+
+TEST_F(FileBridgeMutationTest, CreateMakesMissingFoldersAndAReadableFile) {
+  ::umask(022);
+  const std::string nested = root + "/a/b/c.html";
+  BridgeResponse response = create(nested, "<p>c</p>");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, saveResultBody(nested, 8, sha("<p>c</p>")));
+  EXPECT_EQ(tmp.read("w/a/b/c.html"), "<p>c</p>");
+  EXPECT_EQ(modeOf(nested), 0644u);
+  EXPECT_TRUE(bridge().checkpoints().payloadURL(nested, sha("<p>c</p>")).has_value());
+}
+
+TEST_F(FileBridgeMutationTest, CreateNeverReplacesAnExistingItem) {
+  tmp.write("w/index.html", "<p>old</p>");
+  tmp.makeFolder("w/img");
+  // An empty base header means "new file", like no header at all.
+  expectError(call("PUT", "file", {{"path", page}}, {{"X-VN-Base", ""}}, "x"), 409, "exists");
+  expectError(create(root + "/img", "x"), 409, "exists");
+  EXPECT_EQ(tmp.read("w/index.html"), "<p>old</p>");
+  EXPECT_EQ(create(root + "/fresh.html", "").status, 200);
+  EXPECT_EQ(tmp.read("w/fresh.html"), "");
+}
+
+TEST_F(FileBridgeMutationTest, ACreateThatFailsHalfwayLeavesNoHalfWrittenFile) {
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failWhere(testing::FsCall::write, "/w/big.html", ENOSPC);
+  fs = &faulty;
+  const std::string path = root + "/big.html";
+  expectError(create(path, std::string(100000, 'x')), 500,
+              "write failed on " + path + ": No space left on device (28)");
+  EXPECT_FALSE(tmp.exists("w/big.html"));
+}
+
+TEST_F(FileBridgeMutationTest, ACreateBlockedByAFileWhereAFolderShouldBeIsAServerError) {
+  tmp.write("w/a", "a file");
+  expectError(create(root + "/a/b.html", "x"), 500,
+              "mkdir failed on " + root + "/a: File exists (17)");
+}
+
+TEST_F(FileBridgeMutationTest, MakeFolderCreatesIntermediatesAndAcceptsAnExistingFolder) {
+  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/x/y"}}).body, R"({"ok":true})");
+  struct stat info {};
+  EXPECT_EQ(::stat((root + "/x/y").c_str(), &info), 0);
+  EXPECT_TRUE(S_ISDIR(info.st_mode));
+  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/x/y"}}).body, R"({"ok":true})");
+  tmp.write("w/file", "x");
+  expectError(call("POST", "mkdir", {{"path", root + "/file"}}), 400,
+              "mkdir failed on " + root + "/file: File exists (17)");
+  expectError(call("POST", "mkdir", {{"path", "x"}}), 400, "path must be absolute");
+}
+
+TEST_F(FileBridgeMutationTest, RenameMovesFilesAndFoldersIntoNewFolders) {
+  tmp.write("w/a.html", "a");
+  tmp.makeFolder("w/img");
+  tmp.write("w/img/p.png", "png");
+  auto rename = [&](const std::string& from, const std::string& to) {
+    return call("POST", "rename", {{"path", root + from}, {"to", root + to}});
+  };
+  EXPECT_EQ(rename("/a.html", "/pages/b.html").body, R"({"ok":true})");
+  EXPECT_EQ(tmp.read("w/pages/b.html"), "a");
+  EXPECT_FALSE(tmp.exists("w/a.html"));
+  EXPECT_EQ(rename("/img", "/assets/img").body, R"({"ok":true})");
+  EXPECT_EQ(tmp.read("w/assets/img/p.png"), "png");
+}
+
+TEST_F(FileBridgeMutationTest, RenameRefusesTheRootMissingSourcesAndExistingDestinations) {
+  tmp.write("w/a.html", "a");
+  tmp.write("w/b.html", "b");
+  tmp.makeFolder("w/empty");
+  auto rename = [&](Query query) { return call("POST", "rename", std::move(query)); };
+  expectError(rename({{"path", root}, {"to", root + "/x"}}), 400,
+              "the workspace folder is not a rename target");
+  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/"}}), 400,
+              "the workspace folder is not a rename target");
+  expectError(rename({{"path", root + "/none.html"}, {"to", root + "/x.html"}}), 404,
+              "not found: " + root + "/none.html");
+  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/b.html"}}), 409,
+              "destination exists");
+  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/empty"}}), 409,
+              "destination exists");
+  expectError(rename({{"path", root + "/a.html"}}), 400, "missing to");
+  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/../x.html"}}), 400,
+              "to is outside the workspace");
+  expectError(rename({{"to", root + "/x.html"}}), 400, "missing path");
+  EXPECT_EQ(tmp.read("w/a.html"), "a");
+  EXPECT_EQ(tmp.read("w/b.html"), "b");
+}
+
+TEST_F(FileBridgeMutationTest, TrashMovesAFileIntoTheHomeTrashAndSaysWhere) {
+  tmp.write("w/index.html", "<p>bye</p>");
+  BridgeResponse response = call("DELETE", "file", {{"path", page}});
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(bodyJson(response), (Json{{"ok", true}, {"trashed", homeTrash + "/files/index.html"}}));
+  EXPECT_FALSE(tmp.exists("w/index.html"));
+  EXPECT_EQ(tmp.read("data/Trash/files/index.html"), "<p>bye</p>");
+  std::string info = tmp.read("data/Trash/info/index.html.trashinfo");
+  EXPECT_TRUE(info.starts_with("[Trash Info]\nPath=" + page + "\nDeletionDate=")) << info;
+
+  // The same name again never replaces what is already in the trash.
+  tmp.write("w/index.html", "<p>again</p>");
+  response = call("DELETE", "file", {{"path", page}});
+  EXPECT_EQ(bodyJson(response)["trashed"], homeTrash + "/files/index.2.html");
+  EXPECT_EQ(tmp.read("data/Trash/files/index.html"), "<p>bye</p>");
+}
+
+TEST_F(FileBridgeMutationTest, TrashRefusesFoldersAndMissingFiles) {
+  tmp.makeFolder("w/img");
+  expectError(call("DELETE", "file", {{"path", root + "/img"}}), 404,
+              "not found: " + root + "/img");
+  expectError(call("DELETE", "file", {{"path", root + "/x"}}), 404, "not found: " + root + "/x");
+  EXPECT_TRUE(tmp.exists("w/img"));
+}
+
+TEST_F(FileBridgeMutationTest, ATrashThatCannotBeMadeIsReportedAsNotFound) {
+  tmp.write("w/index.html", "x");
+  tmp.write("data/Trash", "a file where the trash folder should be");
+  expectError(call("DELETE", "file", {{"path", page}}), 404,
+              "mkdir failed on " + homeTrash + ": File exists (17)");
+  EXPECT_EQ(tmp.read("w/index.html"), "x");
+}
+
+TEST_F(FileBridgeMutationTest, ASaveWhoseExchangeFailsIsAServerErrorAndThePageKeepsItsVersion) {
+  tmp.write("w/index.html", "old");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failNth(testing::FsCall::exchange, 1, EIO);
+  fs = &faulty;
+  BridgeResponse response = save(page, "new", sha("old"));
+  EXPECT_EQ(response.status, 500);
+  EXPECT_TRUE(bodyJson(response)["error"].get<std::string>().starts_with(
+      "renameat2(RENAME_EXCHANGE) failed on "))
+      << response.body;
+  EXPECT_EQ(tmp.read("w/index.html"), "old");
+}
+
+TEST_F(FileBridgeMutationTest, AHugeBodyIsSavedAndReadBackWhole) {
+  std::string huge(24 << 20, 'a');
+  for (size_t i = 0; i < huge.size(); i += 4096) {
+    huge[i] = static_cast<char>('a' + (i / 4096) % 26);
+  }
+  EXPECT_EQ(create(root + "/big.md", huge).status, 200);
+  BridgeResponse read = get("file", root + "/big.md");
+  EXPECT_EQ(read.headers.at("X-VN-Fingerprint"), sha(huge));
+  EXPECT_TRUE(read.body == huge);
+  huge[7] = '!';
+  EXPECT_EQ(save(root + "/big.md", huge, sha(read.body)).status, 200);
+  EXPECT_TRUE(tmp.read("w/big.md") == huge);
+}
+
+TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges) {
+  tmp.write("w/index.html", "old");
+  std::mutex mutex;
+  std::condition_variable arrived;
+  std::vector<contracts::WorkspaceChange> changes;
+  bridge().startWatching([&](const contracts::WorkspaceChange& change) {
+    std::lock_guard guard(mutex);
+    changes.push_back(change);
+    arrived.notify_all();
+  });
+  EXPECT_EQ(save(page, "new", sha("old")).status, 200);
+  EXPECT_EQ(create(root + "/made.html", "made").status, 200);
+  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/folder"}}).status, 200);
+  EXPECT_EQ(
+      call("POST", "rename", {{"path", root + "/made.html"}, {"to", root + "/moved.html"}}).status,
+      200);
+  // Changes are handled in order, so once the marker written by another
+  // program is reported, every echo of the bridge's writes has been handled.
+  tmp.write("w/marker.html", "outside");
+  std::unique_lock lock(mutex);
+  ASSERT_TRUE(arrived.wait_for(lock, std::chrono::seconds(10), [&] {
+    return !changes.empty() && changes.back().path == root + "/marker.html";
+  }));
+  for (const contracts::WorkspaceChange& change : changes) {
+    EXPECT_EQ(change.path, root + "/marker.html");
+  }
+  lock.unlock();
+  bridge().stopWatching();
+}
+
+}  // namespace
+}  // namespace vorna::bridge::testfixture

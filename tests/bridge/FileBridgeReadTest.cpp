@@ -1,0 +1,283 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <future>
+#include <regex>
+#include <thread>
+
+#include "BridgeFixture.h"
+#include "bridge/ItemFacts.h"
+#include "bridge/NaturalOrder.h"
+#include "support/FaultInjectingFileSystem.h"
+
+namespace vorna::bridge::testfixture {
+namespace {
+
+void setModificationTime(const std::string& path, time_t seconds, long nanos) {
+  timespec times[2] = {{seconds, nanos}, {seconds, nanos}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+}
+
+using FileBridgeReadTest = BridgeTest;
+
+TEST_F(FileBridgeReadTest, UnmatchedMethodOrOpIsAnUnknownOp) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"PATCH", "file"}, {"GET", "File"}, {"POST", "file"}, {"GET", "lists"},
+      {"GET", ""},       {"PUT", "list"}, {"HEAD", "stat"},
+  };
+  for (const auto& [method, op] : cases) {
+    BridgeResponse response = call(method, op, {{"path", root}});
+    EXPECT_EQ(response.status, 404);
+    EXPECT_EQ(response.body, "{\"error\":\"unknown op: " + method + " " + op + "\"}");
+  }
+}
+
+TEST_F(FileBridgeReadTest, ListsVisibleNamesInNaturalOrderWithTheirKinds) {
+  for (const char* name : {"b.html", "A.html", "page10.html", "page2.html", ".git"}) {
+    tmp.write(std::string("w/") + name, "x");
+  }
+  tmp.makeFolder("w/img");
+  tmp.makeFolder("w/.hidden");
+  tmp.symlink(root + "/img", "w/pictures");
+  tmp.symlink(root + "/nowhere", "w/dangling");
+  BridgeResponse response = get("list", root);
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.headers, jsonHeaders());
+  EXPECT_EQ(response.body,
+            R"([{"kind":"file","name":"A.html"},{"kind":"file","name":"b.html"},)"
+            R"({"kind":"file","name":"dangling"},{"kind":"directory","name":"img"},)"
+            R"({"kind":"file","name":"page2.html"},{"kind":"file","name":"page10.html"},)"
+            R"({"kind":"directory","name":"pictures"}])");
+}
+
+TEST_F(FileBridgeReadTest, NaturalOrderFoldsCaseComparesNumbersAndKeepsTies) {
+  std::vector<std::string> names{
+      "x.htm",    "Tool.app",  "sub",      "style.css",  "run.sh",   "page10.html",  "page2.html",
+      "out",      "notes.txt", "notes.md", "index.html", "img",      "file-10.html", "file-2.html",
+      "data.bin", "b.html",    "alias",    "a_b.html",   "a-b.html", "a b.html",     "A.html"};
+  sortNaturally(names);
+  EXPECT_EQ(names, (std::vector<std::string>{
+                       "A.html",      "a b.html", "a-b.html",    "a_b.html",     "alias",
+                       "b.html",      "data.bin", "file-2.html", "file-10.html", "img",
+                       "index.html",  "notes.md", "notes.txt",   "out",          "page2.html",
+                       "page10.html", "run.sh",   "style.css",   "sub",          "Tool.app",
+                       "x.htm"}));
+
+  // Names equal once case is folded keep the order they were listed in.
+  std::vector<std::string> ties{"B", "a", "b"};
+  sortNaturally(ties);
+  EXPECT_EQ(ties, (std::vector<std::string>{"a", "B", "b"}));
+  ties = {"b", "a", "B"};
+  sortNaturally(ties);
+  EXPECT_EQ(ties, (std::vector<std::string>{"a", "b", "B"}));
+}
+
+TEST_F(FileBridgeReadTest, NamesThatAreNotUtf8AreLeftOutWithOneLogLine) {
+  tmp.write("w/good.html", "x");
+  tmp.write("w/bad\xff.html", "x");
+  tmp.write("w/worse\xc3(.html", "x");
+  BridgeResponse response = get("list", root);
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, R"([{"kind":"file","name":"good.html"}])");
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Vorna bridge: list of " + root +
+                                                   " left out 2 name(s) that are not valid "
+                                                   "UTF-8\n"}));
+}
+
+TEST_F(FileBridgeReadTest, ListAnswersNotADirectoryForFilesAndMissingPaths) {
+  tmp.write("w/a.html", "x");
+  expectError(get("list", root + "/a.html"), 404, "not a directory: " + root + "/a.html");
+  expectError(get("list", root + "/missing"), 404, "not a directory: " + root + "/missing");
+}
+
+TEST_F(FileBridgeReadTest, ListOfAFolderThatCannotBeReadSaysSo) {
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failWhere(testing::FsCall::listDirectory, "/w", EACCES);
+  fs = &faulty;
+  expectError(get("list", root), 404, "cannot read directory: " + root);
+}
+
+TEST_F(FileBridgeReadTest, PathParametersAreRefusedBeforeAnythingIsRead) {
+  tmp.makeFolder("outside");
+  tmp.write("outside/secret.html", "secret");
+  tmp.symlink(tmp / "outside", "w/docs");
+  const std::pair<Query, std::string> cases[] = {
+      {{}, "missing path"},
+      {{{"path", ""}}, "missing path"},
+      {{{"path", "a.html"}}, "path must be absolute"},
+      {{{"path", root + "/../outside/secret.html"}}, "path is outside the workspace"},
+      {{{"path", root + "/docs/secret.html"}}, "path is outside the workspace"},
+  };
+  for (const char* op : {"list", "stat", "file"}) {
+    for (const auto& [query, message] : cases) {
+      expectError(call("GET", op, query), 400, message);
+    }
+  }
+  expectError(call("HEAD", "file", {{"path", root + "/docs/secret.html"}}), 400,
+              "path is outside the workspace");
+}
+
+TEST_F(FileBridgeReadTest, PathsThroughInsideLinksAreAnsweredUnderTheirRealNames) {
+  tmp.makeFolder("w/real");
+  tmp.write("w/real/a.html", "<p>a</p>");
+  tmp.symlink("real", "w/alias");
+  EXPECT_EQ(get("file", root + "/alias/a.html").body, "<p>a</p>");
+  expectError(get("stat", root + "/alias/missing.html"), 404,
+              "not found: " + root + "/real/missing.html");
+  // The workspace reached through a link to its parent is the same workspace.
+  tmp.symlink(tmp.path(), "parent-alias");
+  EXPECT_EQ(get("list", tmp / "parent-alias/w/real").body, R"([{"kind":"file","name":"a.html"}])");
+}
+
+TEST_F(FileBridgeReadTest, StatOfAFolderHasNoSizeAndNoFingerprint) {
+  tmp.makeFolder("w/img");
+  setModificationTime(root + "/img", 1700000000, 250000000);
+  BridgeResponse response = get("stat", root + "/img");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body,
+            R"({"kind":"directory","mtime":1700000000.25,"mtime_ms":1700000000250,"size":0})");
+}
+
+TEST_F(FileBridgeReadTest, StatOfAPageCarriesItsSizeFingerprintAndRoundedMilliseconds) {
+  tmp.write("w/a.html", "hello");
+  setModificationTime(root + "/a.html", 1, 62500000);
+  BridgeResponse response = get("stat", root + "/a.html");
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, R"({"fingerprint":")" + sha("hello") +
+                               R"(","kind":"file","mtime":1.0625,"mtime_ms":1063,"size":5})");
+  expectError(get("stat", root + "/gone.html"), 404, "not found: " + root + "/gone.html");
+}
+
+TEST_F(FileBridgeReadTest, StatOfAnUnreadableFileStillAnswersWithoutContent) {
+  tmp.write("w/locked.html", "hello");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failWhere(testing::FsCall::open, "locked.html", EACCES);
+  fs = &faulty;
+  contracts::Json facts = bodyJson(get("stat", root + "/locked.html"));
+  EXPECT_EQ(facts["size"], 0);
+  EXPECT_FALSE(facts.contains("fingerprint"));
+  EXPECT_EQ(facts["kind"], "file");
+}
+
+TEST(ModificationTimeTest, MillisecondsRoundHalvesAwayFromZero) {
+  struct Case {
+    timespec time;
+    std::int64_t milliseconds;
+  };
+  const Case cases[] = {
+      {{1, 62500000}, 1063}, {{1, 62499999}, 1062},
+      {{0, 500000}, 1},      {{0, 499999}, 0},
+      {{-2, 500000}, -2000}, {{-1, 999500000}, -1},
+      {{-1, 999600000}, 0},  {{1763324715, 123456789}, 1763324715123},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(ModificationTime::of(c.time).milliseconds, c.milliseconds)
+        << c.time.tv_sec << "." << c.time.tv_nsec;
+  }
+  EXPECT_EQ(ModificationTime::of({1, 62500000}).seconds, 1.0625);
+}
+
+TEST_F(FileBridgeReadTest, FileReadAnswersBytesWithTheThreeHeaders) {
+  tmp.write("w/a.HTML", "<h1>A</h1>");
+  setModificationTime(root + "/a.HTML", 1, 62500000);
+  BridgeResponse response = get("file", root + "/a.HTML");
+  EXPECT_EQ(response, (BridgeResponse{200,
+                                      {{"Content-Type", "text/html; charset=utf-8"},
+                                       {"X-VN-Fingerprint", sha("<h1>A</h1>")},
+                                       {"X-QX-Mtime", "1063"}},
+                                      "<h1>A</h1>"}));
+  BridgeResponse head = call("HEAD", "file", {{"path", root + "/a.HTML"}});
+  EXPECT_EQ(head, (BridgeResponse{200, response.headers, ""}));
+}
+
+TEST_F(FileBridgeReadTest, ContentTypeFollowsTheExtensionInAnyCase) {
+  // "htm" is a page kind but has no type of its own.
+  const std::pair<std::string, std::string> cases[] = {
+      {"m.JS", "text/javascript; charset=utf-8"}, {"k.Jpeg", "image/jpeg"},
+      {"old.htm", "application/octet-stream"},    {"README", "application/octet-stream"},
+      {".profile", "application/octet-stream"},   {"a.tar.gz", "application/octet-stream"},
+  };
+  for (const auto& [name, type] : cases) {
+    tmp.write("w/" + name, "x");
+    EXPECT_EQ(get("file", root + "/" + name).headers.at("Content-Type"), type) << name;
+  }
+}
+
+TEST_F(FileBridgeReadTest, ReadingAPageRecordsOneLoadCheckpointOtherFilesNone) {
+  tmp.write("w/a.HTML", "<p>page</p>");
+  tmp.write("w/n.md", "# notes");
+  tmp.write("w/a.txt", "text");
+  get("file", root + "/a.HTML");
+  get("file", root + "/a.HTML");
+  call("HEAD", "file", {{"path", root + "/n.md"}});
+  get("file", root + "/a.txt");
+
+  auto page = bridge().checkpoints().payloadURL(root + "/a.HTML", sha("<p>page</p>"));
+  ASSERT_TRUE(page.has_value());
+  EXPECT_EQ(testing::readFile(*page), "<p>page</p>");
+  EXPECT_TRUE(bridge().checkpoints().payloadURL(root + "/n.md", sha("# notes")).has_value());
+  EXPECT_FALSE(bridge().checkpoints().payloadURL(root + "/a.txt", sha("text")).has_value());
+  EXPECT_EQ(service()->retentionStore().entries().size(), 2u);
+}
+
+TEST_F(FileBridgeReadTest, FoldersAndMissingFilesAreNotFoundForGetAndHead) {
+  tmp.makeFolder("w/img");
+  for (const char* method : {"GET", "HEAD"}) {
+    expectError(call(method, "file", {{"path", root + "/img"}}), 404,
+                "not found: " + root + "/img");
+    expectError(call(method, "file", {{"path", root + "/x.html"}}), 404,
+                "not found: " + root + "/x.html");
+  }
+  EXPECT_EQ(call("HEAD", "file", {{"path", root + "/x.html"}}).body,
+            "{\"error\":\"not found: " + std::regex_replace(root, std::regex("/"), "\\/") +
+                "\\/x.html\"}");
+}
+
+TEST_F(FileBridgeReadTest, AFileThatCannotBeReadIsNotFoundNeverAServerError) {
+  tmp.write("w/a.html", "x");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failWhere(testing::FsCall::read, "a.html", EIO);
+  fs = &faulty;
+  expectError(get("file", root + "/a.html"), 404, "not found: " + root + "/a.html");
+}
+
+TEST_F(FileBridgeReadTest, APipeIsListedAndStatedButNeverOpened) {
+  // Opening a pipe for reading would wait for a writer that never comes.
+  ASSERT_EQ(::mkfifo((root + "/pipe").c_str(), 0644), 0);
+  EXPECT_EQ(get("list", root).body, R"([{"kind":"file","name":"pipe"}])");
+  contracts::Json facts = bodyJson(get("stat", root + "/pipe"));
+  EXPECT_EQ(facts["size"], 0);
+  EXPECT_FALSE(facts.contains("fingerprint"));
+  expectError(get("file", root + "/pipe"), 404, "not found: " + root + "/pipe");
+}
+
+TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
+  tmp.write("w/a.html", "old");
+  testing::FaultInjectingFileSystem faulty;
+  std::promise<void> inside;
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  bool first = true;
+  faulty.beforeCall(testing::FsCall::exchange, [&](const std::string&) {
+    if (std::exchange(first, false)) {
+      inside.set_value();
+      released.wait();
+    }
+  });
+  fs = &faulty;
+  bridge();
+  auto saving =
+      std::async(std::launch::async, [&] { return save(root + "/a.html", "new", sha("old")); });
+  inside.get_future().wait();
+  // The save is stopped inside the adapter, holding the mutation lock.
+  BridgeResponse listing = get("list", root);
+  EXPECT_EQ(listing.status, 200);
+  EXPECT_EQ(listing.body, R"([{"kind":"file","name":"a.html"}])");
+  EXPECT_EQ(get("file", root + "/a.html").body, "old");
+  release.set_value();
+  EXPECT_EQ(saving.get().status, 200);
+  EXPECT_EQ(tmp.read("w/a.html"), "new");
+}
+
+}  // namespace
+}  // namespace vorna::bridge::testfixture

@@ -1,0 +1,239 @@
+#include <regex>
+
+#include "BridgeFixture.h"
+
+namespace vorna::bridge::testfixture {
+namespace {
+
+using contracts::Json;
+
+class FileBridgeRecoveryTest : public BridgeTest {
+ protected:
+  const std::string page = root + "/index.html";
+
+  // A conflict on `page` made through the bridge: the editor loaded "old",
+  // another program wrote "foreign", the editor saved "mine".
+  Json makeConflict() {
+    tmp.write("w/index.html", "old");
+    get("file", page);
+    tmp.write("w/index.html", "foreign");
+    BridgeResponse response = save(page, "mine", sha("old"));
+    EXPECT_EQ(response.status, 409);
+    return bodyJson(response)["conflict"];
+  }
+
+  static std::string candidateId(const Json& conflict, const std::string& role) {
+    for (const Json& candidate : conflict["candidates"]) {
+      if (candidate["role"] == role) {
+        return candidate["id"];
+      }
+    }
+    ADD_FAILURE() << "no " << role << " candidate";
+    return {};
+  }
+
+  std::shared_ptr<FailingRecovery> failingRecovery(std::set<std::string> failing) {
+    auto decorated = std::make_shared<FailingRecovery>(service());
+    decorated->failing = std::move(failing);
+    recovery = decorated;
+    return decorated;
+  }
+};
+
+TEST_F(FileBridgeRecoveryTest, ListsAreBareArraysOfRecordsWithIsoDates) {
+  EXPECT_EQ(call("GET", "drafts").body, "[]");
+  EXPECT_EQ(call("GET", "conflicts").body, "[]");
+  EXPECT_EQ(call("GET", "operations").body, "[]");
+
+  BridgeResponse stored = call("PUT", "draft", {{"path", page}}, {{"X-VN-Base", sha("old")}}, "d");
+  EXPECT_EQ(stored.status, 200);
+  Json record = bodyJson(stored);
+  EXPECT_EQ(bodyJson(call("GET", "drafts")), Json::array({record}));
+  EXPECT_TRUE(std::regex_match(record["capturedAt"].get<std::string>(),
+                               std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")))
+      << record;
+  EXPECT_EQ(record["pagePath"], page);
+  EXPECT_EQ(record["fingerprint"], sha("d"));
+
+  contracts::OperationRecord operation = service()->beginOperation(
+      "move pages", {{.path = page,
+                      .beforeFingerprint = std::nullopt,
+                      .afterFingerprint = std::nullopt,
+                      .state = contracts::OperationRecord::StepState::pending}});
+  BridgeResponse operations = call("GET", "operations");
+  EXPECT_EQ(operations.body, contracts::writeJson(Json::array({operation.toJson()})));
+}
+
+TEST_F(FileBridgeRecoveryTest, ListFailuresOfTheServiceAre507) {
+  failingRecovery({"drafts", "conflicts", "unfinishedOperations"});
+  expectError(call("GET", "drafts"), 507, "recovery store unavailable: injected failure of drafts");
+  expectError(call("GET", "conflicts"), 507,
+              "recovery store unavailable: injected failure of conflicts");
+  expectError(call("GET", "operations"), 507,
+              "recovery store unavailable: injected failure of unfinishedOperations");
+}
+
+TEST_F(FileBridgeRecoveryTest, DraftBaseIsAbsentWithoutTheHeaderAndEmptyWhenEmpty) {
+  Json withoutBase = bodyJson(call("PUT", "draft", {{"path", page}}, {}, "a"));
+  EXPECT_FALSE(withoutBase.contains("baseFingerprint"));
+  Json emptyBase =
+      bodyJson(call("PUT", "draft", {{"path", root + "/b.html"}}, {{"x-vn-base", ""}}, "b"));
+  EXPECT_EQ(emptyBase["baseFingerprint"], "");
+  expectError(call("PUT", "draft", {{"path", "/elsewhere"}}, {}, "x"), 400,
+              "path is outside the workspace");
+}
+
+TEST_F(FileBridgeRecoveryTest, BytesAnswersCarryExactlyTypeAndFingerprint) {
+  Json record = bodyJson(call("PUT", "draft", {{"path", page}}, {}, "<p>draft</p>"));
+  BridgeResponse bytes = call("GET", "draft", {{"id", record["id"]}});
+  EXPECT_EQ(bytes, (BridgeResponse{200,
+                                   {{"Content-Type", "application/octet-stream"},
+                                    {"X-VN-Fingerprint", sha("<p>draft</p>")}},
+                                   "<p>draft</p>"}));
+  for (const char* op : {"draft", "candidate"}) {
+    expectError(call("GET", op), 400, "missing id");
+    expectError(call("GET", op, {{"id", ""}}), 400, "missing id");
+    expectError(call("GET", op, {{"id", "nope"}}), 404, std::string("no ") + op + ": nope");
+  }
+}
+
+TEST_F(FileBridgeRecoveryTest, DiscardingADraftRemovesItFromTheList) {
+  call("PUT", "draft", {{"path", page}}, {}, "d");
+  EXPECT_EQ(call("DELETE", "draft", {{"path", page}}).body, R"({"ok":true})");
+  EXPECT_EQ(call("GET", "drafts").body, "[]");
+  expectError(call("DELETE", "draft", {}), 400, "missing path");
+}
+
+TEST_F(FileBridgeRecoveryTest, DiscardFailureIs507) {
+  failingRecovery({"discardDraft"});
+  expectError(call("DELETE", "draft", {{"path", page}}), 507,
+              "recovery store unavailable: injected failure of discardDraft");
+}
+
+TEST_F(FileBridgeRecoveryTest, ResolveChecksItsParametersInOrder) {
+  Json conflict = makeConflict();
+  const std::string id = conflict["id"];
+  const std::string editor = candidateId(conflict, "editor");
+  auto resolve = [&](Query query) { return call("POST", "resolve", std::move(query)); };
+  expectError(resolve({}), 400, "missing id");
+  expectError(resolve({{"id", id}, {"disk", "x"}}), 400, "missing choose");
+  expectError(resolve({{"id", id}, {"choose", editor}, {"disk", ""}}), 400, "missing disk");
+  expectError(resolve({{"id", "NOPE"}, {"choose", editor}, {"disk", sha("foreign")}}), 404,
+              "no conflict: NOPE");
+  expectError(resolve({{"id", id}, {"choose", "nothing"}, {"disk", sha("foreign")}}), 404,
+              "no candidate: nothing");
+}
+
+TEST_F(FileBridgeRecoveryTest, ResolveWritesTheChosenCandidateAndClosesTheConflict) {
+  Json conflict = makeConflict();
+  call("PUT", "draft", {{"path", page}}, {}, "unsaved");
+  BridgeResponse response = call("POST", "resolve",
+                                 {{"id", conflict["id"]},
+                                  {"choose", candidateId(conflict, "editor")},
+                                  {"disk", sha("foreign")}});
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body, R"({"fingerprint":")" + sha("mine") + R"(","ok":true})");
+  EXPECT_EQ(tmp.read("w/index.html"), "mine");
+  EXPECT_EQ(call("GET", "conflicts").body, "[]");
+  EXPECT_EQ(call("GET", "drafts").body, "[]");
+  // Closed conflicts are not found again.
+  expectError(call("POST", "resolve",
+                   {{"id", conflict["id"]},
+                    {"choose", candidateId(conflict, "editor")},
+                    {"disk", sha("mine")}}),
+              404, "no conflict: " + conflict["id"].get<std::string>());
+}
+
+TEST_F(FileBridgeRecoveryTest, ResolveNeverOverwritesAPageThatMovedOn) {
+  Json conflict = makeConflict();
+  Query query{
+      {"id", conflict["id"]}, {"choose", candidateId(conflict, "editor")}, {"disk", sha("old")}};
+  expectError(call("POST", "resolve", query), 409, "stale");
+  EXPECT_EQ(tmp.read("w/index.html"), "foreign");
+  // A page that is gone cannot be fingerprinted: stale too, and nothing is made.
+  ::unlink(page.c_str());
+  query["disk"] = sha("foreign");
+  expectError(call("POST", "resolve", query), 409, "stale");
+  EXPECT_FALSE(tmp.exists("w/index.html"));
+}
+
+TEST_F(FileBridgeRecoveryTest, ResolveRefusesAConflictWhosePageIsOutsideTheWorkspace) {
+  tmp.makeFolder("outside");
+  tmp.write("outside/x.html", "x");
+  contracts::ConflictRecord outside =
+      service()->recordConflict(tmp / "outside/x.html", std::string_view("base"), {});
+  expectError(
+      call("POST", "resolve",
+           {{"id", outside.id}, {"choose", outside.candidates.at(0).id}, {"disk", sha("x")}}),
+      400, "conflict page is outside the workspace");
+  EXPECT_EQ(tmp.read("outside/x.html"), "x");
+}
+
+TEST_F(FileBridgeRecoveryTest, BookkeepingFailuresAfterAResolveAreReportedInsideTheSuccess) {
+  auto decorated = failingRecovery({});
+  Json conflict = makeConflict();
+  decorated->failing = {"markResolved", "discardDraft"};
+  BridgeResponse response = call("POST", "resolve",
+                                 {{"id", conflict["id"]},
+                                  {"choose", candidateId(conflict, "base")},
+                                  {"disk", sha("foreign")}});
+  EXPECT_EQ(response.status, 200);
+  EXPECT_EQ(response.body,
+            R"({"draft_error":"recovery store unavailable: injected failure of discardDraft",)"
+            R"("fingerprint":")" +
+                sha("old") +
+                R"(","ok":true,"resolve_error":"recovery store unavailable: injected failure of )"
+                R"(markResolved"})");
+  EXPECT_EQ(tmp.read("w/index.html"), "old");
+}
+
+TEST_F(FileBridgeRecoveryTest, DismissClosesEveryConflictOfThePageChoosingTheEditorVersion) {
+  tmp.makeFolder("w/real");
+  tmp.symlink("real", "w/alias");
+  const std::string real = root + "/real/p.html";
+  tmp.write("w/real/p.html", "disk");
+  // Two open conflicts of one page: recorded under two spellings of its path.
+  storage::RecoveryStore& store = service()->retentionStore();
+  auto first = service()->recordConflict(
+      real, std::string_view("base"),
+      {store.retain("mine", storage::RecoveryKind::pendingEditorBytes, real),
+       store.retain("disk", storage::RecoveryKind::displacedExternal, real)});
+  auto second = service()->recordConflict(
+      root + "/alias/p.html", std::nullopt,
+      {store.retain("mine 2", storage::RecoveryKind::pendingEditorBytes, root + "/alias/p.html")});
+  ASSERT_NE(first.id, second.id);
+  auto decorated = failingRecovery({});
+  call("PUT", "draft", {{"path", real}}, {}, "draft");
+
+  EXPECT_EQ(call("POST", "dismiss", {{"path", real}}).body, R"({"closed":2,"ok":true})");
+  auto editorOf = [](const contracts::ConflictRecord& conflict) {
+    for (const auto& candidate : conflict.candidates) {
+      if (candidate.role == contracts::CandidateRecord::Role::editor) {
+        return candidate.id;
+      }
+    }
+    return std::string();
+  };
+  EXPECT_EQ(decorated->resolved, (std::vector<std::pair<std::string, std::string>>{
+                                     {first.id, editorOf(first)}, {second.id, editorOf(second)}}));
+  EXPECT_EQ(call("GET", "conflicts").body, "[]");
+  EXPECT_EQ(call("GET", "drafts").body, "[]");
+  EXPECT_EQ(tmp.read("w/real/p.html"), "disk");
+}
+
+TEST_F(FileBridgeRecoveryTest, DismissWithoutConflictsStillDiscardsTheDraft) {
+  call("PUT", "draft", {{"path", page}}, {}, "draft");
+  EXPECT_EQ(call("POST", "dismiss", {{"path", page}}).body, R"({"closed":0,"ok":true})");
+  EXPECT_EQ(call("GET", "drafts").body, "[]");
+}
+
+TEST_F(FileBridgeRecoveryTest, DismissStopsAt507WhenAConflictCannotBeClosed) {
+  auto decorated = failingRecovery({});
+  makeConflict();
+  decorated->failing = {"markResolved"};
+  expectError(call("POST", "dismiss", {{"path", page}}), 507,
+              "recovery store unavailable: injected failure of markResolved");
+}
+
+}  // namespace
+}  // namespace vorna::bridge::testfixture

@@ -1,0 +1,119 @@
+#include <sys/stat.h>
+
+#include "BridgeFixture.h"
+#include "ScopedVariable.h"
+#include "bridge/ExecutableRefusal.h"
+
+namespace vorna::bridge::testfixture {
+namespace {
+
+// Sets VORNA_DRY_OPEN for one test.
+class DryOpen : public ScopedVariable {
+ public:
+  explicit DryOpen(const char* value) : ScopedVariable("VORNA_DRY_OPEN", value) {}
+};
+
+using FileBridgeShellTest = BridgeTest;
+
+TEST_F(FileBridgeShellTest, RevealQueuesTheItemWhetherOrNotItExists) {
+  EXPECT_EQ(call("POST", "reveal", {{"path", root + "/a.html"}}).body, R"({"ok":true})");
+  EXPECT_EQ(call("POST", "reveal", {{"path", root}}).body, R"({"ok":true})");
+  EXPECT_EQ(desktop->calls(),
+            (std::vector<std::string>{"reveal " + root + "/a.html", "reveal " + root}));
+}
+
+TEST_F(FileBridgeShellTest, ShellOperationsRefuseOutsidePathsAndQueueNothing) {
+  for (const char* op : {"reveal", "open"}) {
+    expectError(call("POST", op, {{"path", tmp / "elsewhere"}}), 400,
+                "path is outside the workspace");
+    expectError(call("POST", op), 400, "missing path");
+  }
+  EXPECT_TRUE(desktop->calls().empty());
+}
+
+TEST_F(FileBridgeShellTest, OpenHandsAnAllowedItemToTheDesktopUnlessItIsADryRun) {
+  tmp.write("w/a.html", "<p>a</p>");
+  const std::string path = root + "/a.html";
+  {
+    DryOpen dry("1");
+    EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"dryRun":true,"ok":true})");
+    EXPECT_TRUE(desktop->calls().empty());
+  }
+  for (const char* value : {"true", "0", static_cast<const char*>(nullptr)}) {
+    DryOpen notDry(value);
+    EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"ok":true})");
+  }
+  EXPECT_EQ(desktop->calls(), (std::vector<std::string>(3, "open " + path)));
+}
+
+TEST_F(FileBridgeShellTest, ARefusedItemIsRefusedEvenInADryRun) {
+  tmp.write("w/run.sh", "#!/bin/sh\necho hi\n", 0755);
+  DryOpen dry("1");
+  expectError(call("POST", "open", {{"path", root + "/run.sh"}}), 400,
+              "refusing to open application/x-executable: run.sh");
+  EXPECT_TRUE(desktop->calls().empty());
+}
+
+class ExecutableRefusalTest : public ::testing::Test {
+ protected:
+  testing::TempDir tmp;
+};
+
+TEST_F(ExecutableRefusalTest, ProgramsScriptsLaunchersAndBundlesAreRefused) {
+  const std::string elf = testing::readFile("/bin/true");
+  struct Case {
+    std::string name;
+    std::string bytes;
+    unsigned mode;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"tool", elf, 0755, "refusing to open application/x-executable: tool"},
+      {"tool-without-x", elf, 0644, "refusing to open application/x-executable: tool-without-x"},
+      {"run.sh", "echo hi\n", 0644, "refusing to open application/x-executable: run.sh"},
+      {"script", "#!/bin/sh\necho hi\n", 0644, "refusing to open application/x-executable: script"},
+      {"a.py", "print(1)\n", 0644, "refusing to open application/x-executable: a.py"},
+      {"a.pl", "print 1;\n", 0644, "refusing to open application/x-executable: a.pl"},
+      {"x.desktop", "[Desktop Entry]\nExec=rm -rf ~\n", 0644,
+       "refusing to open application/x-desktop: x.desktop"},
+      {"x.exe", "MZ\x90", 0644, "refusing to open application/x-ms-dos-executable: x.exe"},
+      {"x.jar", std::string("PK\x03\x04", 4), 0644,
+       "refusing to open application/x-java-archive: x.jar"},
+      {"data.bin", std::string("\x01\x02\x00\xff", 4), 0700,
+       "refusing to open a file with an executable bit: data.bin"},
+      {"empty", "", 0100, "refusing to open a file with an executable bit: empty"},
+  };
+  for (const Case& c : cases) {
+    tmp.write(c.name, c.bytes, c.mode);
+    EXPECT_EQ(executableRefusal(tmp / c.name), std::optional<std::string>(c.message)) << c.name;
+  }
+  tmp.makeFolder("x.app");
+  EXPECT_EQ(executableRefusal(tmp / "x.app"), "refusing to open a bundle: x.app");
+}
+
+TEST_F(ExecutableRefusalTest, ContentFoldersAndPlainFilesMayBeOpened) {
+  struct Case {
+    std::string name;
+    std::string bytes;
+    unsigned mode;
+  };
+  const Case cases[] = {
+      {"notes.txt", "hello\n", 0755},
+      {"page.html", "<p>x</p>", 0755},
+      {"config.json", "{\"a\":1}", 0755},
+      {"logo.svg", "<svg/>", 0755},
+      {"data.bin", std::string("\x01\x02\x00\xff", 4), 0600},
+      {"report.pdf", "%PDF-1.4", 0755},
+      {"notes.md", "# x", 0700},
+  };
+  for (const Case& c : cases) {
+    tmp.write(c.name, c.bytes, c.mode);
+    EXPECT_EQ(executableRefusal(tmp / c.name), std::nullopt) << c.name;
+  }
+  tmp.makeFolder("img");
+  EXPECT_EQ(executableRefusal(tmp / "img"), std::nullopt);
+  EXPECT_EQ(executableRefusal(tmp / "gone.txt"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorna::bridge::testfixture

@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "bridge/LoadCheckpointIndex.h"
+#include "storage/Fingerprint.h"
+#include "storage/RecoveryStore.h"
+#include "support/FaultInjectingFileSystem.h"
+#include "support/TempDir.h"
+
+namespace vorna::bridge {
+namespace {
+
+using storage::RecoveryKind;
+
+std::string sha(std::string_view bytes) {
+  return storage::Fingerprint::ofBytes(bytes).hex;
+}
+
+class LoadCheckpointIndexTest : public ::testing::Test {
+ protected:
+  testing::TempDir tmp;
+  const std::string page = tmp / "w/index.html";
+  storage::RecoveryStore store{tmp / "store"};
+  std::vector<std::string> lines;
+  BridgeLogSink sink = [this](std::string_view line) { lines.emplace_back(line); };
+};
+
+TEST_F(LoadCheckpointIndexTest, OneVersionIsRetainedOnceAndEachNewVersionAgain) {
+  LoadCheckpointIndex index(store, sink);
+  index.checkpoint(page, "v1", sha("v1"));
+  index.checkpoint(page, "v1", sha("v1"));
+  EXPECT_EQ(store.entries().size(), 1u);
+  index.checkpoint(page, "v2", sha("v2"));
+  ASSERT_EQ(store.entries().size(), 2u);
+  EXPECT_EQ(store.entries()[0].kind, RecoveryKind::displacedExpected);
+  EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v1")).value()), "v1");
+  EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v2")).value()), "v2");
+  EXPECT_EQ(index.payloadURL(page, sha("v3")), std::nullopt);
+  EXPECT_EQ(index.payloadURL(tmp / "w/other.html", sha("v1")), std::nullopt);
+}
+
+TEST_F(LoadCheckpointIndexTest, APayloadThatVanishedIsForgottenAndRetainedAnew) {
+  LoadCheckpointIndex index(store, sink);
+  index.checkpoint(page, "v1", sha("v1"));
+  const std::string first = index.payloadURL(page, sha("v1")).value();
+  ASSERT_EQ(::unlink(first.c_str()), 0);
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  index.checkpoint(page, "v1", sha("v1"));
+  const std::string second = index.payloadURL(page, sha("v1")).value();
+  EXPECT_NE(second, first);
+  EXPECT_EQ(testing::readFile(second), "v1");
+}
+
+TEST_F(LoadCheckpointIndexTest, ANewIndexFindsTheStoresEntriesOfEveryKindOldestFirst) {
+  store.retain("v1", RecoveryKind::displacedExternal, page);
+  storage::RecoveryEntry older = store.retain("v2", RecoveryKind::pendingEditorBytes, page);
+  store.retain("v2", RecoveryKind::displacedExpected, page);
+  LoadCheckpointIndex index(store, sink);
+  EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v1")).value()), "v1");
+  EXPECT_EQ(index.payloadURL(page, sha("v2")), older.payloadPath);
+  index.checkpoint(page, "v2", sha("v2"));
+  EXPECT_EQ(store.entries().size(), 3u);
+}
+
+TEST_F(LoadCheckpointIndexTest, NotingAKnownVersionKeepsTheSurvivingOlderCopy) {
+  LoadCheckpointIndex index(store, sink);
+  index.checkpoint(page, "v1", sha("v1"));
+  const std::string kept = index.payloadURL(page, sha("v1")).value();
+  storage::RecoveryEntry newer = store.retain("v1", RecoveryKind::pendingEditorBytes, page);
+  {
+    std::lock_guard guard(index.lock());
+    index.seedIfNeeded();
+    index.noteLocked(page, sha("v1"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), kept);
+  ASSERT_EQ(::unlink(kept.c_str()), 0);
+  {
+    std::lock_guard guard(index.lock());
+    index.noteLocked(page, sha("v1"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), newer.payloadPath);
+}
+
+TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainLater) {
+  testing::FaultInjectingFileSystem faulty;
+  storage::RecoveryStore failingStore(tmp / "failing", faulty);
+  faulty.failWhere(testing::FsCall::open, ".bin", ENOSPC);
+  LoadCheckpointIndex index(failingStore, sink);
+  index.checkpoint(page, "v1", sha("v1"));
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_TRUE(lines[0].starts_with("Vorna bridge: load checkpoint not retained for " + page +
+                                   ": open failed on " + tmp.path() + "/failing/"))
+      << lines[0];
+  EXPECT_TRUE(lines[0].ends_with(".bin: No space left on device (28)\n")) << lines[0];
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  faulty.clearFaults();
+  index.checkpoint(page, "v1", sha("v1"));
+  EXPECT_TRUE(index.payloadURL(page, sha("v1")).has_value());
+}
+
+TEST_F(LoadCheckpointIndexTest, AStoreThatCannotBeListedLeavesTheIndexEmpty) {
+  testing::FaultInjectingFileSystem faulty;
+  storage::RecoveryStore failingStore(tmp / "failing", faulty);
+  failingStore.retain("v1", RecoveryKind::displacedExpected, page);
+  faulty.failWhere(testing::FsCall::listDirectory, "failing", EIO);
+  LoadCheckpointIndex index(failingStore, sink);
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  faulty.clearFaults();
+  // Seeding is not retried within one index.
+  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+}
+
+}  // namespace
+}  // namespace vorna::bridge
