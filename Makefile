@@ -6,6 +6,17 @@ CMAKE_FLAGS += -DVORNA_WERROR=ON
 endif
 
 .PHONY: all deps configure build test bench run clean format
+.PHONY: test-asan test-tsan fuzz
+
+# Hardening builds live in their own folders so they never disturb `build/`.
+ASAN_BUILD_DIR ?= build-asan
+TSAN_BUILD_DIR ?= build-tsan
+FUZZ_BUILD_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 30
+# Tests that need a display, or that run no native code of ours, stay out of
+# the sanitizer runs: GLib and WebKit are not instrumented.
+DISPLAY_TESTS = ^(app_live|selftest_live|smoke|e2e_.*|editor_app)$$
+UNIT_TEST_PROGRAMS = contracts_tests storage_tests recovery_tests bridge_tests app_tests
 
 all: build
 
@@ -23,6 +34,19 @@ test: build
 
 bench: build
 	@scripts/run-benchmarks $(BUILD_DIR)
+
+test-asan: deps
+	@cmake -S . -B $(ASAN_BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVORNA_SANITIZE=ON $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(ASAN_BUILD_DIR) --target $(UNIT_TEST_PROGRAMS)
+	@ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:strict_string_checks=1 \
+	  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+	  ctest --test-dir $(ASAN_BUILD_DIR) --output-on-failure -j2 -E '$(DISPLAY_TESTS)'
+
+test-tsan: deps
+	@scripts/run-tsan-tests $(TSAN_BUILD_DIR)
+
+fuzz: deps
+	@scripts/run-fuzzers $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS)
 
 run: build
 	@scripts/run-editor $(BUILD_DIR) examples/site

@@ -4,12 +4,14 @@
 
 #include <cstdio>
 
+#include "app/E2ERunner.h"
 #include "app/EditorWindowController.h"
 #include "app/FilePaths.h"
 #include "app/GObjectPtr.h"
 #include "app/GUniquePtr.h"
 #include "app/MainMenu.h"
 #include "app/SignalConnect.h"
+#include "app/SmokeRunner.h"
 #include "app/UserDefaults.h"
 
 #ifndef VORNA_VERSION
@@ -119,6 +121,8 @@ int AppDelegate::run(const char* programPath) {
 
   int status = g_application_run(G_APPLICATION(application.get()),
                                  static_cast<int>(argv.size() - 1), argv.data());
+  smoke_.reset();
+  e2e_.reset();
   controller_.reset();
   application_ = nullptr;
   return exitStatus_ != 0 ? exitStatus_ : status;
@@ -126,11 +130,12 @@ int AppDelegate::run(const char* programPath) {
 
 void AppDelegate::applicationDidFinishLaunching() {
   launched_ = true;
-  if (options_.selfTest()) {
-    std::fprintf(stderr, "Vorna: the %s self-test is not part of this build\n",
-                 options_.isSmoke ? "smoke" : "end-to-end");
-    exitStatus_ = 2;
-    g_application_quit(G_APPLICATION(application_));
+  if (options_.isSmoke) {
+    startSmoke();
+    return;
+  }
+  if (options_.isE2E) {
+    startEndToEnd();
     return;
   }
   MainMenu::install(application_, kAppName);
@@ -147,6 +152,35 @@ void AppDelegate::applicationDidFinishLaunching() {
   } else {
     controller_->load(std::nullopt, std::nullopt);
   }
+}
+
+void AppDelegate::startSmoke() {
+  controller_ = std::make_unique<EditorWindowController>(true, false, application_);
+  smoke_ = std::make_unique<SmokeRunner>(
+      *controller_, *options_.smokeFolder,
+      SelfTestOutput::standard([this](int code) { endSelfTest(code); }));
+  smoke_->run();
+}
+
+void AppDelegate::startEndToEnd() {
+  controller_ = std::make_unique<EditorWindowController>(false, true, application_);
+  E2ERunner::Settings settings;
+  settings.snapshotPath = E2ERunner::processEnvironment(E2ERunner::kSnapshotVariable);
+  if (settings.snapshotPath && settings.snapshotPath->empty()) {
+    settings.snapshotPath.reset();
+  }
+  e2e_ = std::make_unique<E2ERunner>(
+      *controller_, *options_.e2eFolder, options_.e2ePage, *options_.e2eScenario,
+      SelfTestOutput::standard([this](int code) { endSelfTest(code); }), std::move(settings));
+  e2e_->run();
+}
+
+void AppDelegate::endSelfTest(int code) {
+  // Quitting the loop (rather than exiting on the spot) lets the window and
+  // the web view's processes go down in order; the runner ignores whatever
+  // the loop still delivers before it returns.
+  exitStatus_ = code;
+  g_application_quit(G_APPLICATION(application_));
 }
 
 void AppDelegate::applicationOpen(const std::vector<std::string>& paths) {

@@ -12,7 +12,9 @@ typedef struct _GtkApplication GtkApplication;
 
 namespace vorna::app {
 
+class E2ERunner;
 class EditorWindowController;
+class SmokeRunner;
 
 // The application: reads the command line, picks the mode, creates the editor
 // window, chooses the first folder, remembers the last one, and answers the
@@ -49,12 +51,19 @@ class AppDelegate {
   std::optional<std::string> rememberedFolder() const;
   void remember(const std::string& folder);
   void installActions();
+  void startSmoke();
+  void startEndToEnd();
+  // Ends a self-test run with its exit code once the loop returns.
+  void endSelfTest(int code);
 
   const LaunchOptions options_;
   GtkApplication* application_ = nullptr;  // alive for the whole of `run`
   bool launched_ = false;
   int exitStatus_ = 0;  // overrides the loop's own status when set
   std::unique_ptr<EditorWindowController> controller_;
+  // The self-test that drives the window, if any; it goes before the window.
+  std::unique_ptr<SmokeRunner> smoke_;
+  std::unique_ptr<E2ERunner> e2e_;
   PageTarget pending_;
 };
 

@@ -1,0 +1,160 @@
+// The editor on the real host, driven by the end-to-end scenario runner under
+// a (virtual) display:
+//   editor_open_2m_ms            from the host's answer to GET file reaching the
+//                                page to the editor showing a 2 MiB page
+//                                (median of 20)
+//   editor_keystroke_preview_ms  one keystroke in that page to the preview
+//                                showing it (median of 20; includes the
+//                                preview's deliberate pause after an edit)
+//   e2e_suite_s                  the wall time of the whole scenario suite
+//                                (tests/e2e/suite), one scenario after another
+// Every run goes through tests/e2e/run-scenario, which gives each its own
+// copy of the site, its own recovery store and, without a display, xvfb-run.
+// A scenario run must report within the runner's 60 seconds, so the 20
+// samples of each figure come from two runs of 10.
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "contracts/Json.h"
+#include "support/BenchSupport.h"
+
+namespace {
+
+using namespace vorna;
+using contracts::Json;
+
+constexpr size_t kPageBytes = 2 * 1024 * 1024;
+
+const std::string kSource = VORNA_SOURCE_DIR;
+const std::string kProgram = VORNA_PROGRAM;
+const std::string kRunner = kSource + "/tests/e2e/run-scenario";
+
+std::string quoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) {
+    out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return out + "'";
+}
+
+// A page of about 2 MiB: ordinary paragraphs, as a long article would have.
+std::string bigPage() {
+  std::string page =
+      "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n  <meta charset=\"utf-8\">\n"
+      "  <title>A long page</title>\n</head>\n<body>\n  <h1>A long page</h1>\n";
+  for (int n = 1; page.size() < kPageBytes; ++n) {
+    page += "  <p>Paragraph " + std::to_string(n) +
+            ": the bakery opens at seven, the bread is out by eight, and the harbour "
+            "is quiet until the boats come in.</p>\n";
+  }
+  page += "</body>\n</html>\n";
+  return page;
+}
+
+// Runs one scenario on `site`; the JSON of its E2E-DONE line, or null.
+Json runScenario(const std::string& scenario, const std::string& site) {
+  std::string command =
+      quoted(kRunner) + " " + quoted(kProgram) + " " + quoted(scenario) + " " + quoted(site);
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
+  if (!pipe) {
+    return nullptr;
+  }
+  Json report = nullptr;
+  char buffer[1 << 16];
+  std::string line;
+  while (std::fgets(buffer, sizeof buffer, pipe.get()) != nullptr) {
+    line += buffer;
+    if (line.empty() || line.back() != '\n') {
+      continue;  // a long line comes in pieces
+    }
+    line.pop_back();
+    const std::string prefix = "E2E-DONE ";
+    if (line.compare(0, prefix.size(), prefix) == 0) {
+      report = contracts::parseJson(line.substr(prefix.size())).value_or(nullptr);
+    }
+    line.clear();
+  }
+  return report;
+}
+
+// The median of the samples that `runs` runs of a benchmark scenario noted
+// under `key`; negative when a run failed or noted fewer than `perRun`.
+double medianOf(const std::string& scenario, const std::string& site, const std::string& key,
+                int runs, size_t perRun) {
+  std::vector<double> samples;
+  for (int run = 0; run < runs; ++run) {
+    Json report = runScenario(scenario, site);
+    if (!report.is_object() || report.value("ok", false) != true || !report.contains(key) ||
+        !report[key].is_array() || report[key].size() != perRun) {
+      std::fprintf(stderr, "SelfTestBench: %s gave no figures: %s\n", scenario.c_str(),
+                   report.dump().c_str());
+      return -1;
+    }
+    for (const Json& sample : report[key]) {
+      samples.push_back(sample.get<double>());
+    }
+  }
+  bench::printRow(key + " (min / median / max of " + std::to_string(samples.size()) + ")",
+                  std::to_string(bench::percentile(samples, 0)) + " / " +
+                      std::to_string(bench::median(samples)) + " / " +
+                      std::to_string(bench::percentile(samples, 1)));
+  return bench::median(samples);
+}
+
+std::vector<std::string> suite() {
+  std::vector<std::string> names;
+  std::ifstream list(kSource + "/tests/e2e/suite");
+  for (std::string line; std::getline(list, line);) {
+    if (!line.empty() && line.front() != '#') {
+      names.push_back(line);
+    }
+  }
+  return names;
+}
+
+}  // namespace
+
+int main() {
+  if (std::getenv("VORNA_APP_DIR") == nullptr) {
+    setenv("VORNA_APP_DIR", (kSource + "/_app").c_str(), 1);
+  }
+  bench::ScratchDir scratch("selftest");
+  std::string site = scratch.path() + "/long-site";
+  std::filesystem::create_directories(site);
+  std::ofstream(site + "/big.html", std::ios::binary) << bigPage();
+  std::ofstream(site + "/index.html") << "<!DOCTYPE html><title>Home</title><p>Home</p>\n";
+
+  int status = 0;
+  double open = medianOf("bench-open-2m", site, "open_ms", 2, 10);
+  double keystroke = medianOf("bench-keystroke-2m", site, "keystroke_ms", 2, 10);
+
+  double total = 0;
+  for (const std::string& name : suite()) {
+    double seconds = bench::timeCommand(quoted(kRunner) + " " + quoted(kProgram) + " " +
+                                        quoted(name) + " " + quoted(kSource + "/tests/e2e/site"));
+    bench::printRow("scenario " + name + " (s)", seconds < 0 ? "FAILED" : std::to_string(seconds));
+    if (seconds < 0) {
+      status = 1;
+    }
+    total += seconds < 0 ? 0 : seconds;
+  }
+
+  if (open < 0 || keystroke < 0) {
+    status = 1;
+  }
+  if (open >= 0) {
+    bench::printBench("editor_open_2m_ms", open);
+  }
+  if (keystroke >= 0) {
+    bench::printBench("editor_keystroke_preview_ms", keystroke);
+  }
+  if (status == 0) {
+    bench::printBench("e2e_suite_s", total);
+  }
+  return status;
+}

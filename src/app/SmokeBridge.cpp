@@ -1,0 +1,77 @@
+#include "app/SmokeBridge.h"
+
+#include <dirent.h>
+#include <glib.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "app/FilePaths.h"
+#include "app/GUniquePtr.h"
+#include "app/MIME.h"
+
+namespace vorna::app {
+
+using contracts::BridgeResponse;
+using contracts::Json;
+
+SmokeBridge::SmokeBridge(const std::string& workspaceRoot)
+    : workspaceRoot_(standardizedPath(workspaceRoot)), boundary_(workspaceRoot_) {}
+
+contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& request) {
+  const std::string& method = request.method;
+  if (method == "PUT" || method == "POST") {
+    return BridgeResponse::json(
+        200, {{"method", method}, {"op", request.op}, {"bytes", request.body.size()}});
+  }
+  if (method != "GET" && method != "HEAD") {
+    return BridgeResponse::error(405, "smoke bridge is read-only: " + method);
+  }
+  auto query = request.query.find("path");
+  if (query == request.query.end() || query->second.empty()) {
+    return BridgeResponse::error(400, "path is required");
+  }
+  if (query->second.front() != '/') {
+    return BridgeResponse::error(400, "path must be absolute");
+  }
+  std::optional<std::string> path = contained(query->second);
+  if (!path) {
+    return BridgeResponse::error(400, "path is outside the workspace");
+  }
+
+  if (request.op == "list") {
+    std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path->c_str()), ::closedir);
+    if (!folder) {
+      return BridgeResponse::error(404, "not found: " + *path);
+    }
+    std::vector<std::pair<std::string, bool>> entries;
+    while (dirent* entry = ::readdir(folder.get())) {
+      std::string name = entry->d_name;
+      if (name.empty() || name.front() == '.') {
+        continue;
+      }
+      entries.emplace_back(name, isDirectory(*path + "/" + name));
+    }
+    std::sort(entries.begin(), entries.end());
+    Json list = Json::array();
+    for (const auto& [name, folderFlag] : entries) {
+      list.push_back({{"name", name}, {"kind", folderFlag ? "directory" : "file"}});
+    }
+    return BridgeResponse::json(200, list);
+  }
+  if (request.op == "file") {
+    char* contents = nullptr;
+    gsize length = 0;
+    if (!g_file_get_contents(path->c_str(), &contents, &length, nullptr)) {
+      return BridgeResponse::error(404, "not found: " + *path);
+    }
+    GText owned(contents);
+    return BridgeResponse{200,
+                          {{"Content-Type", MIME::contentType(lowerExtension(*path))}},
+                          contracts::Bytes(contents, length)};
+  }
+  return BridgeResponse::error(404, "smoke bridge has no op " + request.op);
+}
+
+}  // namespace vorna::app

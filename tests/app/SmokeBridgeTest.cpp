@@ -1,0 +1,168 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "app/SmokeBridge.h"
+#include "support/TempDir.h"
+
+namespace vorna::app {
+namespace {
+
+using contracts::BridgeRequest;
+using contracts::BridgeResponse;
+using contracts::Json;
+
+class SmokeBridgeTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir.makeFolder("site");
+    dir.write("site/a.html", "<p>a</p>");
+    dir.write("site/Z.HTML", "<p>z</p>");
+    dir.write("site/.hidden", "never listed");
+    dir.write("site/notes", "no extension");
+    dir.makeFolder("site/sub");
+    dir.write("secret.txt", "outside the workspace");
+  }
+
+  BridgeResponse call(const std::string& method, const std::string& op,
+                      std::optional<std::string> path, std::string body = "") {
+    std::map<std::string, std::string> query;
+    if (path) {
+      query["path"] = *path;
+    }
+    return bridge.handle(BridgeRequest::make(method, op, query, {}, std::move(body)));
+  }
+  static Json errorOf(const BridgeResponse& response) { return Json::parse(response.body); }
+
+  testing::TempDir dir;
+  std::string root = dir / "site";
+  SmokeBridge bridge{root};
+};
+
+TEST_F(SmokeBridgeTest, WritesAreEchoedAndNeverReachTheDisk) {
+  BridgeResponse put = call("PUT", "file", root + "/big.html", std::string(100000, 'x'));
+  EXPECT_EQ(put.status, 200);
+  EXPECT_EQ(Json::parse(put.body), (Json{{"method", "PUT"}, {"op", "file"}, {"bytes", 100000}}));
+  EXPECT_EQ(put.headers.at("Content-Type"), "application/json");
+  BridgeResponse post = call("POST", "rename", std::nullopt);
+  EXPECT_EQ(Json::parse(post.body), (Json{{"method", "POST"}, {"op", "rename"}, {"bytes", 0}}));
+  EXPECT_FALSE(dir.exists("site/big.html"));
+
+  for (const char* method : {"DELETE", "PATCH"}) {
+    BridgeResponse refused = call(method, "file", root + "/a.html");
+    EXPECT_EQ(refused.status, 405);
+    EXPECT_EQ(errorOf(refused)["error"], std::string("smoke bridge is read-only: ") + method);
+  }
+  EXPECT_TRUE(dir.exists("site/a.html"));
+}
+
+TEST_F(SmokeBridgeTest, PathsAreCheckedBeforeTheOp) {
+  struct Case {
+    std::optional<std::string> path;
+    std::string error;
+  };
+  const Case cases[] = {
+      {std::nullopt, "path is required"},
+      {"", "path is required"},
+      {"site/a.html", "path must be absolute"},
+      {"/etc/hosts", "path is outside the workspace"},
+      {root + "/../secret.txt", "path is outside the workspace"},
+      {root + "/../../../../../etc/hosts", "path is outside the workspace"},
+      {root + "-other/a.html", "path is outside the workspace"},
+  };
+  for (const Case& c : cases) {
+    for (const char* op : {"file", "list", "stat"}) {
+      BridgeResponse answer = call("GET", op, c.path);
+      EXPECT_EQ(answer.status, 400) << c.path.value_or("(none)") << " " << op;
+      EXPECT_EQ(errorOf(answer)["error"], c.error) << c.path.value_or("(none)") << " " << op;
+    }
+  }
+}
+
+TEST_F(SmokeBridgeTest, ListsWithoutDotFilesInPlainByteOrder) {
+  BridgeResponse list = call("GET", "list", root);
+  ASSERT_EQ(list.status, 200);
+  EXPECT_EQ(Json::parse(list.body), (Json{{{"name", "Z.HTML"}, {"kind", "file"}},
+                                          {{"name", "a.html"}, {"kind", "file"}},
+                                          {{"name", "notes"}, {"kind", "file"}},
+                                          {{"name", "sub"}, {"kind", "directory"}}}));
+  EXPECT_EQ(Json::parse(call("GET", "list", root + "/sub/").body), Json::array());
+
+  BridgeResponse missing = call("GET", "list", root + "/gone");
+  EXPECT_EQ(missing.status, 404);
+  EXPECT_EQ(errorOf(missing)["error"], "not found: " + root + "/gone");
+  EXPECT_EQ(call("GET", "list", root + "/a.html").status, 404);
+}
+
+TEST_F(SmokeBridgeTest, ReadsFilesTypedByTheirExtensionInAnyCase) {
+  BridgeResponse page = call("GET", "file", root + "/a.html");
+  EXPECT_EQ(page.status, 200);
+  EXPECT_EQ(page.body, "<p>a</p>");
+  EXPECT_EQ(page.headers,
+            (std::map<std::string, std::string>{{"Content-Type", "text/html; charset=utf-8"}}));
+  EXPECT_EQ(call("GET", "file", root + "/Z.HTML").headers.at("Content-Type"),
+            "text/html; charset=utf-8");
+  EXPECT_EQ(call("HEAD", "file", root + "/notes").headers.at("Content-Type"),
+            "application/octet-stream");
+
+  for (const std::string& path : {root + "/sub", root + "/gone.html"}) {
+    BridgeResponse missing = call("GET", "file", path);
+    EXPECT_EQ(missing.status, 404) << path;
+    EXPECT_EQ(errorOf(missing)["error"], "not found: " + path);
+  }
+  BridgeResponse unknown = call("GET", "stat", root + "/a.html");
+  EXPECT_EQ(unknown.status, 404);
+  EXPECT_EQ(errorOf(unknown)["error"], "smoke bridge has no op stat");
+}
+
+TEST_F(SmokeBridgeTest, ALinkIsJudgedByWhereItLeads) {
+  dir.symlink(dir / "secret.txt", "site/escape.txt");
+  dir.symlink("..", "site/up");
+  dir.symlink("sub", "site/inside");
+  dir.symlink("../a.html", "site/sub/back.html");
+
+  EXPECT_EQ(bridge.contained(root + "/escape.txt"), std::nullopt);
+  EXPECT_EQ(bridge.contained(root + "/up/site/a.html"), root + "/a.html");
+  EXPECT_EQ(bridge.contained(root + "/up/secret.txt"), std::nullopt);
+  EXPECT_EQ(bridge.contained(root + "/inside/new.html"), root + "/sub/new.html");
+  EXPECT_EQ(bridge.contained(root + "/sub/back.html"), root + "/a.html");
+  EXPECT_EQ(bridge.contained(root + "/inside/.."), root);
+  EXPECT_EQ(bridge.contained(root + "//sub/./../no/such/page.html"), root + "/no/such/page.html");
+
+  BridgeResponse escaped = call("GET", "file", root + "/escape.txt");
+  EXPECT_EQ(escaped.status, 400);
+  EXPECT_EQ(errorOf(escaped)["error"], "path is outside the workspace");
+  EXPECT_EQ(call("GET", "file", root + "/sub/back.html").body, "<p>a</p>");
+}
+
+TEST_F(SmokeBridgeTest, AWorkspaceReachedThroughALinkConfinesToItsTarget) {
+  dir.symlink(root, "alias");
+  SmokeBridge aliased(dir / "alias");
+  EXPECT_EQ(aliased.workspaceRoot(), dir / "alias");
+  EXPECT_EQ(aliased.contained(root + "/a.html"), dir / "alias/a.html");
+  EXPECT_EQ(aliased.contained(dir / "alias/sub"), dir / "alias/sub");
+  EXPECT_EQ(aliased.contained(dir / "secret.txt"), std::nullopt);
+  EXPECT_EQ(
+      aliased.handle(BridgeRequest::make("GET", "file", {{"path", root + "/a.html"}}, {}, "")).body,
+      "<p>a</p>");
+}
+
+TEST_F(SmokeBridgeTest, SixtyFourLinksAreFollowedAndTheSixtyFifthIsRefused) {
+  // link0 -> link1 -> ... -> link63 -> a.html is 64 links; one more in front is 65.
+  dir.symlink("a.html", "site/link63");
+  for (int i = 62; i >= 0; --i) {
+    dir.symlink("link" + std::to_string(i + 1), "site/link" + std::to_string(i));
+  }
+  EXPECT_EQ(bridge.contained(root + "/link0"), root + "/a.html");
+  EXPECT_EQ(call("GET", "file", root + "/link0").body, "<p>a</p>");
+  dir.symlink("link0", "site/link-1");
+  EXPECT_EQ(bridge.contained(root + "/link-1"), std::nullopt);
+
+  dir.symlink("loop", "site/loop");
+  BridgeResponse looped = call("GET", "file", root + "/loop");
+  EXPECT_EQ(looped.status, 400);
+  EXPECT_EQ(errorOf(looped)["error"], "path is outside the workspace");
+}
+
+}  // namespace
+}  // namespace vorna::app

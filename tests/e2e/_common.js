@@ -1,0 +1,134 @@
+// Shared by every scenario; the host runs it before the scenario's own text.
+//
+// scenario(async (t) => { ... }) runs one scenario and reports it once with
+// window.__e2eDone({ ok, failures, checks, ... }): "ok" first, so a runner can
+// tell the verdict from the start of the line. t offers:
+//   check(condition, what), equal(actual, expected, what), same(actual, expected, what)
+//     record a failure naming `what` (with both values) instead of throwing;
+//   waitFor(probe, what, ms)   resolves to the probe's first truthy value, or
+//     records "timed out waiting for {what}" and resolves to null;
+//   ask(action, ...words)      one "E2E" line for the runner (write, check-trashed);
+//   restartWith(name)          ends this run by asking the runner to kill the
+//     host and start it again with scenario `name` (only when nothing failed);
+//   path(relative), read(relative), status(path), open(relative),
+//   type(text, where), click(selector), banner(id), note(key, value).
+
+function scenario(body) {
+  const failures = [];
+  const notes = {};
+  let checks = 0;
+  let handOver = null;
+  const show = (value) => {
+    try {
+      return JSON.stringify(value);
+    } catch (e) {
+      return String(value);
+    }
+  };
+  const folder = () => window.VN.folder();
+
+  const t = {
+    check(condition, what) {
+      checks++;
+      if (!condition) failures.push(what);
+      return Boolean(condition);
+    },
+    equal(actual, expected, what) {
+      checks++;
+      if (actual === expected) return true;
+      failures.push(`${what}: expected ${show(expected)}, got ${show(actual)}`);
+      return false;
+    },
+    same(actual, expected, what) {
+      checks++;
+      if (show(actual) === show(expected)) return true;
+      failures.push(`${what}: expected ${show(expected)}, got ${show(actual)}`);
+      return false;
+    },
+    async waitFor(probe, what, ms = 15000) {
+      const end = Date.now() + ms;
+      for (;;) {
+        let value = null;
+        try {
+          value = await probe();
+        } catch (e) {
+          value = null;
+        }
+        if (value) return value;
+        if (Date.now() > end) {
+          failures.push(`timed out waiting for ${what}`);
+          return null;
+        }
+        await new Promise((resolve) => setTimeout(resolve, 40));
+      }
+    },
+    ask(action, ...words) {
+      window.__e2eSay([action, ...words].join(' '));
+    },
+    restartWith(name) {
+      handOver = name;
+    },
+    note(key, value) {
+      notes[key] = value;
+    },
+    path(relative) {
+      return relative.startsWith('/') ? relative : `${folder()}/${relative}`;
+    },
+    /** The page's bytes as the host serves them: {status, text, fingerprint, error}. */
+    async read(relative) {
+      const answer = await fetch(`/api/file?path=${encodeURIComponent(t.path(relative))}`, { cache: 'no-store' });
+      const text = await answer.text();
+      let error = null;
+      if (!answer.ok) {
+        try {
+          error = JSON.parse(text).error;
+        } catch (e) {
+          error = text;
+        }
+      }
+      return { status: answer.status, text, fingerprint: answer.headers.get('X-VN-Fingerprint'), error };
+    },
+    async status(relative) {
+      return (await t.read(relative)).status;
+    },
+    async open(relative) {
+      const opened = await window.VN.openPage(relative);
+      t.check(opened === true && window.VN.path() === t.path(relative), `${relative} opens in the editor`);
+      return opened;
+    },
+    /** Types into the source editor as a keystroke does, before `where` (or at the end). */
+    type(text, where = null) {
+      const area = document.getElementById('source');
+      area.focus();
+      const at = where === null ? area.value.length : area.value.indexOf(where);
+      if (at < 0) throw new Error(`no "${where}" in the editor's text`);
+      area.setSelectionRange(at, at);
+      if (!document.execCommand('insertText', false, text)) {
+        area.setRangeText(text, at, at, 'end');
+        area.dispatchEvent(new InputEvent('input', { bubbles: true, inputType: 'insertText', data: text }));
+      }
+    },
+    click(selector) {
+      const element = document.querySelector(selector);
+      if (!element) throw new Error(`nothing matches ${selector}`);
+      if (element.disabled) throw new Error(`${selector} is disabled`);
+      element.click();
+    },
+    banner(id) {
+      return document.querySelector(`#banners [data-id="${id}"]`);
+    },
+  };
+
+  (async () => {
+    try {
+      await body(t);
+    } catch (e) {
+      failures.push(`the scenario threw: ${e && e.stack ? e.stack : e}`);
+    }
+    if (handOver !== null && failures.length === 0) {
+      t.ask('kill-and-restart', handOver);
+      return;
+    }
+    window.__e2eDone({ ok: failures.length === 0, failures, checks, ...notes });
+  })();
+}

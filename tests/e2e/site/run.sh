@@ -1,0 +1,2 @@
+#!/bin/sh
+echo "a script the editor must never start"
