@@ -125,10 +125,16 @@ class Load {
           break;
         case kSaveFresh:
         case kSaveStale: {
-          // A stale base is one no version of the page ever had.
-          auto last = known.find(index);
-          std::string base = op == kSaveFresh && last != known.end() ? last->second
-                                                                     : std::string(64, '0');
+          // A fresh base is the version this thread last read or wrote (read
+          // now when it has none); a stale base is one no version ever had.
+          std::string base(64, '0');
+          if (op == kSaveFresh) {
+            if (known.count(index) == 0) {
+              BridgeResponse head = call("HEAD", "file", {{"path", path}});
+              known[index] = head.headers[contracts::BridgeHeader::fingerprint];
+            }
+            base = known[index];
+          }
           std::string body = pageBody(index, thread, sequence);
           versions.push_back(storage::Fingerprint::ofBytes(body).hex);
           response = call("PUT", "file", {{"path", path}}, {{"X-VN-Base", base}}, body);

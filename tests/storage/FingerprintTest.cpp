@@ -49,7 +49,7 @@ TEST(FingerprintFile, FileSpanningSeveralBuffersMatchesInMemoryHash) {
   TempDir dir;
   std::string bytes;
   for (int i = 0; bytes.size() < 3 * 1024 * 1024 + 17; ++i) {
-    bytes += std::to_string(i * 7919) + ",";
+    bytes += std::to_string(static_cast<long long>(i) * 7919) + ",";
   }
   dir.write("big", bytes);
   FileFingerprint result = fingerprintFile(dir / "big");
