@@ -6,7 +6,7 @@ CMAKE_FLAGS += -DVORNA_WERROR=ON
 endif
 
 .PHONY: all deps configure build test bench run clean format
-.PHONY: test-asan test-tsan fuzz
+.PHONY: test-asan test-tsan fuzz crash-campaign
 
 # Hardening builds live in their own folders so they never disturb `build/`.
 ASAN_BUILD_DIR ?= build-asan
@@ -15,7 +15,7 @@ FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS ?= 30
 # Tests that need a display, or that run no native code of ours, stay out of
 # the sanitizer runs: GLib and WebKit are not instrumented.
-DISPLAY_TESTS = ^(app_live|selftest_live|smoke|e2e_.*|editor_app)$$
+DISPLAY_TESTS = ^(app_live|selftest_live|smoke|e2e_.*|editor_app|crash_campaign)$$
 UNIT_TEST_PROGRAMS = contracts_tests storage_tests recovery_tests bridge_tests app_tests
 # These run JavaScriptCore in the test process. It is built without the type
 # information UBSan's vptr check reads, so releasing a shared_ptr from its
@@ -56,6 +56,12 @@ test-tsan: deps
 
 fuzz: deps
 	@scripts/run-fuzzers $(FUZZ_BUILD_DIR) $(FUZZ_SECONDS)
+
+# Kills the real host at random moments while it saves; 300 rounds unless
+# CRASH_ROUNDS says otherwise. A 30-round run is part of `make test`.
+CRASH_ROUNDS ?= 300
+crash-campaign: build
+	@scripts/crash-campaign $(BUILD_DIR)/src/app/vorna $(CRASH_ROUNDS)
 
 run: build
 	@scripts/run-editor $(BUILD_DIR) examples/site
