@@ -10,7 +10,6 @@
 
 #include "bridge/ContentTypes.h"
 #include "bridge/ExecutableRefusal.h"
-#include "bridge/FolderCreation.h"
 #include "bridge/FreedesktopTrash.h"
 #include "bridge/ItemFacts.h"
 #include "bridge/NaturalOrder.h"
@@ -522,18 +521,8 @@ BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::s
   watcher_.noteOwnWrite(path, fingerprint);
   const std::string folder = storage::parentFolder(path);
   try {
-    makeFolders(folder, kFolderMode, fs_);
-    try {
-      storage::writeDurably(request.body, path, /*exclusive=*/true, kCreatedFileMode, fs_);
-    } catch (const storage::FileOpError& error) {
-      if (error.op() != "open") {
-        // The exclusive open made this file, so nobody else's version is lost
-        // by removing it; a half-written page must not stay behind.
-        fs_.unlink(path);
-      }
-      throw;
-    }
-    storage::fsyncDirectory(folder, fs_);
+    changes_.makeFolder(folder, kFolderMode);
+    changes_.createExclusively(path, request.body, kCreatedFileMode);
   } catch (const std::exception& error) {
     if (kindOf(path, fs_)) {
       return BridgeResponse::error(409, "exists");  // another writer created it first
@@ -551,7 +540,7 @@ BridgeResponse FileBridge::makeFolder(const BridgeRequest&, const std::string& p
   }
   watcher_.noteOwnWrite(path, std::nullopt);
   try {
-    makeFolders(path, kFolderMode, fs_);
+    changes_.makeFolder(path, kFolderMode);
   } catch (const std::exception& error) {
     return BridgeResponse::error(400, error.what());
   }
@@ -586,24 +575,12 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
   watcher_.noteOwnWrite(source, std::nullopt);
   watcher_.noteOwnWrite(destination, fingerprint);
   try {
-    makeFolders(storage::parentFolder(destination), kFolderMode, fs_);
-    if (regular) {
-      storage::moveFilePreservingInode(source, destination, fs_);
-    } else {
-      // Folders (and pipes or devices) move only within one file system;
-      // rename(2) would merge into an empty folder at the destination, so
-      // look first.
-      struct stat there {};
-      if (fs_.lstat(destination, &there) == 0) {
-        throw storage::FileOpError::wouldOverwrite(destination);
-      }
-      storage::renameReplace(source, destination, fs_);
-    }
+    changes_.makeFolder(storage::parentFolder(destination), kFolderMode);
+    // Folders (and pipes or devices) move only within one file system.
+    changes_.moveIntoFolder(source, destination);
   } catch (const std::exception& error) {
     return BridgeResponse::error(409, error.what());
   }
-  storage::fsyncDirectory(storage::parentFolder(destination), fs_);
-  storage::fsyncDirectory(storage::parentFolder(source), fs_);
   return ok();
 }
 

@@ -20,6 +20,7 @@
 #include "contracts/DraftRecord.h"
 #include "recovery/RecoveryServicing.h"
 #include "storage/ConflictInfo.h"
+#include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/SafeAdapter.h"
@@ -159,6 +160,7 @@ class FileBridge final : public contracts::BridgeHandling {
   std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept
   BridgeEnvironment environment_;
   storage::FileSystem& fs_;
+  storage::DurableChanges changes_{fs_};
 };
 
 }  // namespace vorna::bridge
