@@ -527,7 +527,8 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
       promise->afterOpen(*service, problems);
     }
   } catch (const std::exception& error) {
-    problems.push_back(std::string("the next open failed: ") + error.what());
+    problems.push_back(std::string("the next open, or reading what it holds, failed: ") +
+                       error.what());
     return;
   }
   std::set<std::string> versions = versionsOn(state, world.storeDirectory);
@@ -663,15 +664,19 @@ std::string testName(const std::string& name) {
   return result;
 }
 
+// The first of each kind of problem, with where it was first found.
 std::string firstProblems(const Problems& problems) {
+  std::set<std::string> kinds;
   std::string text;
-  for (size_t i = 0; i < problems.size() && i < 5; ++i) {
-    text += "\n  " + problems[i];
+  for (const std::string& problem : problems) {
+    std::string kind = std::regex_replace(problem.substr(problem.find(": ") + 2),
+                                          std::regex("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}"),
+                                          "{id}");
+    if (kinds.insert(kind).second) {
+      text += "\n  " + problem;
+    }
   }
-  if (problems.size() > 5) {
-    text += "\n  ... and " + std::to_string(problems.size() - 5) + " more";
-  }
-  return text;
+  return text + "\n  (" + std::to_string(problems.size()) + " in all)";
 }
 
 class PowerCut : public ::testing::TestWithParam<size_t> {
