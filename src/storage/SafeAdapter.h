@@ -34,10 +34,11 @@ namespace vorna::storage {
 // A missing page or a folder is SaveOutcome::error(pageMissing), and a page
 // path that is not valid UTF-8 (which no sidecar could record) an error as
 // well; both before anything is written. A later step that fails yields
-// SaveOutcome::error with that step's error text. What it leaves: a staged
-// ".vn-swap-" file beside the page holding a prefix of the new bytes, a
-// displaced or withdrawn version, or nothing; a payload in the store without
-// its sidecar. The page always holds one whole version.
+// SaveOutcome::error with that step's error text. What it leaves: a displaced
+// or withdrawn version in a ".vn-swap-" file beside the page, for the next
+// sweep, or nothing; with retainPendingBytes, a payload of the editor's bytes
+// without its sidecar. The page always holds one whole version, and so does
+// every state a power cut may leave.
 //
 // The page path must be canonical: its last component must not be a symbolic
 // link, since an exchange moves the link itself, not the file it names. The
