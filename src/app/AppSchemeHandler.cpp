@@ -208,7 +208,26 @@ HTTPReply AppSchemeHandler::answer(const SchemeRequest& request, const HostConte
     return api(*request.url, request, host);
   }
   bool head = request.method && upper(*request.method) == "HEAD";
+  if (path && startsWith(*path, kWorkspacePrefix)) {
+    return workspaceFile(path->substr(std::char_traits<char>::length(kWorkspacePrefix) - 1), host,
+                         head);
+  }
   return file(*request.url, host, head);
+}
+
+HTTPReply AppSchemeHandler::workspaceFile(const std::string& path, const HostContext& host,
+                                          bool head) {
+  std::shared_ptr<contracts::BridgeHandling> bridge = host.bridge();
+  if (!bridge) {
+    return HTTPReply::error(503, "no workspace open");
+  }
+  // The bridge confines the path to the workspace like any other request's.
+  HTTPReply reply = HTTPReply::from(
+      bridge->handle(contracts::BridgeRequest::make("GET", "file", {{"path", path}}, {}, {})));
+  if (head) {
+    reply.body.clear();
+  }
+  return reply;
 }
 
 HTTPReply AppSchemeHandler::api(const std::string& url, const SchemeRequest& request,

@@ -39,8 +39,17 @@ class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
   // pool and delivers it on the main thread. Main thread only.
   void start(WebKitURISchemeRequest* request);
 
-  // Pure routing: /api/ paths to `api`, everything else to `file`. Any thread.
+  // Where workspace files are served to the editor's preview, by their path:
+  // vorna://app/workspace/home/ann/site/a.css reads /home/ann/site/a.css.
+  static constexpr const char* kWorkspacePrefix = "/workspace/";
+
+  // Pure routing: /api/ paths to `api`, /workspace/ paths to `workspaceFile`,
+  // everything else to `file`. Any thread.
   static HTTPReply answer(const SchemeRequest& request, const HostContext& host);
+  // The bridge's answer to reading the file at `path` (`GET file`), so that
+  // the preview's relative references (links, stylesheets, their @import,
+  // url() and fonts) resolve by themselves. Reads only; any method is a read.
+  static HTTPReply workspaceFile(const std::string& path, const HostContext& host, bool head);
   // The transport probe, the 503 before a folder is open, or the bridge's answer.
   static HTTPReply api(const std::string& url, const SchemeRequest& request,
                        const HostContext& host);

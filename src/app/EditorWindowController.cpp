@@ -8,6 +8,7 @@
 
 #include "app/AppSchemeHandler.h"
 #include "app/BridgeMessageHandler.h"
+#include "app/EditingMenu.h"
 #include "app/EditorUrl.h"
 #include "app/FilePaths.h"
 #include "app/GUniquePtr.h"
@@ -78,6 +79,7 @@ EditorWindowController::EditorWindowController(bool isSmoke, bool headless,
       bridgeMessages_(std::make_unique<BridgeMessageHandler>(host_)),
       cancellable_(GObjectPtr<GCancellable>::adopt(g_cancellable_new())) {
   buildWebView();
+  drafts_ = std::make_unique<DraftHandshake>(webView_.get());
   buildWindow(application);
   connectSignals(this);
   installContentBlocker();
@@ -179,30 +181,39 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
   };
   g_action_map_add_action_entries(G_ACTION_MAP(window_.get()), kWindowActions,
                                   G_N_ELEMENTS(kWindowActions), this);
-  // The Edit menu runs the engine's own editing commands on the page.
+  // Clipboard items run the engine's own commands, which the editor takes up
+  // through the page's clipboard events; the rest are the editor's commands
+  // (its undo history, its selection), as are Save, New Page and Find.
   static const std::pair<const char*, const char*> kEditing[] = {
-      {"undo", WEBKIT_EDITING_COMMAND_UNDO},
-      {"redo", WEBKIT_EDITING_COMMAND_REDO},
       {"cut", WEBKIT_EDITING_COMMAND_CUT},
       {"copy", WEBKIT_EDITING_COMMAND_COPY},
       {"paste", WEBKIT_EDITING_COMMAND_PASTE},
       {"paste-as-plain-text", WEBKIT_EDITING_COMMAND_PASTE_AS_PLAIN_TEXT},
-      {"delete", "Delete"},
-      {"select-all", WEBKIT_EDITING_COMMAND_SELECT_ALL},
   };
-  for (const auto& [name, command] : kEditing) {
+  static const std::pair<const char*, const char*> kPageCommands[] = {
+      {"undo", "undo"},         {"redo", "redo"},       {"select-all", "selectAll"},
+      {"delete", "delete"},     {"save", "save"},       {"new-page", "newPage"},
+      {"find", "find"},
+  };
+  auto addAction = [this](const char* name, const char* command, GCallback run) {
     auto action = GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));
     g_object_set_data(G_OBJECT(action.get()), "vorna-command", const_cast<char*>(command));
-    connectSignal(
-        action.get(), "activate",
-        +[](GSimpleAction* activated, GVariant*, gpointer data) {
-          auto* self = static_cast<EditorWindowController*>(data);
-          const auto* editing =
-              static_cast<const char*>(g_object_get_data(G_OBJECT(activated), "vorna-command"));
-          webkit_web_view_execute_editing_command(self->webView_.get(), editing);
-        },
-        this);
+    connectSignal(action.get(), "activate", run, this);
     g_action_map_add_action(G_ACTION_MAP(window_.get()), G_ACTION(action.get()));
+  };
+  for (const auto& [name, command] : kEditing) {
+    addAction(name, command, G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
+                const auto* editing =
+                    static_cast<const char*>(g_object_get_data(G_OBJECT(activated), "vorna-command"));
+                webkit_web_view_execute_editing_command(
+                    static_cast<EditorWindowController*>(data)->webView_.get(), editing);
+              }));
+  }
+  for (const auto& [name, command] : kPageCommands) {
+    addAction(name, command, G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
+                static_cast<EditorWindowController*>(data)->runPageCommand(static_cast<const char*>(
+                    g_object_get_data(G_OBJECT(activated), "vorna-command")));
+              }));
   }
 }
 
@@ -211,10 +222,46 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
       self->window_.get(), "close-request",
       +[](GtkWindow*, gpointer data) -> gboolean {
         auto* controller = static_cast<EditorWindowController*>(data);
+        if (!controller->closeAgreed_) {
+          // The window closes once the page has stored any unsaved text.
+          controller->storePageDraft([alive = Alive(controller->alive_)] {
+            if (auto held = alive.lock(); held && !(*held)->windowClosed_) {
+              (*held)->closeAgreed_ = true;
+              gtk_window_close((*held)->window_.get());
+            }
+          });
+          return TRUE;
+        }
         if (!controller->headless_) {
           guarded("saving the window frame", [&] { controller->saveFrame(); });
         }
         return FALSE;
+      },
+      self);
+  connectSignal(
+      self->webView_.get(), "notify::title",
+      +[](WebKitWebView* view, GParamSpec*, gpointer data) {
+        // The editor names the page, its folder and whether it is saved.
+        const char* title = webkit_web_view_get_title(view);
+        gtk_window_set_title(static_cast<EditorWindowController*>(data)->window_.get(),
+                             title != nullptr && *title != '\0' ? title : "Vorna");
+      },
+      self);
+  connectSignal(
+      self->webView_.get(), "context-menu",
+      +[](WebKitWebView*, WebKitContextMenu* menu, WebKitHitTestResult*, gpointer data) -> gboolean {
+        auto* controller = static_cast<EditorWindowController*>(data);
+        bool none = true;
+        guarded("a context menu", [&] {
+          std::vector<std::string> offered = EditingMenu::labels(menu);
+          std::vector<std::string> shown =
+              EditingMenu::trim(menu, G_ACTION_MAP(controller->window_.get()));
+          if (controller->contextMenuObserver_) {
+            controller->contextMenuObserver_(offered, shown);
+          }
+          none = shown.empty();
+        });
+        return none ? TRUE : FALSE;
       },
       self);
   connectSignal(
@@ -508,7 +555,23 @@ void EditorWindowController::load(const std::optional<std::string>& folder,
 }
 
 void EditorWindowController::openFolder(const std::string& folder,
-                                        const std::optional<std::string>& page) {
+                                        const std::optional<std::string>& page,
+                                        std::function<void()> opened) {
+  if (!bridge_) {
+    swapFolder(folder, page, opened);
+    return;
+  }
+  // The page talks to the old bridge until it has stored its draft there.
+  storePageDraft([alive = Alive(alive_), folder, page, opened = std::move(opened)] {
+    if (auto self = alive.lock()) {
+      (*self)->swapFolder(folder, page, opened);
+    }
+  });
+}
+
+void EditorWindowController::swapFolder(const std::string& folder,
+                                        const std::optional<std::string>& page,
+                                        const std::function<void()>& opened) {
   if (bridge_) {
     bridge_->stopWatching();
     bridge_.reset();
@@ -537,6 +600,28 @@ void EditorWindowController::openFolder(const std::string& folder,
     });
   });
   load(standard, page);
+  if (opened) {
+    opened();
+  }
+}
+
+void EditorWindowController::storePageDraft(std::function<void()> then) {
+  if (windowClosed_ || !bridge_) {
+    postToMainThread(std::move(then));
+    return;
+  }
+  drafts_->request(std::move(then));
+}
+
+void EditorWindowController::runPageCommand(const std::string& name) {
+  if (windowClosed_) {
+    return;
+  }
+  std::string script = "window.vornaHost && window.vornaHost.command && void window.vornaHost.command(" +
+                       contracts::writeJson(contracts::Json(name)) + ")";
+  webkit_web_view_evaluate_javascript(webView_.get(), script.c_str(),
+                                      static_cast<gssize>(script.size()), nullptr, nullptr,
+                                      nullptr, nullptr, nullptr);
 }
 
 void EditorWindowController::useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {
@@ -584,6 +669,14 @@ void EditorWindowController::present() {
   if (!windowClosed_) {
     gtk_window_present(window_.get());
   }
+}
+
+void EditorWindowController::close(bool askPage) {
+  if (windowClosed_) {
+    return;
+  }
+  closeAgreed_ = closeAgreed_ || !askPage;
+  gtk_window_close(window_.get());
 }
 
 void EditorWindowController::openWithDefaultBrowser(const std::string& url) {

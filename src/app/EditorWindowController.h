@@ -4,8 +4,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/AppWiring.h"
+#include "app/DraftHandshake.h"
 #include "app/GObjectPtr.h"
 #include "app/HostContext.h"
 #include "app/NavigationDecision.h"
@@ -56,10 +58,29 @@ class EditorWindowController {
   // the content blocker is in place the load waits; only the last one runs.
   void load(const std::optional<std::string>& folder, const std::optional<std::string>& page);
 
-  // Switches to a folder: the old bridge stops watching and is dropped before
+  // Switches to a folder: the page first hands unsaved text over as a draft
+  // (DraftHandshake), then the old bridge stops watching and is dropped before
   // the new one is built. On failure the window keeps what it shows, without
-  // a bridge, and the user is told "Could not open that folder".
-  void openFolder(const std::string& folder, const std::optional<std::string>& page);
+  // a bridge, and the user is told "Could not open that folder". `opened`
+  // runs once the new editor page is being loaded (not on failure).
+  void openFolder(const std::string& folder, const std::optional<std::string>& page,
+                  std::function<void()> opened = nullptr);
+
+  // Asks the page to store unsaved text as a draft and runs `then` once it
+  // did, or after DraftHandshake::kWait; at once when no page is shown.
+  void storePageDraft(std::function<void()> then);
+
+  // Runs one of the editor's commands: "save", "newPage", "find", "undo",
+  // "redo", "selectAll", "delete".
+  void runPageCommand(const std::string& name);
+
+  // Called with the items of every context menu the editor shows (the
+  // engine's offer, then what is left), for the scenario runner.
+  using ContextMenuObserver = std::function<void(const std::vector<std::string>& offered,
+                                                 const std::vector<std::string>& shown)>;
+  void setContextMenuObserver(ContextMenuObserver observer) {
+    contextMenuObserver_ = std::move(observer);
+  }
 
   // Installs a bridge without watching (the smoke test's read-only one).
   void useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge);
@@ -72,6 +93,10 @@ class EditorWindowController {
 
   // Shows the window and brings it to the front.
   void present();
+
+  // Closes the window; with `askPage`, once the page has stored unsaved text
+  // as a draft (as when the user closes it), else at once.
+  void close(bool askPage);
 
   // Called once with true when the next page load finishes, false when it fails.
   void setDidFinishLoad(std::function<void(bool)> callback) {
@@ -105,6 +130,8 @@ class EditorWindowController {
   void contentBlockerInstalled(WebKitUserContentFilter* filter, const std::string& failure);
   void countNavigation(const NavigationDecision& decision, const std::string& url);
   void finishLoad(bool success);
+  void swapFolder(const std::string& folder, const std::optional<std::string>& page,
+                  const std::function<void()>& opened);
   void chooseFiles(WebKitFileChooserRequest* request);
   void showAlert(WebKitScriptDialog* dialog);
   void restoreFrame();
@@ -125,6 +152,9 @@ class EditorWindowController {
   GObjectPtr<WebKitWebView> webView_;
   GObjectPtr<GtkWindow> window_;
   bool windowClosed_ = false;
+  bool closeAgreed_ = false;  // the page stored its draft; the window may close
+  std::unique_ptr<DraftHandshake> drafts_;
+  ContextMenuObserver contextMenuObserver_;
   bool contentBlockerReady_ = false;
   bool contentBlockerFailed_ = false;
   std::optional<std::string> pendingUrl_;
