@@ -174,7 +174,7 @@ async function benchKeystrokes(t, page, runs) {
     const typed = 'x'.repeat(i);
     const shown = new Promise((resolve) => {
       const check = () => {
-        if (!tail().endsWith(typed)) return false;
+        if (!tail().trimEnd().endsWith(typed)) return false;
         observer.disconnect();
         resolve();
         return true;

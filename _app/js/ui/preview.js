@@ -81,6 +81,7 @@ export class Preview {
     this.scroll = null;
     this.fragment = '';
     this.earliest = 0; // no update starts before this time
+    this.frames = 0; // counts the renders asked for by setSource; only the last one runs
     frame.addEventListener('load', () => this.loaded());
   }
 
@@ -99,11 +100,22 @@ export class Preview {
     this.fragment = fragment;
     this.scroll = null;
     this.cancel();
-    this.render();
+    // The editor shows the page first; the preview follows once that is
+    // painted, so a large page's preview never holds up its text.
+    this.shown = null;
+    this.loading = true;
+    const frames = ++this.frames;
+    requestAnimationFrame(() => requestAnimationFrame(() => {
+      this.timer = setTimeout(() => {
+        this.timer = null;
+        if (frames === this.frames) this.render();
+      }, 0);
+    }));
   }
 
   clear() {
     this.cancel();
+    this.frames++;
     this.source = null;
     this.shown = null;
     this.frame.srcdoc = '<!DOCTYPE html><html><body></body></html>';
@@ -131,6 +143,7 @@ export class Preview {
   /** Shows the source afresh: a new document, every file it uses loaded again. */
   render() {
     this.cancel();
+    this.frames++;
     if (!this.source || !this.visible) return;
     const { kind } = this.source;
     let doc;
@@ -202,18 +215,42 @@ export class Preview {
     }
   }
 
-  /** Workspace paths of the files the shown page uses (stylesheets and what they load, images, fonts). */
+  /**
+   * Workspace paths of the files the shown page uses: what its elements load,
+   * its stylesheets with those they import, and what their rules reference
+   * (images, fonts).
+   */
   usedFiles() {
+    const doc = this.document();
     const used = new Set();
-    const origin = this.source && this.source.origin;
-    let entries = [];
-    try {
-      entries = this.frame.contentWindow.performance.getEntriesByType('resource');
-    } catch {
-      entries = [];
+    if (!doc || !this.source) return used;
+    const urls = [];
+    for (const el of doc.querySelectorAll('link[href], [src], video[poster], object[data]')) {
+      urls.push(el.href || el.src || el.poster || el.data);
     }
-    for (const entry of entries) {
-      const path = workspacePathOf(entry.name, origin);
+    const sheets = [...doc.styleSheets];
+    while (sheets.length) {
+      const sheet = sheets.pop();
+      if (sheet.href) urls.push(sheet.href);
+      let rules = [];
+      try {
+        rules = sheet.cssRules;
+      } catch {
+        continue;
+      }
+      for (const rule of rules) {
+        if (rule.styleSheet) sheets.push(rule.styleSheet);
+        for (const m of rule.cssText.matchAll(/url\(\s*(['"]?)([^'")]*)\1\s*\)/g)) {
+          try {
+            urls.push(new URL(m[2], sheet.href || doc.baseURI).href);
+          } catch {
+            // not a URL
+          }
+        }
+      }
+    }
+    for (const url of urls) {
+      const path = workspacePathOf(url, this.source.origin);
       if (path) used.add(path);
     }
     return used;
