@@ -222,7 +222,7 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
       self->window_.get(), "close-request",
       +[](GtkWindow*, gpointer data) -> gboolean {
         auto* controller = static_cast<EditorWindowController*>(data);
-        if (!controller->closeAgreed_) {
+        if (!controller->closeAgreed_ && controller->bridge_) {
           // The window closes once the page has stored any unsaved text.
           controller->storePageDraft([alive = Alive(controller->alive_)] {
             if (auto held = alive.lock(); held && !(*held)->windowClosed_) {

@@ -482,11 +482,39 @@ TEST_F(ShellLiveTest, AFolderThatCannotBeOpenedLeavesNoBridge) {
   };
   ::testing::internal::CaptureStderr();
   controller->openFolder("/tmp", std::nullopt);
+  // The old bridge stays until the page had its chance to store a draft.
+  EXPECT_EQ(controller->bridge(), bridge);
+  runUntil([&] { return controller->bridge() == nullptr; });
   std::string errors = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(errors, "Vorna: Could not open that folder: the recovery store is not writable\n");
   EXPECT_EQ(controller->bridge(), nullptr);
   EXPECT_EQ(controller->host()->bridge(), nullptr);
   EXPECT_EQ(bridge->log(), (std::vector<std::string>{"stop /fake/workspace"}));
+}
+
+// The page's answer to the host's question before it goes: a draft stored
+// after a while (reported on the shell channel first), or no answer at all.
+TEST_F(ShellLiveTest, ClosingWaitsUntilThePageStoredItsDraftOrTheWaitRanOut) {
+  for (const char* flush : {"new Promise((resolve) => setTimeout(() => {"
+                            " window.webkit.messageHandlers.vornaShell.postMessage({ op: 'stored' });"
+                            " resolve(true); }, 300))",
+                            "new Promise(() => {})"}) {
+    auto controller = makeController();
+    controller->useSmokeBridge(bridge);
+    controller->present();
+    loadAndWait(*controller);
+    runScript(*controller, std::string("window.vornaHost = { flush: () => ") + flush +
+                               " }; return JSON.stringify(true);");
+    ::testing::internal::CaptureStderr();
+    auto* window = GTK_WIDGET(controller->window());
+    gtk_window_close(controller->window());
+    EXPECT_TRUE(gtk_widget_get_visible(window)) << flush;
+    EXPECT_TRUE(runUntil([&] { return !gtk_widget_get_visible(window); }, 5s)) << flush;
+    std::string errors = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(errors.find("unknown shell op stored") != std::string::npos,
+              std::string(flush).find("stored") != std::string::npos)
+        << errors;
+  }
 }
 
 TEST_F(ShellLiveTest, ShellMessagesReachTheirHandler) {
