@@ -143,14 +143,18 @@ export class Session {
     }
   }
 
-  /** Replaces the editor's copy of the text and updates the dirty marker. */
+  /** Replaces the editor's copy of the text and updates the dirty marker; an edit. */
   setText(text) {
     if (this.path === null) return;
-    this.text = text;
-    const dirty = text !== this.savedText;
-    if (dirty) this.scheduleDraft();
+    this.takeText(text);
+    if (this.dirty) this.scheduleDraft();
     else this.cancelDraftTimer();
-    this.setDirty(dirty);
+  }
+
+  /** Takes the text as it is now, without counting that as an edit. */
+  takeText(text) {
+    this.text = text;
+    this.setDirty(text !== this.savedText);
   }
 
   /** An edit happened; the editor says whether the text now differs from the disk's. */
@@ -164,7 +168,7 @@ export class Session {
   pull() {
     if (this.textSource && this.path !== null) {
       const text = this.textSource();
-      if (typeof text === 'string') this.setText(text);
+      if (typeof text === 'string') this.takeText(text);
     }
   }
 

@@ -93,12 +93,18 @@ describe('dirty marker', () => {
 });
 
 describe('drafts while typing', () => {
-  test('continuous typing stores a draft within a second of any keystroke, with the base', async () => {
-    const { host, timers, session } = await setup();
+  test('continuous typing stores a draft within a second of any keystroke, with the base, and none once it stops', async () => {
+    const host = new FakeHost('/ws', { 'a.html': '<p>one</p>\n' });
+    const timers = new FakeTimers();
+    let current = '';
+    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
+    await session.open(PAGE);
     for (let i = 1; i <= 12; i++) {
-      session.setText('a'.repeat(i));
+      current = 'a'.repeat(i);
+      session.edited(true);
       await timers.advance(DRAFT_THROTTLE_MS / 4);
     }
+    await timers.advance(DRAFT_THROTTLE_MS * 5);
     const drafts = host.log('PUT', 'draft');
     assert.deepEqual(drafts.map((d) => d.body.length), [4, 8, 12]);
     assert.equal(drafts[0].headers['x-vn-base'], sha('<p>one</p>\n'));
