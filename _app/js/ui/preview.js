@@ -16,10 +16,9 @@ import {
   workspacePathOf, workspaceUrl,
 } from '../preview-doc.js';
 
-const RESOURCE_ATTRS = {
-  img: ['src'], link: ['href'], script: ['src'], source: ['src'], video: ['src', 'poster'], audio: ['src'],
-  track: ['src'], iframe: ['src'], embed: ['src'], object: ['data'], input: ['src'], image: ['href'], use: ['href'],
-};
+// Elements that may load a root-relative reference ("/css/a.css"); relative
+// ones resolve against the <base> by themselves.
+const ROOTED = ['src', 'href', 'poster', 'data'].map((attr) => `[${attr}^="/"]:not(a, area)`).join(', ');
 
 function escapeHtml(s) {
   return s.replace(/[&<>"]/g, (c) => ({ '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' })[c]);
@@ -31,32 +30,30 @@ export function previewDocument(html, { pagePath, root, origin }) {
   const pageDir = dirname(pagePath);
   const fromRoot = (ref) => (isRootRelative(ref) ? rootRelativeUrl(origin, root, ref) : null);
   for (const el of doc.querySelectorAll('base, meta[http-equiv="refresh" i]')) el.remove();
-  const walker = doc.createTreeWalker(doc.documentElement, NodeFilter.SHOW_ELEMENT);
-  for (let el = walker.currentNode; el; el = walker.nextNode()) {
-    const name = el.localName;
-    if (name === 'a' || name === 'area') {
-      const href = el.getAttribute('href');
-      if (href === null) continue;
-      if (href.trim().startsWith('#')) {
-        // The <base> would send a fragment-only link to the folder.
-        el.setAttribute('href', `about:srcdoc${href.trim()}`);
-      } else {
-        const target = linkTarget(pageDir, href, root);
-        if (target) {
-          el.setAttribute('href', openMarker(target));
-          el.removeAttribute('target');
-        }
+  // Selectors, not a walk over every element: a long page has tens of
+  // thousands of them, and only a few ever need a change.
+  for (const el of doc.querySelectorAll('a[href], area[href]')) {
+    const href = el.getAttribute('href');
+    if (href.trim().startsWith('#')) {
+      // The <base> would send a fragment-only link to the folder.
+      el.setAttribute('href', `about:srcdoc${href.trim()}`);
+    } else {
+      const target = linkTarget(pageDir, href, root);
+      if (target) {
+        el.setAttribute('href', openMarker(target));
+        el.removeAttribute('target');
       }
-    } else if (name === 'style') {
-      el.textContent = rewriteCssUrls(el.textContent, fromRoot);
     }
-    for (const attr of RESOURCE_ATTRS[name] || []) {
+  }
+  for (const el of doc.querySelectorAll(ROOTED)) {
+    for (const attr of ['src', 'href', 'poster', 'data']) {
       const value = el.getAttribute(attr);
       if (isRootRelative(value)) el.setAttribute(attr, fromRoot(value));
     }
-    if (el.hasAttribute('srcset')) el.setAttribute('srcset', rewriteSrcset(el.getAttribute('srcset'), (r) => fromRoot(r)));
-    if (el.hasAttribute('style')) el.setAttribute('style', rewriteCssUrls(el.getAttribute('style'), fromRoot));
   }
+  for (const el of doc.querySelectorAll('[srcset]')) el.setAttribute('srcset', rewriteSrcset(el.getAttribute('srcset'), (r) => fromRoot(r)));
+  for (const el of doc.querySelectorAll('style')) el.textContent = rewriteCssUrls(el.textContent, fromRoot);
+  for (const el of doc.querySelectorAll('[style*="url("]')) el.setAttribute('style', rewriteCssUrls(el.getAttribute('style'), fromRoot));
   const base = doc.createElement('base');
   base.setAttribute('href', `${workspaceUrl(origin, pageDir)}/`);
   doc.head.prepend(base);
