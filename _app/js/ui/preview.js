@@ -20,6 +20,9 @@ import {
 // ones resolve against the <base> by themselves.
 const ROOTED = ['src', 'href', 'poster', 'data'].map((attr) => `[${attr}^="/"]:not(a, area)`).join(', ');
 
+// An update quicker than this runs at once, before the next frame.
+const QUICK_MS = 8;
+
 function escapeHtml(s) {
   return s.replace(/[&<>"]/g, (c) => ({ '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' })[c]);
 }
@@ -78,6 +81,8 @@ export class Preview {
     this.scroll = null;
     this.fragment = '';
     this.earliest = 0; // no update starts before this time
+    this.cost = 0; // how long the last render or update took, in ms
+    this.queued = false;
     this.frames = 0; // counts the renders asked for by setSource; only the last one runs
     frame.addEventListener('load', () => this.loaded());
   }
@@ -125,16 +130,27 @@ export class Preview {
   }
 
   /**
-   * The text changed. The update runs as soon as the page is idle, but an
-   * update never starts sooner after the last one than that one took, so the
-   * preview never takes more than half of the time while someone types.
+   * The text changed. A quick update runs before the next frame, so the edit
+   * shows in the editor and the preview together; a slow one (a large page)
+   * runs after the editor had its frame, and never sooner after the last one
+   * than that one took, so the preview takes at most half the time while
+   * someone types.
    */
   changed() {
-    if (!this.source || !this.visible || this.timer) return;
+    if (!this.source || !this.visible || this.timer || this.queued) return;
+    const wait = Math.max(0, this.earliest - performance.now());
+    if (wait === 0 && this.cost < QUICK_MS) {
+      this.queued = true;
+      queueMicrotask(() => {
+        this.queued = false;
+        this.update();
+      });
+      return;
+    }
     this.timer = setTimeout(() => {
       this.timer = null;
       this.update();
-    }, Math.max(0, this.earliest - performance.now()));
+    }, wait);
   }
 
   /** Shows the source afresh: a new document, every file it uses loaded again. */
@@ -145,10 +161,12 @@ export class Preview {
     const { kind } = this.source;
     let doc;
     if (kind === 'page') {
+      const started = performance.now();
       const html = this.source.read();
       this.rememberScroll();
       try {
         doc = serialize(previewDocument(html, this.source));
+        this.cost = performance.now() - started;
         this.shown = html;
       } catch (e) {
         doc = `<!DOCTYPE html><p style="font:13px system-ui;color:#c0352b;padding:16px">The preview failed: ${escapeHtml(String(e && e.message))}</p>`;
@@ -189,9 +207,9 @@ export class Preview {
       this.render();
       return;
     }
-    const spent = performance.now() - started;
-    this.earliest = performance.now() + spent;
-    this.onNote(spent > 150 ? 'Large page: the preview follows after a pause' : '');
+    this.cost = performance.now() - started;
+    this.earliest = performance.now() + this.cost;
+    this.onNote(this.cost > 150 ? 'Large page: the preview follows after a pause' : '');
   }
 
   document() {
