@@ -260,10 +260,10 @@ void AppDelegate::openFolder() {
       +[](GtkDialog* shown, int response, gpointer data) {
         auto* self = static_cast<AppDelegate*>(data);
         GtkFileChooser* chooser = GTK_FILE_CHOOSER(shown);
-        auto file = GObjectPtr<GFile>::adopt(
-            response == GTK_RESPONSE_ACCEPT || response == kOpenFolderResponse
-                ? gtk_file_chooser_get_file(chooser)
-                : nullptr);
+        auto file = GObjectPtr<GFile>::adopt(response == GTK_RESPONSE_ACCEPT ||
+                                                     response == kOpenFolderResponse
+                                                 ? gtk_file_chooser_get_file(chooser)
+                                                 : nullptr);
         if (response == kOpenFolderResponse &&
             (!file || g_file_query_file_type(file.get(), G_FILE_QUERY_INFO_NONE, nullptr) !=
                           G_FILE_TYPE_DIRECTORY)) {

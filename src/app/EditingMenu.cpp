@@ -56,7 +56,8 @@ std::string labelOf(WebKitContextMenuItem* item) {
 void appendAction(WebKitContextMenu* menu, GActionMap* actions, const char* name,
                   const char* label) {
   if (GAction* action = g_action_map_lookup_action(actions, name)) {
-    webkit_context_menu_append(menu, webkit_context_menu_item_new_from_gaction(action, label, nullptr));
+    webkit_context_menu_append(menu,
+                               webkit_context_menu_item_new_from_gaction(action, label, nullptr));
   }
 }
 

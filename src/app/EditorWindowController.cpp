@@ -191,8 +191,8 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
       {"paste-as-plain-text", WEBKIT_EDITING_COMMAND_PASTE_AS_PLAIN_TEXT},
   };
   static const std::pair<const char*, const char*> kPageCommands[] = {
-      {"undo", "undo"},         {"redo", "redo"},       {"select-all", "selectAll"},
-      {"delete", "delete"},     {"save", "save"},       {"new-page", "newPage"},
+      {"undo", "undo"},     {"redo", "redo"}, {"select-all", "selectAll"},
+      {"delete", "delete"}, {"save", "save"}, {"new-page", "newPage"},
       {"find", "find"},
   };
   auto addAction = [this](const char* name, const char* command, GCallback run) {
@@ -203,8 +203,8 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
   };
   for (const auto& [name, command] : kEditing) {
     addAction(name, command, G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
-                const auto* editing =
-                    static_cast<const char*>(g_object_get_data(G_OBJECT(activated), "vorna-command"));
+                const auto* editing = static_cast<const char*>(
+                    g_object_get_data(G_OBJECT(activated), "vorna-command"));
                 webkit_web_view_execute_editing_command(
                     static_cast<EditorWindowController*>(data)->webView_.get(), editing);
               }));
@@ -249,7 +249,8 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
       self);
   connectSignal(
       self->webView_.get(), "context-menu",
-      +[](WebKitWebView*, WebKitContextMenu* menu, WebKitHitTestResult*, gpointer data) -> gboolean {
+      +[](WebKitWebView*, WebKitContextMenu* menu, WebKitHitTestResult*,
+          gpointer data) -> gboolean {
         auto* controller = static_cast<EditorWindowController*>(data);
         bool none = true;
         guarded("a context menu", [&] {
@@ -617,11 +618,12 @@ void EditorWindowController::runPageCommand(const std::string& name) {
   if (windowClosed_) {
     return;
   }
-  std::string script = "window.vornaHost && window.vornaHost.command && void window.vornaHost.command(" +
-                       contracts::writeJson(contracts::Json(name)) + ")";
+  std::string script =
+      "window.vornaHost && window.vornaHost.command && void window.vornaHost.command(" +
+      contracts::writeJson(contracts::Json(name)) + ")";
   webkit_web_view_evaluate_javascript(webView_.get(), script.c_str(),
-                                      static_cast<gssize>(script.size()), nullptr, nullptr,
-                                      nullptr, nullptr, nullptr);
+                                      static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
+                                      nullptr, nullptr);
 }
 
 void EditorWindowController::useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {

@@ -42,14 +42,14 @@ GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
                         {"New Page…", "win.new-page", "<Control>n"},
                         {"Find…", "win.find", "<Control>f"}},
                        {{"Close", "win.close"}}});
-  auto edit = submenu({{{"Undo", "win.undo", "<Control>z"},
-                        {"Redo", "win.redo", "<Control><Shift>z"}},
-                       {{"Cut", "win.cut", "<Control>x"},
-                        {"Copy", "win.copy", "<Control>c"},
-                        {"Paste", "win.paste", "<Control>v"},
-                        {"Paste and Match Style", "win.paste-as-plain-text"},
-                        {"Delete", "win.delete"},
-                        {"Select All", "win.select-all", "<Control>a"}}});
+  auto edit =
+      submenu({{{"Undo", "win.undo", "<Control>z"}, {"Redo", "win.redo", "<Control><Shift>z"}},
+               {{"Cut", "win.cut", "<Control>x"},
+                {"Copy", "win.copy", "<Control>c"},
+                {"Paste", "win.paste", "<Control>v"},
+                {"Paste and Match Style", "win.paste-as-plain-text"},
+                {"Delete", "win.delete"},
+                {"Select All", "win.select-all", "<Control>a"}}});
   auto window = submenu({{{"Minimize", "win.minimize"}, {"Zoom", "win.zoom"}},
                          {{"Bring All to Front", "app.bring-all-to-front"}}});
 
@@ -63,10 +63,8 @@ GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
 
 const std::vector<std::pair<std::string, std::string>>& MainMenu::accelerators() {
   static const std::vector<std::pair<std::string, std::string>> table = {
-      {"app.quit", "<Control>q"},
-      {"app.open", "<Control>o"},
-      {"win.close", "<Control>w"},
-      {"win.paste-as-plain-text", "<Control><Alt><Shift>v"},
+      {"app.quit", "<Control>q"},     {"app.open", "<Control>o"},
+      {"win.close", "<Control>w"},    {"win.paste-as-plain-text", "<Control><Alt><Shift>v"},
       {"win.minimize", "<Control>m"},
   };
   return table;

@@ -495,10 +495,11 @@ TEST_F(ShellLiveTest, AFolderThatCannotBeOpenedLeavesNoBridge) {
 // The page's answer to the host's question before it goes: a draft stored
 // after a while (reported on the shell channel first), or no answer at all.
 TEST_F(ShellLiveTest, ClosingWaitsUntilThePageStoredItsDraftOrTheWaitRanOut) {
-  for (const char* flush : {"new Promise((resolve) => setTimeout(() => {"
-                            " window.webkit.messageHandlers.vornaShell.postMessage({ op: 'stored' });"
-                            " resolve(true); }, 300))",
-                            "new Promise(() => {})"}) {
+  for (const char* flush :
+       {"new Promise((resolve) => setTimeout(() => {"
+        " window.webkit.messageHandlers.vornaShell.postMessage({ op: 'stored' });"
+        " resolve(true); }, 300))",
+        "new Promise(() => {})"}) {
     auto controller = makeController();
     controller->useSmokeBridge(bridge);
     controller->present();
