@@ -1,5 +1,6 @@
 // The recovery service under a large store: how much of a retention pass the
-// incremental store index saves, and how a draft save grows with the number of
+// incremental store index saves, what one page's version history costs among
+// 100,000 retained versions, and how a draft save grows with the number of
 // drafts already recorded.
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "bridge/FileBridge.h"
+#include "contracts/BridgeRequest.h"
 #include "contracts/IsoDate.h"
 #include "contracts/Json.h"
 #include "recovery/DraftEntry.h"
@@ -28,6 +31,7 @@ using bench::printRow;
 constexpr int kPages = 2000;
 constexpr int kEntriesPerPage = 50;  // 100,000 entries in all
 constexpr int kDraftSaveRuns = 15;
+constexpr int kHistoryRuns = 50;
 
 // Plain create-write-close, no fsync: the fixture only has to exist for the
 // measurement, not survive a power cut, and flushing 200,000 files would take
@@ -85,7 +89,8 @@ void benchRetention(const std::string& root) {
   std::string storeRoot = root + "/retention-store";
   makeFolder(workspace);
   makeFolder(storeRoot);
-  recovery::LocalRecoveryService service(workspace, storeRoot, 20, 86400);
+  auto shared = std::make_shared<recovery::LocalRecoveryService>(workspace, storeRoot, 20, 86400);
+  recovery::LocalRecoveryService& service = *shared;
   auto start = bench::Clock::now();
   fillStore(service.retentionStore().directory(), workspace);
   printRow("fixture: 100,000 entries written (s)", std::to_string(bench::secondsSince(start)));
@@ -102,6 +107,29 @@ void benchRetention(const std::string& root) {
   }));
   printRow("listing the store folder alone, median of 3 (s)", std::to_string(listing));
   printBench("retention_second_vs_first_pass", second / first);
+
+  // The whole GET history of one page of 50 versions, as the editor asks for
+  // it, after the store index was filled by the retention pass at opening.
+  bridge::FileBridge bridge(workspace, shared);
+  const auto history = contracts::BridgeRequest::make(
+      "GET", "history", {{"path", workspace + "/page-1000.html"}}, {}, {});
+  double firstListing = bench::timeRuns(1, [&] { bridge.handle(history); })[0];
+  double listingMs = 1000 * bench::median(bench::timeRuns(kHistoryRuns, [&] {
+                       if (bridge.handle(history).status != 200) {
+                         std::exit(1);
+                       }
+                     }));
+  const auto deleted =
+      contracts::BridgeRequest::make("GET", "deleted", {{"path", workspace}}, {}, {});
+  double deletedMs = 1000 * bench::median(bench::timeRuns(5, [&] { bridge.handle(deleted); }));
+  std::printf("\nversion history, 100,000 entries over 2,000 pages:\n");
+  printRow("GET history of one page, first after opening (ms)",
+           std::to_string(1000 * firstListing));
+  printRow("GET history of one page, median of 50 (ms)", std::to_string(listingMs));
+  printRow("  over listing the store folder alone", std::to_string(listingMs / 1000 / listing));
+  printRow("GET deleted of the workspace, 2,000 pages, median of 5 (ms)",
+           std::to_string(deletedMs));
+  printBench("history_list_ms_100k", listingMs);
 }
 
 // drafts.json with `count` entries for as many pages, written directly.

@@ -15,6 +15,7 @@
 #include "recovery/RecoveryEnvironment.h"
 #include "recovery/RecoveryMaintenance.h"
 #include "recovery/RecoveryServicing.h"
+#include "recovery/RenameHistory.h"
 #include "recovery/RetentionPlan.h"
 #include "recovery/RetentionStoreIndex.h"
 #include "storage/FileSystem.h"
@@ -120,6 +121,13 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   // orphaned swap file(s) left in the workspace".
   std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() override;
 
+  // Version history, answered from the in-memory store index (one status of
+  // the store's folder when nothing changed) and the journal. An unreadable
+  // operations.json is logged and the history then follows no renames.
+  std::vector<storage::RecoveryEntry> pageHistory(const std::string& pagePath) override;
+  storage::RecoveryEntry retainedVersion(const std::string& id) override;
+  std::vector<RetainedPage> retainedPages(const std::string& folder) override;
+
   // Deletes, for every page, the old retained versions and discarded drafts
   // beyond the budget (RetentionPlan), never while conflicts.json is
   // unreadable. An unreadable drafts.json or a failing write of it is thrown
@@ -141,6 +149,8 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
                               const std::vector<DraftEntry>& drafts,
                               const RetentionStoreIndex::EntriesByPage& storeEntries);
   void prune(const std::vector<std::string>& payloadPaths);
+  // The journal's renames; none, logged, when operations.json is unreadable.
+  RenameHistory renameHistory();
   // Whether the retention store's folder accepts a new file, found by making
   // and removing one.
   bool retentionStoreAcceptsWrites();

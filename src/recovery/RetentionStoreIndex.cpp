@@ -1,18 +1,60 @@
 #include "recovery/RetentionStoreIndex.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <exception>
-#include <unordered_set>
 
 namespace vorna::recovery {
 namespace {
 
 constexpr std::string_view kSidecarSuffix = ".json";
 
+bool earlier(const timespec& a, const timespec& b) {
+  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
+}
+
+bool sameTime(const timespec& a, const timespec& b) {
+  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
 }  // namespace
+
+bool RetentionStoreIndex::FolderStamp::operator==(const FolderStamp& other) const {
+  return device == other.device && inode == other.inode && sameTime(modified, other.modified) &&
+         sameTime(changed, other.changed);
+}
 
 const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     const storage::RecoveryStore& store) {
+  struct stat info {};
+  std::optional<FolderStamp> now;
+  if (store.fileSystem().stat(store.directory(), &info) == 0) {
+    now = FolderStamp{info.st_dev, info.st_ino, info.st_mtim, info.st_ctim};
+  }
+  if (now && listed_ && *now == *listed_) {
+    if (!unread_.empty()) {
+      std::vector<std::string> retry(unread_.begin(), unread_.end());
+      std::sort(retry.begin(), retry.end());
+      unread_.clear();
+      add(store, retry);
+    }
+    return byPage_;
+  }
+  relist(store);
+  // File times come from the kernel's coarse clock or a finer one; once even
+  // the coarse clock is past the folder's time, any later change of the folder
+  // carries a later time, so this status can stand for the listing just made.
+  timespec clock{};
+  listed_.reset();
+  if (now && ::clock_gettime(CLOCK_REALTIME_COARSE, &clock) == 0 && earlier(now->modified, clock) &&
+      earlier(now->changed, clock)) {
+    listed_ = now;
+  }
+  return byPage_;
+}
+
+void RetentionStoreIndex::relist(const storage::RecoveryStore& store) {
   std::vector<std::string> names;
   if (store.fileSystem().listDirectory(store.directory(), names) != 0) {
     names.clear();
@@ -44,7 +86,13 @@ const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     }
   }
   std::sort(added.begin(), added.end());
-  for (const std::string& id : added) {
+  unread_.clear();
+  add(store, added);
+}
+
+void RetentionStoreIndex::add(const storage::RecoveryStore& store,
+                              const std::vector<std::string>& ids) {
+  for (const std::string& id : ids) {
     try {
       storage::RecoveryEntry entry = store.readEntry(id);
       if (entry.id != id) {
@@ -53,10 +101,20 @@ const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
       pageOfId_.emplace(id, entry.pagePath);
       byPage_[entry.pagePath].push_back(std::move(entry));
     } catch (const std::exception&) {
-      // Perhaps still being written; the next refresh reads it again.
+      unread_.insert(id);  // perhaps still being written
     }
   }
-  return byPage_;
+}
+
+const storage::RecoveryEntry* RetentionStoreIndex::find(const std::string& id) const {
+  auto page = pageOfId_.find(id);
+  if (page == pageOfId_.end()) {
+    return nullptr;
+  }
+  const std::vector<storage::RecoveryEntry>& entries = byPage_.at(page->second);
+  auto entry = std::find_if(entries.begin(), entries.end(),
+                            [&](const storage::RecoveryEntry& e) { return e.id == id; });
+  return entry == entries.end() ? nullptr : &*entry;
 }
 
 void RetentionStoreIndex::remove(const std::string& id, const std::string& pagePath) {

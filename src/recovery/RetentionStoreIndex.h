@@ -1,7 +1,11 @@
 #pragma once
 
+#include <sys/stat.h>
+
+#include <optional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "storage/RecoveryEntry.h"
@@ -13,6 +17,13 @@ namespace vorna::recovery {
 // to date incrementally: a refresh lists the store's folder and reads only the
 // sidecars it has not read before, so the cost of a pass after the first grows
 // with the listing, not with the number of sidecars.
+//
+// A folder whose status (device, inode, modification and change times) is what
+// it was just before the last listing is not listed again, since no name in it
+// can have come or gone: with 100,000 entries a listing takes a large part of a
+// second, a status a few microseconds. The status counts only once the clock
+// has moved past the folder's modification time, because a change made within
+// the same clock tick as the one before it could leave that time unchanged.
 //
 // Not thread-safe: the service uses it only under its own lock.
 class RetentionStoreIndex {
@@ -29,13 +40,32 @@ class RetentionStoreIndex {
 
   const EntriesByPage& entriesByPage() const { return byPage_; }
   size_t size() const { return pageOfId_.size(); }
+  // The entry with `id` as of the last refresh, or nothing.
+  const storage::RecoveryEntry* find(const std::string& id) const;
 
  private:
+  struct FolderStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    timespec modified{};
+    timespec changed{};
+    bool operator==(const FolderStamp& other) const;
+  };
+
+  void relist(const storage::RecoveryStore& store);
+  // Reads the sidecars of `ids` (ascending) into the index; the ones that
+  // cannot be read go to unread_.
+  void add(const storage::RecoveryStore& store, const std::vector<std::string>& ids);
   void remove(const std::string& id, const std::string& pagePath);
 
   EntriesByPage byPage_;
   // The ids in byPage_, each with its page, so that a removal touches one page.
   std::unordered_map<std::string, std::string> pageOfId_;
+  // Sidecars present at the last listing that could not be read yet.
+  std::unordered_set<std::string> unread_;
+  // The folder's status taken just before the last listing, when it may stand
+  // for that listing.
+  std::optional<FolderStamp> listed_;
 };
 
 }  // namespace vorna::recovery
