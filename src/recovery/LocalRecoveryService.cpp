@@ -567,19 +567,31 @@ std::vector<RecoveryEntry> LocalRecoveryService::sweepOrphanedSwaps() {
 
 // Version history
 
-RenameHistory LocalRecoveryService::renameHistory() {
+const RenameHistory& LocalRecoveryService::renameHistory() {
+  // Parsing a journal of a thousand entries costs more than the rest of a
+  // history request; it is only ever replaced whole, so its stamp tells.
+  std::optional<FileStamp> stamp = FileStamp::of(indexPath(kOperationsFile), fs_);
+  if (stamp && renamesStamp_ && *stamp == *renamesStamp_) {
+    return renames_;
+  }
+  renamesStamp_.reset();
+  const bool settled = stamp && stamp->settled();
   try {
-    return RenameHistory(readOperations());
+    renames_ = RenameHistory(readOperations());
+    if (settled) {
+      renamesStamp_ = stamp;
+    }
   } catch (const RecoveryError& error) {
     log(std::string("version history follows no renames: ") + error.what());
-    return RenameHistory({});
+    renames_ = RenameHistory({});
   }
+  return renames_;
 }
 
 std::vector<RecoveryEntry> LocalRecoveryService::pageHistory(const std::string& pagePath) {
   std::lock_guard guard(lock_);
   const RetentionStoreIndex::EntriesByPage& byPage = storeIndex_.refresh(*retentionStore_);
-  const RenameHistory renames = renameHistory();
+  const RenameHistory& renames = renameHistory();
   std::vector<RecoveryEntry> history;
   for (const std::string& name : renames.formerPaths(pagePath)) {
     auto found = byPage.find(name);
@@ -611,7 +623,7 @@ RecoveryEntry LocalRecoveryService::retainedVersion(const std::string& id) {
 std::vector<RetainedPage> LocalRecoveryService::retainedPages(const std::string& folder) {
   std::lock_guard guard(lock_);
   const RetentionStoreIndex::EntriesByPage& byPage = storeIndex_.refresh(*retentionStore_);
-  const RenameHistory renames = renameHistory();
+  const RenameHistory& renames = renameHistory();
   const std::string prefix = folder.ends_with('/') ? folder : folder + "/";
   auto under = [&](const std::string& path) {
     return path.size() > prefix.size() && path.starts_with(prefix);

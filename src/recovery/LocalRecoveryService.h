@@ -12,6 +12,7 @@
 
 #include "recovery/ConflictEntry.h"
 #include "recovery/DraftEntry.h"
+#include "recovery/FileStamp.h"
 #include "recovery/RecoveryEnvironment.h"
 #include "recovery/RecoveryMaintenance.h"
 #include "recovery/RecoveryServicing.h"
@@ -149,8 +150,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
                               const std::vector<DraftEntry>& drafts,
                               const RetentionStoreIndex::EntriesByPage& storeEntries);
   void prune(const std::vector<std::string>& payloadPaths);
-  // The journal's renames; none, logged, when operations.json is unreadable.
-  RenameHistory renameHistory();
+  // The journal's renames, read again only when operations.json changed;
+  // none, logged, when it is unreadable.
+  const RenameHistory& renameHistory();
   // Whether the retention store's folder accepts a new file, found by making
   // and removing one.
   bool retentionStoreAcceptsWrites();
@@ -166,6 +168,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::unique_ptr<storage::RecoveryStore> retentionStore_;
   std::mutex lock_;
   RetentionStoreIndex storeIndex_;  // guarded by lock_
+  // The renames read from operations.json with its settled stamp, under lock_.
+  RenameHistory renames_{{}};
+  std::optional<FileStamp> renamesStamp_;
 };
 
 }  // namespace vorna::recovery

@@ -1,7 +1,5 @@
 #include "recovery/RetentionStoreIndex.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <exception>
 
@@ -10,28 +8,11 @@ namespace {
 
 constexpr std::string_view kSidecarSuffix = ".json";
 
-bool earlier(const timespec& a, const timespec& b) {
-  return a.tv_sec != b.tv_sec ? a.tv_sec < b.tv_sec : a.tv_nsec < b.tv_nsec;
-}
-
-bool sameTime(const timespec& a, const timespec& b) {
-  return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-}
-
 }  // namespace
-
-bool RetentionStoreIndex::FolderStamp::operator==(const FolderStamp& other) const {
-  return device == other.device && inode == other.inode && sameTime(modified, other.modified) &&
-         sameTime(changed, other.changed);
-}
 
 const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     const storage::RecoveryStore& store) {
-  struct stat info {};
-  std::optional<FolderStamp> now;
-  if (store.fileSystem().stat(store.directory(), &info) == 0) {
-    now = FolderStamp{info.st_dev, info.st_ino, info.st_mtim, info.st_ctim};
-  }
+  std::optional<FileStamp> now = FileStamp::of(store.directory(), store.fileSystem());
   if (now && listed_ && *now == *listed_) {
     if (!unread_.empty()) {
       std::vector<std::string> retry(unread_.begin(), unread_.end());
@@ -41,16 +22,11 @@ const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     }
     return byPage_;
   }
+  // Settled is judged before listing: a change after this moment, even one
+  // the listing misses, then gives the folder another stamp.
+  const bool settled = now && now->settled();
   relist(store);
-  // File times come from the kernel's coarse clock or a finer one; once even
-  // the coarse clock is past the folder's time, any later change of the folder
-  // carries a later time, so this status can stand for the listing just made.
-  timespec clock{};
-  listed_.reset();
-  if (now && ::clock_gettime(CLOCK_REALTIME_COARSE, &clock) == 0 && earlier(now->modified, clock) &&
-      earlier(now->changed, clock)) {
-    listed_ = now;
-  }
+  listed_ = settled ? now : std::nullopt;
   return byPage_;
 }
 

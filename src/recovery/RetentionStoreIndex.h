@@ -1,13 +1,12 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "recovery/FileStamp.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/RecoveryStore.h"
 
@@ -18,12 +17,10 @@ namespace vorna::recovery {
 // sidecars it has not read before, so the cost of a pass after the first grows
 // with the listing, not with the number of sidecars.
 //
-// A folder whose status (device, inode, modification and change times) is what
-// it was just before the last listing is not listed again, since no name in it
-// can have come or gone: with 100,000 entries a listing takes a large part of a
-// second, a status a few microseconds. The status counts only once the clock
-// has moved past the folder's modification time, because a change made within
-// the same clock tick as the one before it could leave that time unchanged.
+// A folder whose stamp (FileStamp) is what it was just before the last
+// listing, and was settled then, is not listed again, since no name in it can
+// have come or gone: with 100,000 entries a listing takes a large part of a
+// second, a status a few microseconds.
 //
 // Not thread-safe: the service uses it only under its own lock.
 class RetentionStoreIndex {
@@ -44,14 +41,6 @@ class RetentionStoreIndex {
   const storage::RecoveryEntry* find(const std::string& id) const;
 
  private:
-  struct FolderStamp {
-    dev_t device = 0;
-    ino_t inode = 0;
-    timespec modified{};
-    timespec changed{};
-    bool operator==(const FolderStamp& other) const;
-  };
-
   void relist(const storage::RecoveryStore& store);
   // Reads the sidecars of `ids` (ascending) into the index; the ones that
   // cannot be read go to unread_.
@@ -63,9 +52,9 @@ class RetentionStoreIndex {
   std::unordered_map<std::string, std::string> pageOfId_;
   // Sidecars present at the last listing that could not be read yet.
   std::unordered_set<std::string> unread_;
-  // The folder's status taken just before the last listing, when it may stand
+  // The folder's stamp taken just before the last listing, when it may stand
   // for that listing.
-  std::optional<FolderStamp> listed_;
+  std::optional<FileStamp> listed_;
 };
 
 }  // namespace vorna::recovery

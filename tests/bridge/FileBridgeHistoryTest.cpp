@@ -88,6 +88,7 @@ TEST_F(FileBridgeHistoryTest, APageRenamedByTheHostKeepsItsHistoryAndDeletedPage
     return call("POST", "rename", {{"path", root + from}, {"to", root + to}}).body;
   };
   EXPECT_EQ(rename("/a.html", "/docs/b.html"), R"({"ok":true})");
+  EXPECT_EQ(historyIds(root + "/docs/b.html"), before);
   EXPECT_EQ(rename("/docs", "/manual"), R"({"ok":true})");
   EXPECT_EQ(historyIds(root + "/manual/b.html"), before);
   EXPECT_EQ(call("GET", "operations").body, "[]");  // each rename was finished
