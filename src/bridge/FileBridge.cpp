@@ -20,6 +20,7 @@
 #include "contracts/ConflictRecord.h"
 #include "contracts/OperationRecord.h"
 #include "recovery/RecoveryMaintenance.h"
+#include "recovery/RenameHistory.h"
 #include "storage/ConflictKind.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
@@ -59,15 +60,6 @@ Json jsonValue(const Record& record) {
   }
 }
 
-template <typename Record>
-Json jsonArray(const std::vector<Record>& records) {
-  Json array = Json::array();
-  for (const Record& record : records) {
-    array.push_back(jsonValue(record));
-  }
-  return array;
-}
-
 // The value of a query parameter, or nothing when it is absent or empty.
 std::optional<std::string> nonEmptyQuery(const BridgeRequest& request, const std::string& key) {
   auto found = request.query.find(key);
@@ -77,15 +69,37 @@ std::optional<std::string> nonEmptyQuery(const BridgeRequest& request, const std
   return found->second;
 }
 
-// A list of records from the recovery service as a bare JSON array, in the
-// service's order; any failure of the service is 507.
-template <typename Fetch>
-BridgeResponse listAnswer(Fetch fetch) {
+// A list from the recovery service as a bare JSON array, in the order fetched,
+// each item converted by `convert` (records by their own JSON form); any
+// failure of the service is 507.
+template <typename Fetch, typename Convert>
+BridgeResponse listAnswer(Fetch fetch, Convert convert) {
   try {
-    return BridgeResponse::json(200, jsonArray(fetch()));
+    Json array = Json::array();
+    for (const auto& item : fetch()) {
+      array.push_back(convert(item));
+    }
+    return BridgeResponse::json(200, array);
   } catch (const std::exception& error) {
     return BridgeResponse::error(507, error.what());
   }
+}
+
+template <typename Fetch>
+BridgeResponse listAnswer(Fetch fetch) {
+  return listAnswer(fetch, [](const auto& record) { return jsonValue(record); });
+}
+
+// One element of a version history.
+Json versionJson(const storage::RecoveryEntry& version) {
+  Json item{{"byteCount", version.byteCount},
+            {"capturedAt", contracts::formatIsoDate(version.capturedAt)},
+            {"id", version.id},
+            {"kind", storage::recoveryKindName(version.kind)}};
+  if (version.fingerprint) {
+    item["fingerprint"] = version.fingerprint->hex;
+  }
+  return item;
 }
 
 // The bytes the recovery service keeps under the "id" parameter, with exactly
@@ -112,7 +126,7 @@ BridgeResponse bytesAnswer(const BridgeRequest& request, std::string_view missin
 }  // namespace
 
 // Rows 10 to 17 mutate. The order is the protocol's: the first match wins.
-const std::array<FileBridge::Route, 19> FileBridge::kRoutes{{
+const std::array<FileBridge::Route, 22> FileBridge::kRoutes{{
     {"GET", "list", &FileBridge::list, false},
     {"GET", "stat", &FileBridge::stat, false},
     {"GET", "file", &FileBridge::readFile, false},
@@ -132,6 +146,9 @@ const std::array<FileBridge::Route, 19> FileBridge::kRoutes{{
     {"POST", "dismiss", &FileBridge::dismiss, true},
     {"POST", "reveal", &FileBridge::reveal, false},
     {"POST", "open", &FileBridge::open, false},
+    {"GET", "history", &FileBridge::listHistory, false},
+    {"GET", "version", &FileBridge::readVersion, false},
+    {"GET", "deleted", &FileBridge::listDeleted, false},
 }};
 
 FileBridge::FileBridge(std::string workspaceRoot,
@@ -583,6 +600,18 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
     } catch (const std::exception&) {
     }
   }
+  // The journal is how a page's version history follows it to its new name.
+  // A name the journal cannot hold (not UTF-8) is moved without an entry.
+  std::optional<contracts::OperationRecord> journal;
+  if (storage::isValidUtf8(source) && storage::isValidUtf8(destination)) {
+    try {
+      journal = recovery_->beginOperation(
+          std::string(recovery::RenameHistory::kLabel),
+          recovery::RenameHistory::journalSteps(source, destination, fingerprint));
+    } catch (const std::exception& error) {
+      return BridgeResponse::error(507, error.what());
+    }
+  }
   watcher_.noteOwnWrite(source, std::nullopt);
   watcher_.noteOwnWrite(destination, fingerprint);
   try {
@@ -600,11 +629,37 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
       storage::renameReplace(source, destination, fs_);
     }
   } catch (const std::exception& error) {
+    closeJournal(journal, /*landed=*/false);
     return BridgeResponse::error(409, error.what());
   }
   storage::fsyncDirectory(storage::parentFolder(destination), fs_);
   storage::fsyncDirectory(storage::parentFolder(source), fs_);
-  return ok();
+  Json answer{{"ok", true}};
+  // The move is made; an entry left unfinished only means the history does
+  // not follow it.
+  if (std::optional<std::string> error = closeJournal(journal, /*landed=*/true)) {
+    answer["journal_error"] = *error;
+  }
+  return BridgeResponse::json(200, answer);
+}
+
+std::optional<std::string> FileBridge::closeJournal(
+    const std::optional<contracts::OperationRecord>& operation, bool landed) {
+  if (!operation) {
+    return std::nullopt;
+  }
+  try {
+    // Each call rewrites the journal, so a move that landed is only finished:
+    // a finished rename without a failed step is one that happened.
+    for (size_t step = 0; !landed && step < operation->steps.size(); ++step) {
+      recovery_->updateStep(operation->id, static_cast<std::int64_t>(step),
+                            contracts::OperationRecord::StepState::failed);
+    }
+    recovery_->finishOperation(operation->id);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return std::nullopt;
 }
 
 BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& path) {
@@ -790,6 +845,52 @@ BridgeResponse FileBridge::dismiss(const BridgeRequest&, const std::string& path
     // is harmless and can be discarded later.
   }
   return BridgeResponse::json(200, Json{{"ok", true}, {"closed", closed}});
+}
+
+// ---- Version history ----
+
+BridgeResponse FileBridge::listHistory(const BridgeRequest&, const std::string& path) {
+  return listAnswer([&] { return recovery_->pageHistory(path); }, versionJson);
+}
+
+BridgeResponse FileBridge::readVersion(const BridgeRequest& request) {
+  std::optional<std::string> id = nonEmptyQuery(request, "id");
+  if (!id) {
+    return BridgeResponse::error(400, "missing id");
+  }
+  // The payload is the one this store's sidecar of that name records: the id
+  // is looked up, never made into a path.
+  storage::RecoveryEntry version;
+  Bytes bytes;
+  try {
+    version = recovery_->retainedVersion(*id);
+    bytes = readWholeFile(version.payloadPath, fs_);
+  } catch (const std::exception&) {
+    return notFound(*id);
+  }
+  std::map<std::string, std::string> headers =
+      fileHeaders(version.payloadPath, Fingerprint::ofBytes(bytes).hex);
+  headers["Content-Type"] = ContentTypes::forPath(version.pagePath);  // not ".bin"'s
+  return BridgeResponse{200, std::move(headers), std::move(bytes)};
+}
+
+BridgeResponse FileBridge::listDeleted(const BridgeRequest&, const std::string& folder) {
+  auto deleted = [&] {
+    std::vector<recovery::RetainedPage> pages = recovery_->retainedPages(folder);
+    std::erase_if(pages, [&](const recovery::RetainedPage& page) {
+      return kindOf(page.pagePath, fs_).has_value();
+    });
+    // The service orders by path; that order stays among equal times.
+    std::stable_sort(pages.begin(), pages.end(), [](const auto& a, const auto& b) {
+      return a.newestCapturedAt > b.newestCapturedAt;
+    });
+    return pages;
+  };
+  return listAnswer(deleted, [](const recovery::RetainedPage& page) {
+    return Json{{"count", page.versionCount},
+                {"newestCapturedAt", contracts::formatIsoDate(page.newestCapturedAt)},
+                {"path", page.pagePath}};
+  });
 }
 
 // ---- Shell operations ----
