@@ -44,7 +44,7 @@ Files:
   $XDG_DATA_HOME/Trash
                     where trashed files go (.Trash-UID at the root of
                     another volume)
-  ../share/vorna/_app
+  )" VORNA_INSTALLED_APP_RELATIVE R"(
                     the editor, beside the program's own folder; a program
                     in its build tree serves the tree's own editor
 )";
