@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "app/CommandLineHelp.h"
 #include "app/E2ERunner.h"
 #include "app/EditorWindowController.h"
 #include "app/FilePaths.h"
@@ -54,6 +55,13 @@ PageTarget AppDelegate::firstTarget(const PageTarget& pending, const PageTarget&
 }
 
 int AppDelegate::run(const char* programPath) {
+  // Answered before GTK starts, so they need no display.
+  if (options_.showHelp || options_.showVersion) {
+    std::string text =
+        options_.showHelp ? CommandLineHelp::helpText() : CommandLineHelp::versionText();
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+  }
   // The self-test modes run beside any editor that is open, never through it.
   auto flags = static_cast<GApplicationFlags>(G_APPLICATION_HANDLES_OPEN |
                                               (options_.selfTest() ? G_APPLICATION_NON_UNIQUE : 0));

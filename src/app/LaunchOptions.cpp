@@ -13,6 +13,10 @@ LaunchOptions LaunchOptions::scan(const std::vector<std::string>& arguments) {
   LaunchOptions options;
   for (size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
+    if (argument == "--help" || argument == "--version") {
+      (argument == "--help" ? options.showHelp : options.showVersion) = true;
+      continue;
+    }
     std::optional<std::string>* slot = argument == "--smoke"      ? &smoke
                                        : argument == "--open"     ? &open
                                        : argument == "--e2e"      ? &e2e

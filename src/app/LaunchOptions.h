@@ -19,11 +19,15 @@ struct LaunchOptions {
   // The arguments that are neither flags nor flag values, in order: what the
   // desktop passes for "Open with", handed on as requests to open.
   std::vector<std::string> openRequests;
+  // --help or --version: print and end before anything else starts.
+  bool showHelp = false;
+  bool showVersion = false;
 
   // Scans left to right. Each of --smoke, --open, --e2e and --scenario takes
   // the next argument as its value whatever it looks like, and the scan goes
   // on after it; a flag as the last argument is ignored; a flag given twice
-  // keeps its last value. `arguments` excludes the program's own path.
+  // keeps its last value. --help and --version take no value. `arguments`
+  // excludes the program's own path.
   static LaunchOptions scan(const std::vector<std::string>& arguments);
 
   bool selfTest() const { return isSmoke || isE2E; }

@@ -58,6 +58,16 @@ TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
   EXPECT_EQ(twice.smokeFolder, standardizedPath(fs::current_path().string() + "/relative/dir"));
 }
 
+TEST_F(LaunchOptionsTest, HelpAndVersionTakeNoValueUnlessTheyAreOne) {
+  LaunchOptions both = LaunchOptions::scan({"--version", "x", "--help"});
+  EXPECT_TRUE(both.showHelp);
+  EXPECT_TRUE(both.showVersion);
+  EXPECT_EQ(both.openRequests, (Args{"x"}));
+  LaunchOptions value = LaunchOptions::scan({"--scenario", "--help"});
+  EXPECT_FALSE(value.showHelp);
+  EXPECT_EQ(value.e2eScenario, "--help");
+}
+
 TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
   EXPECT_FALSE(LaunchOptions::scan({"--e2e", site.string()}).isE2E);
   EXPECT_FALSE(
