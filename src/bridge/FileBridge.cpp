@@ -877,8 +877,12 @@ BridgeResponse FileBridge::readVersion(const BridgeRequest& request) {
 BridgeResponse FileBridge::listDeleted(const BridgeRequest&, const std::string& folder) {
   auto deleted = [&] {
     std::vector<recovery::RetainedPage> pages = recovery_->retainedPages(folder);
+    // A page is offered only under a path that still names itself inside
+    // the workspace: not through a folder that became a link (perhaps to
+    // somewhere outside), which GET history would resolve elsewhere.
     std::erase_if(pages, [&](const recovery::RetainedPage& page) {
-      return kindOf(page.pagePath, fs_).has_value();
+      return boundary_.resolveInside(page.pagePath) != page.pagePath ||
+             kindOf(page.pagePath, fs_).has_value();
     });
     // The service orders by path; that order stays among equal times.
     std::stable_sort(pages.begin(), pages.end(), [](const auto& a, const auto& b) {

@@ -150,6 +150,13 @@ TEST_F(FileBridgeHistoryTest, PathsAreRefusedExactlyAsAFileReadRefusesThem) {
     EXPECT_EQ(call("GET", "history", query), refused);
     EXPECT_EQ(call("GET", "deleted", query), refused);
   }
+  // Nor is a deleted page offered through a folder that became a link.
+  ASSERT_EQ(create(root + "/gone/x.html", "x").status, 200);
+  ASSERT_EQ(::unlink((root + "/gone/x.html").c_str()), 0);
+  EXPECT_EQ(bodyJson(get("deleted", root)).size(), 1u);
+  ASSERT_EQ(::rmdir((root + "/gone").c_str()), 0);
+  tmp.symlink("../outside", "w/gone");
+  EXPECT_EQ(get("deleted", root).body, "[]");
   expectError(call("GET", "version"), 400, "missing id");
   expectError(call("GET", "version", {{"id", ""}}), 400, "missing id");
 }
