@@ -62,6 +62,9 @@ int AppDelegate::run(const char* programPath) {
     std::fwrite(text.data(), 1, text.size(), stdout);
     return std::fflush(stdout) == 0 ? 0 : 1;
   }
+  if (std::optional<std::string> line = options_.ignoredLine()) {
+    std::fputs(line->c_str(), stderr);
+  }
   // The self-test modes run beside any editor that is open, never through it.
   auto flags = static_cast<GApplicationFlags>(G_APPLICATION_HANDLES_OPEN |
                                               (options_.selfTest() ? G_APPLICATION_NON_UNIQUE : 0));
@@ -104,18 +107,15 @@ int AppDelegate::run(const char* programPath) {
     return 1;
   }
 
-  // What reaches "open": the desktop's "Open with" arguments, and, when an
-  // editor already runs, the --open target too, so that it opens there. As
-  // URIs they can never be mistaken for options.
+  // What reaches "open": when an editor already runs, the --open target, so
+  // that it opens there (the desktop's "Open with" passes it with --open too).
+  // As URIs they can never be mistaken for options.
   std::vector<std::string> paths;
   bool remote = g_application_get_is_remote(G_APPLICATION(application.get())) != FALSE;
-  if (!options_.selfTest()) {
-    if (remote && options_.requestedFolder) {
-      paths.push_back(options_.requestedPage
-                          ? *options_.requestedFolder + "/" + *options_.requestedPage
-                          : *options_.requestedFolder);
-    }
-    paths.insert(paths.end(), options_.openRequests.begin(), options_.openRequests.end());
+  if (!options_.selfTest() && remote && options_.requestedFolder) {
+    paths.push_back(options_.requestedPage
+                        ? *options_.requestedFolder + "/" + *options_.requestedPage
+                        : *options_.requestedFolder);
   }
   std::vector<std::string> uris;
   for (const std::string& path : paths) {

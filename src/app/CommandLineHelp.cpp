@@ -3,7 +3,7 @@
 namespace vorna::app {
 
 std::string CommandLineHelp::helpText() {
-  return R"(Usage: vorna [--open FOLDER-OR-PAGE] [FOLDER-OR-PAGE...]
+  return R"(Usage: vorna [--open FOLDER-OR-PAGE]
   or:  vorna --smoke FOLDER
   or:  vorna --e2e FOLDER-OR-PAGE --scenario NAME
 Edit a folder of HTML pages without ever losing a version. A page opens in its
@@ -20,7 +20,8 @@ Options:
   --scenario NAME  the scenario to run: $VORNA_E2E_DIR/NAME.js
   --help           print this help and exit
   --version        print the version and exit
-An option's value is the next argument, whatever it looks like.
+An option's value is the next argument, whatever it looks like. Other arguments
+are not opened: they are ignored, with one line on standard error.
 
 Environment:
   VORNA_APP_DIR        serve the editor from this folder (it holds index.html)

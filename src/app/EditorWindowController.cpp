@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 
 #include "app/AppSchemeHandler.h"
 #include "app/BridgeMessageHandler.h"
@@ -19,6 +20,8 @@
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
 #include "contracts/Json.h"
+#include "storage/PathNames.h"
+#include "storage/UserFolders.h"
 
 namespace vorna::app {
 namespace {
@@ -56,6 +59,17 @@ EditorWindowController* claim(gpointer data) {
   std::unique_ptr<Alive> alive(static_cast<Alive*>(data));
   std::shared_ptr<EditorWindowController*> self = alive->lock();
   return self ? *self : nullptr;
+}
+
+// An XDG folder, or the one GLib names when the environment names none.
+std::string userFolder(const char* variable, std::string_view underHome) {
+  return storage::xdgFolder(variable, underHome)
+      .value_or(storage::joinPath(g_get_home_dir(), underHome));
+}
+
+// Where compiled content filters are kept between runs.
+std::string filterFolder() {
+  return storage::joinPath(userFolder("XDG_CACHE_HOME", ".cache"), "vorna/content-filters");
 }
 
 std::string blockerIdentifier() {
@@ -101,11 +115,18 @@ EditorWindowController::~EditorWindowController() {
   if (!windowClosed_) {
     gtk_window_destroy(window_.get());
   }
+  if (!privateFilterFolder_.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(privateFilterFolder_, ignored);
+  }
 }
 
 void EditorWindowController::buildWebView() {
   context_ = GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
-  webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+  // The document-browser model keeps a page the main frame left whole for a
+  // while (the document viewer keeps none), so that the editor can be brought
+  // back as it was, the text being edited included (see keepEditor).
+  webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_BROWSER);
   AppSchemeHandler::registerWith(context_.get(), host_);
 
   contentManager_ = GObjectPtr<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
@@ -128,9 +149,16 @@ void EditorWindowController::buildWebView() {
   webkit_settings_set_enable_developer_extras(settings.get(), TRUE);
   webkit_settings_set_enable_back_forward_navigation_gestures(settings.get(), FALSE);
 
-  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(
-      g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "user-content-manager",
-                   contentManager_.get(), "settings", settings.get(), nullptr)));
+  // The engine's own data (local storage) and cache go where the default
+  // session would put them, but never to a folder named by a relative XDG
+  // variable, which would move with the folder the program was started from.
+  std::string data = storage::joinPath(userFolder("XDG_DATA_HOME", ".local/share"), "vorna");
+  std::string cache = storage::joinPath(userFolder("XDG_CACHE_HOME", ".cache"), "vorna");
+  auto session = GObjectPtr<WebKitNetworkSession>::adopt(
+      webkit_network_session_new(data.c_str(), cache.c_str()));
+  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(g_object_new(
+      WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session.get(),
+      "user-content-manager", contentManager_.get(), "settings", settings.get(), nullptr)));
 }
 
 void EditorWindowController::buildWindow(GtkApplication* application) {
@@ -309,8 +337,8 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
           // The engine does not say which frame a navigation is for. So about:,
           // blob: and data: pass here for every frame; a main-frame blob: or
           // data: document is then refused by the response decision (and the
-          // engine refuses top-level data: itself), but a main-frame about:
-          // page has no response and cannot be told from a sub-frame's.
+          // engine refuses top-level data: itself). A main-frame about: page
+          // has no response: the commit brings the editor back (keepEditor).
           NavigationDecision decided =
               type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION
                   ? NavigationPolicy::decideNewWindow(url, link)
@@ -346,9 +374,20 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
   connectSignal(
       self->webView_.get(), "load-changed",
       +[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
+        if (event == WEBKIT_LOAD_COMMITTED) {
+          guarded("a committed load",
+                  [&] { static_cast<EditorWindowController*>(data)->keepEditor(); });
+        }
         if (event == WEBKIT_LOAD_FINISHED) {
           guarded("a finished load",
                   [&] { static_cast<EditorWindowController*>(data)->finishLoad(true); });
+          guarded("changes held back", [&] {
+            auto* controller = static_cast<EditorWindowController*>(data);
+            for (const contracts::WorkspaceChange& held :
+                 std::exchange(controller->heldChanges_, {})) {
+              controller->deliver(held);
+            }
+          });
         }
       },
       self);
@@ -484,18 +523,16 @@ void EditorWindowController::showAlert(WebKitScriptDialog* dialog) {
 }
 
 void EditorWindowController::installContentBlocker() {
-  GText folder(g_build_filename(g_get_user_cache_dir(), "vorna", "content-filters", nullptr));
   filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
-      webkit_user_content_filter_store_new(folder.get()));
+      webkit_user_content_filter_store_new(filterFolder().c_str()));
   std::string identifier = blockerIdentifier();
   // A filter compiled by an earlier run is reused; otherwise it is compiled now.
   webkit_user_content_filter_store_load(
       filterStore_.get(), identifier.c_str(), cancellable_.get(),
       [](GObject* source, GAsyncResult* result, gpointer data) {
         EditorWindowController* self = claim(data);
-        auto* store = WEBKIT_USER_CONTENT_FILTER_STORE(source);
-        ContentFilterPtr filter(
-            webkit_user_content_filter_store_load_finish(store, result, nullptr));
+        ContentFilterPtr filter(webkit_user_content_filter_store_load_finish(
+            WEBKIT_USER_CONTENT_FILTER_STORE(source), result, nullptr));
         if (self == nullptr) {
           return;
         }
@@ -503,25 +540,62 @@ void EditorWindowController::installContentBlocker() {
           self->contentBlockerInstalled(filter.get(), "");
           return;
         }
-        GBytesPtr rules(g_bytes_new_static(
-            NavigationPolicy::contentBlockRules(),
-            std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
-        webkit_user_content_filter_store_save(
-            store, blockerIdentifier().c_str(), rules.get(), self->cancellable_.get(),
-            [](GObject* saver, GAsyncResult* saved, gpointer held) {
-              EditorWindowController* controller = claim(held);
-              GError* error = nullptr;
-              ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
-                  WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
-              GErrorPtr owned(error);
-              if (controller != nullptr) {
-                controller->contentBlockerInstalled(compiled.get(),
-                                                    owned ? owned->message : "unknown error");
-              }
-            },
-            new Alive(self->alive_));
+        self->compileContentBlocker(filterFolder(), /*lastTry=*/false);
       },
       new Alive(alive_));
+}
+
+void EditorWindowController::compileContentBlocker(const std::string& folder, bool lastTry) {
+  GBytesPtr rules(
+      g_bytes_new_static(NavigationPolicy::contentBlockRules(),
+                         std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
+  struct Attempt {
+    Alive alive;
+    std::string folder;
+    bool lastTry;
+  };
+  webkit_user_content_filter_store_save(
+      filterStore_.get(), blockerIdentifier().c_str(), rules.get(), cancellable_.get(),
+      [](GObject* saver, GAsyncResult* saved, gpointer held) {
+        std::unique_ptr<Attempt> attempt(static_cast<Attempt*>(held));
+        GError* error = nullptr;
+        ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
+            WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
+        GErrorPtr owned(error);
+        std::shared_ptr<EditorWindowController*> self = attempt->alive.lock();
+        if (!self) {
+          return;
+        }
+        EditorWindowController& controller = **self;
+        std::string failure = owned ? owned->message : "unknown error";
+        if (!compiled && !attempt->lastTry) {
+          // The cache folder cannot take it (not writable, full, not a
+          // folder): a private folder of this run serves instead.
+          if (std::optional<std::string> privateFolder = controller.makePrivateFilterFolder()) {
+            std::fprintf(stderr,
+                         "Vorna: the content filter could not be kept in %s (%s); it is compiled "
+                         "into %s for this run\n",
+                         attempt->folder.c_str(), failure.c_str(), privateFolder->c_str());
+            controller.compileContentBlocker(*privateFolder, /*lastTry=*/true);
+            return;
+          }
+        }
+        controller.contentBlockerInstalled(compiled.get(), failure);
+      },
+      new Attempt{Alive(alive_), folder, lastTry});
+}
+
+std::optional<std::string> EditorWindowController::makePrivateFilterFolder() {
+  GError* error = nullptr;
+  GText made(g_dir_make_tmp("vorna-content-filter-XXXXXX", &error));
+  GErrorPtr owned(error);
+  if (!made) {
+    return std::nullopt;
+  }
+  privateFilterFolder_ = made.get();
+  filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
+      webkit_user_content_filter_store_new(made.get()));
+  return privateFilterFolder_;
 }
 
 void EditorWindowController::contentBlockerInstalled(WebKitUserContentFilter* filter,
@@ -593,6 +667,13 @@ void EditorWindowController::swapFolder(const std::string& folder,
   bridge_ = bridge;
   host_->setBridge(bridge);
   folder_ = standard;
+  bridge->setWatchNoticeHandler([alive = Alive(alive_)](const std::string& notice) {
+    postToMainThread([alive, notice] {
+      if (auto self = alive.lock()) {
+        (*self)->presentWatchNotice(notice);
+      }
+    });
+  });
   bridge->startWatching([alive = Alive(alive_)](const contracts::WorkspaceChange& change) {
     postToMainThread([alive, change] {
       if (auto self = alive.lock()) {
@@ -645,6 +726,13 @@ void EditorWindowController::deliver(const contracts::WorkspaceChange& change) {
   if (!script || windowClosed_) {
     return;
   }
+  // While the main frame is away (keepEditor is bringing the editor back) a
+  // change would reach a page that is not the editor; it waits instead.
+  const char* uri = webkit_web_view_get_uri(webView_.get());
+  if (uri != nullptr && !NavigationPolicy::isEditorDocument(uri)) {
+    heldChanges_.push_back(change);
+    return;
+  }
   webkit_web_view_evaluate_javascript(webView_.get(), script->c_str(),
                                       static_cast<gssize>(script->size()), nullptr, nullptr,
                                       nullptr, nullptr, nullptr);
@@ -665,6 +753,15 @@ void EditorWindowController::presentError(const std::string& title, const std::s
       +[](GtkDialog* shown, int, gpointer) { gtk_window_destroy(GTK_WINDOW(shown)); }, nullptr);
   G_GNUC_END_IGNORE_DEPRECATIONS
   gtk_window_present(GTK_WINDOW(alert));
+}
+
+void EditorWindowController::presentWatchNotice(const std::string& notice) {
+  // Once per run: the limits are the computer's, and opening another folder
+  // does not change them.
+  if (std::exchange(watchNoticeShown_, true)) {
+    return;
+  }
+  presentError(kWatchNoticeTitle, notice);
 }
 
 void EditorWindowController::present() {
@@ -706,6 +803,30 @@ void EditorWindowController::countNavigation(const NavigationDecision& decision,
       seams_.openExternally(url);
     }
   }
+}
+
+void EditorWindowController::keepEditor() {
+  const char* uri = webkit_web_view_get_uri(webView_.get());
+  if (uri == nullptr || NavigationPolicy::isEditorDocument(uri)) {
+    return;
+  }
+  ++editorReturns_;
+  std::string shown(uri);
+  if (shown.size() > 80) {
+    shown = shown.substr(0, 80) + "…";
+  }
+  std::fprintf(stderr, "Vorna: the editor's page was replaced by %s; it is brought back\n",
+               shown.c_str());
+  WebKitBackForwardListItem* back =
+      webkit_back_forward_list_get_back_item(webkit_web_view_get_back_forward_list(webView_.get()));
+  if (back != nullptr &&
+      NavigationPolicy::isEditorDocument(webkit_back_forward_list_item_get_uri(back))) {
+    // The engine keeps the left page whole where it can, and going back then
+    // restores it as it was: the text being edited included.
+    webkit_web_view_go_back(webView_.get());
+    return;
+  }
+  load(folder_, std::nullopt);
 }
 
 void EditorWindowController::finishLoad(bool success) {

@@ -91,6 +91,11 @@ class EditorWindowController {
   // An alert, or "Vorna: {title}: {detail}" on standard error when headless.
   void presentError(const std::string& title, const std::string& detail);
 
+  // Tells the user, once per run, what the watcher said about changes by
+  // other programs showing up late; as presentError, under kWatchNoticeTitle.
+  void presentWatchNotice(const std::string& notice);
+  static constexpr const char* kWatchNoticeTitle = "Changes by other programs will show up late";
+
   // Shows the window and brings it to the front.
   void present();
 
@@ -121,11 +126,21 @@ class EditorWindowController {
   GtkWindow* window() const { return window_.get(); }
   // True once the content blocker is installed and loads go ahead.
   bool contentBlockerReady() const { return contentBlockerReady_; }
+  // How often the main frame committed to something other than the editor
+  // and was brought back.
+  int editorReturns() const { return editorReturns_; }
 
  private:
   void buildWebView();
   void buildWindow(GtkApplication* application);
   void installContentBlocker();
+  // Compiles the blocker into `folder`'s store; unless this is the last try, a
+  // failure moves on to a private folder of this run.
+  void compileContentBlocker(const std::string& folder, bool lastTry);
+  std::optional<std::string> makePrivateFilterFolder();
+  // After a main-frame commit: anything but an editor document is left again,
+  // back to the editor (see NavigationPolicy::isEditorDocument).
+  void keepEditor();
   // Adds the compiled blocker and lets the waiting load go; with none, loads nothing.
   void contentBlockerInstalled(WebKitUserContentFilter* filter, const std::string& failure);
   void countNavigation(const NavigationDecision& decision, const std::string& url);
@@ -157,6 +172,10 @@ class EditorWindowController {
   ContextMenuObserver contextMenuObserver_;
   bool contentBlockerReady_ = false;
   bool contentBlockerFailed_ = false;
+  std::string privateFilterFolder_;  // made when the cache could not take the filter
+  int editorReturns_ = 0;
+  std::vector<contracts::WorkspaceChange> heldChanges_;  // while the main frame is away
+  bool watchNoticeShown_ = false;
   std::optional<std::string> pendingUrl_;
   bool blockedExternalNavigation_ = false;
   int externalOpenAttempts_ = 0;

@@ -15,7 +15,6 @@
 #include "bridge/ItemFacts.h"
 #include "bridge/NaturalOrder.h"
 #include "bridge/PageKinds.h"
-#include "bridge/WholeFile.h"
 #include "contracts/BridgeHeader.h"
 #include "contracts/ConflictRecord.h"
 #include "contracts/OperationRecord.h"
@@ -47,6 +46,16 @@ BridgeResponse notFound(const std::string& path) {
 
 BridgeResponse ok() {
   return BridgeResponse::json(200, Json{{"ok", true}});
+}
+
+// A pipe, device or socket is never saved over or moved: a reader or writer
+// on its other end could be handed a page, or hold the operation for good.
+std::optional<BridgeResponse> refuseSpecialFile(const std::string& path, storage::FileSystem& fs) {
+  struct stat info {};
+  if (fs.stat(path, &info) != 0 || S_ISDIR(info.st_mode) || S_ISREG(info.st_mode)) {
+    return std::nullopt;
+  }
+  return BridgeResponse::error(400, storage::FileOpError::notAFile(path).description());
 }
 
 // A record that cannot be turned into JSON stands as an empty map, so one bad
@@ -201,7 +210,11 @@ BridgeResponse FileBridge::run(const Route& route, const BridgeRequest& request)
 }
 
 void FileBridge::startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) {
-  watcher_.start(std::move(onChange));
+  watcher_.start(std::move(onChange), watchNotice_);
+}
+
+void FileBridge::setWatchNoticeHandler(std::function<void(const std::string& notice)> onNotice) {
+  watchNotice_ = std::move(onNotice);
 }
 
 void FileBridge::stopWatching() {
@@ -219,6 +232,10 @@ storage::SafeAdapter& FileBridge::adapter() {
         /*retainPendingBytes=*/false, /*restoreExternalVersion=*/true, fs_);
   });
   return *adapter_;
+}
+
+std::function<void(const std::string&)> FileBridge::announceFolder() {
+  return [this](const std::string& folder) { watcher_.noteOwnWrite(folder, std::nullopt); };
 }
 
 bool FileBridge::fileExists(const std::string& path) const {
@@ -272,6 +289,7 @@ BridgeResponse FileBridge::list(const BridgeRequest&, const std::string& path) {
     checkpoints_.log("list of " + path + " left out " + std::to_string(unnamed) +
                      " name(s) that are not valid UTF-8");
   }
+  watcher_.noteInterest(path);
   sortNaturally(shown);
   Json entries = Json::array();
   for (std::string& name : shown) {
@@ -309,10 +327,11 @@ BridgeResponse FileBridge::readFile(const BridgeRequest&, const std::string& pat
   }
   Bytes bytes;
   try {
-    bytes = readWholeFile(path, fs_);
+    bytes = storage::readFileWhole(path, fs_);
   } catch (const std::exception&) {
     return notFound(path);
   }
+  watcher_.noteInterest(path);
   // One read feeds the fingerprint, the checkpoint and the body, so all three
   // describe the same version even if the file changes meanwhile.
   std::string fingerprint = Fingerprint::ofBytes(bytes).hex;
@@ -342,6 +361,9 @@ BridgeResponse FileBridge::putFile(const BridgeRequest& request, const std::stri
 
 BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::string& page,
                                     const std::string& base) {
+  if (std::optional<BridgeResponse> refusal = refuseSpecialFile(page, fs_)) {
+    return *refusal;
+  }
   // The editor's bytes are held by the recovery service before the page is
   // touched; without that there is no write at all.
   std::optional<contracts::DraftRecord> draft;
@@ -398,7 +420,7 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
   }
   if (basePayload) {
     try {
-      baseBytes = readWholeFile(*basePayload, fs_);
+      baseBytes = storage::readFileWhole(*basePayload, fs_);
     } catch (const std::exception&) {
     }
   }
@@ -429,7 +451,7 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
   std::optional<Bytes> disk;
   if (kindOf(page, fs_) == ItemKind::file) {
     try {
-      disk = readWholeFile(page, fs_);
+      disk = storage::readFileWhole(page, fs_);
     } catch (const std::exception&) {
     }
   }
@@ -539,7 +561,7 @@ BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::s
   watcher_.noteOwnWrite(path, fingerprint);
   const std::string folder = storage::parentFolder(path);
   try {
-    makeFolders(folder, kFolderMode, fs_);
+    makeFolders(folder, kFolderMode, fs_, announceFolder());
     try {
       storage::writeDurably(request.body, path, /*exclusive=*/true, kCreatedFileMode, fs_);
     } catch (const storage::FileOpError& error) {
@@ -566,13 +588,11 @@ BridgeResponse FileBridge::makeFolder(const BridgeRequest&, const std::string& p
   if (kindOf(path, fs_) == ItemKind::directory) {
     return ok();
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   try {
-    makeFolders(path, kFolderMode, fs_);
+    makeFolders(path, kFolderMode, fs_, announceFolder());
   } catch (const std::exception& error) {
     return BridgeResponse::error(400, error.what());
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   return ok();
 }
 
@@ -588,6 +608,9 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
   std::optional<ItemKind> kind = kindOf(source, fs_);
   if (!kind) {
     return notFound(source);
+  }
+  if (std::optional<BridgeResponse> refusal = refuseSpecialFile(source, fs_)) {
+    return *refusal;
   }
   if (kindOf(destination, fs_)) {
     return BridgeResponse::error(409, "destination exists");
@@ -612,22 +635,28 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
       return BridgeResponse::error(507, error.what());
     }
   }
-  watcher_.noteOwnWrite(source, std::nullopt);
-  watcher_.noteOwnWrite(destination, fingerprint);
+  // The move is announced whole, so that nothing below a moved folder echoes;
+  // a file's new path is also announced by content, for a move that had to
+  // copy it across file systems.
+  watcher_.noteOwnMove(source, destination);
+  if (fingerprint) {
+    watcher_.noteOwnWrite(destination, fingerprint);
+  }
   try {
-    makeFolders(storage::parentFolder(destination), kFolderMode, fs_);
+    makeFolders(storage::parentFolder(destination), kFolderMode, fs_, announceFolder());
+    // Neither move replaces what another program put at the destination
+    // after the look above; folders move only within one file system.
     if (regular) {
       storage::moveFilePreservingInode(source, destination, fs_);
     } else {
-      // Folders (and pipes or devices) move only within one file system;
-      // rename(2) would merge into an empty folder at the destination, so
-      // look first.
-      struct stat there {};
-      if (fs_.lstat(destination, &there) == 0) {
-        throw storage::FileOpError::wouldOverwrite(destination);
-      }
-      storage::renameReplace(source, destination, fs_);
+      storage::moveWithoutReplacing(source, destination, fs_);
     }
+  } catch (const storage::FileOpError& error) {
+    closeJournal(journal, /*landed=*/false);
+    if (error.kind() == storage::FileOpError::Kind::wouldOverwrite) {
+      return BridgeResponse::error(409, "exists");
+    }
+    return BridgeResponse::error(409, error.what());
   } catch (const std::exception& error) {
     closeJournal(journal, /*landed=*/false);
     return BridgeResponse::error(409, error.what());
@@ -666,7 +695,7 @@ BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& pa
   if (kindOf(path, fs_) != ItemKind::file) {
     return notFound(path);
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
+  watcher_.noteOwnMove(path, std::nullopt);
   std::optional<std::string> homeTrash = environment_.homeTrash();
   if (!homeTrash) {
     return BridgeResponse::error(404, "no trash folder: neither XDG_DATA_HOME nor HOME is set");
@@ -680,7 +709,6 @@ BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& pa
   } catch (const std::exception& error) {
     return BridgeResponse::error(404, error.what());
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   return BridgeResponse::json(200, Json{{"ok", true}, {"trashed", trashed}});
 }
 

@@ -89,6 +89,7 @@ class FileBridge final : public contracts::BridgeHandling {
   contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override;
   void startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) override;
   void stopWatching() override;
+  void setWatchNoticeHandler(std::function<void(const std::string& notice)> onNotice) override;
 
   const WorkspaceBoundary& boundary() const { return boundary_; }
   LoadCheckpointIndex& checkpoints() { return checkpoints_; }
@@ -173,6 +174,8 @@ class FileBridge final : public contracts::BridgeHandling {
   contracts::Json saveResult(const std::string& path, size_t bytes,
                              const std::string& fingerprint) const;
   bool fileExists(const std::string& path) const;
+  // Announces each folder a mutation makes to the watcher, as it is made.
+  std::function<void(const std::string&)> announceFolder();
   storage::SafeAdapter& adapter();
 
   const std::string workspaceRoot_;
@@ -185,6 +188,7 @@ class FileBridge final : public contracts::BridgeHandling {
   std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept
   BridgeEnvironment environment_;
   storage::FileSystem& fs_;
+  WorkspaceWatcher::NoticeHandler watchNotice_;
 };
 
 }  // namespace vorna::bridge

@@ -8,7 +8,8 @@
 
 namespace vorna::bridge {
 
-void makeFolders(const std::string& path, mode_t mode, storage::FileSystem& fs) {
+void makeFolders(const std::string& path, mode_t mode, storage::FileSystem& fs,
+                 const std::function<void(const std::string&)>& made) {
   struct stat info {};
   if (fs.stat(path, &info) == 0 && S_ISDIR(info.st_mode)) {
     return;
@@ -24,6 +25,9 @@ void makeFolders(const std::string& path, mode_t mode, storage::FileSystem& fs) 
       continue;
     }
     if (fs.mkdir(prefix, mode) == 0) {
+      if (made) {
+        made(prefix);
+      }
       continue;
     }
     const int code = errno;

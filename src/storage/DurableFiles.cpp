@@ -72,6 +72,13 @@ Bytes readFileWhole(const std::string& path, FileSystem& fs) {
   if (!fd) {
     throw FileOpError::fromErrno("open", path);
   }
+  struct stat info {};
+  if (fs.fstat(fd.get(), &info) != 0) {
+    throw FileOpError::fromErrno("fstat", path);
+  }
+  if (!S_ISREG(info.st_mode)) {
+    throw FileOpError::notAFile(path);
+  }
   return readAll(fd.get(), path, fs);
 }
 
@@ -102,18 +109,35 @@ void swapPaths(const std::string& a, const std::string& b, FileSystem& fs) {
   }
 }
 
-bool moveFilePreservingInode(const std::string& source, const std::string& destination,
-                             FileSystem& fs) {
-  struct stat st{};
-  // rename(2) would silently replace a file at the destination; refuse first.
+void moveWithoutReplacing(const std::string& source, const std::string& destination,
+                          FileSystem& fs) {
+  if (fs.renameNoReplace(source, destination) == 0) {
+    return;
+  }
+  if (errno == EEXIST) {
+    throw FileOpError::wouldOverwrite(destination);
+  }
+  if (errno != EINVAL) {
+    throw FileOpError::fromErrno("rename", source);
+  }
+  // The file system cannot rename without replacing (some network ones): look
+  // first, which leaves only the moment between the look and the rename.
+  struct stat st {};
   if (fs.lstat(destination, &st) == 0) {
     throw FileOpError::wouldOverwrite(destination);
   }
-  if (fs.rename(source, destination) == 0) {
+  renameReplace(source, destination, fs);
+}
+
+bool moveFilePreservingInode(const std::string& source, const std::string& destination,
+                             FileSystem& fs) {
+  try {
+    moveWithoutReplacing(source, destination, fs);
     return false;
-  }
-  if (errno != EXDEV) {
-    throw FileOpError::fromErrno("rename", source);
+  } catch (const FileOpError& error) {
+    if (error.code() != EXDEV) {
+      throw;
+    }
   }
   Bytes bytes = readFileWhole(source, fs);
   writeDurably(bytes, destination, /*exclusive=*/true, 0644, fs);

@@ -30,7 +30,9 @@ void writeAll(int fd, std::string_view bytes, const std::string& path,
 // size. Error: "read".
 contracts::Bytes readAll(int fd, const std::string& path, FileSystem& fs = FileSystem::real());
 
-// Opens, reads whole and closes a file. Errors: "open", "read".
+// Opens, reads whole and closes a regular file; anything else (a pipe, a
+// device, a socket) is notAFile, and the open never waits for a pipe's writer.
+// Errors: "open", "fstat", notAFile, "read".
 contracts::Bytes readFileWhole(const std::string& path, FileSystem& fs = FileSystem::real());
 
 // rename(2): replaces `destination` atomically. Error: "rename" on `source`.
@@ -43,10 +45,18 @@ void renameReplace(const std::string& source, const std::string& destination,
 // There is deliberately no non-atomic fallback.
 void swapPaths(const std::string& a, const std::string& b, FileSystem& fs = FileSystem::real());
 
-// Moves a file so that, where possible, it stays the same inode. Never
-// overwrites: wouldOverwrite(destination) when anything is there. Across file
-// systems it copies (exclusive, mode 0644, flushed) and removes the source,
-// returning true. Errors: wouldOverwrite, "rename", and the copy's errors.
+// Moves a file or a folder in one rename that never replaces: wouldOverwrite
+// (destination) when anything is there, also when it came after any look the
+// caller took. Where the file system cannot rename without replacing (EINVAL)
+// it looks first, which leaves only the moment between look and rename.
+// Errors: wouldOverwrite, "rename" on `source` (EXDEV across file systems).
+void moveWithoutReplacing(const std::string& source, const std::string& destination,
+                          FileSystem& fs = FileSystem::real());
+
+// Moves a file so that, where possible, it stays the same inode, never
+// replacing anything (as moveWithoutReplacing). Across file systems it copies
+// (exclusive, mode 0644, flushed) and removes the source, returning true.
+// Errors: wouldOverwrite, "rename", and the copy's errors.
 bool moveFilePreservingInode(const std::string& source, const std::string& destination,
                              FileSystem& fs = FileSystem::real());
 

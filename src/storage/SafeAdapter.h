@@ -27,9 +27,10 @@ namespace vorna::storage {
 // - It is not, and not restoreExternalVersion: the new bytes stay, the foreign
 //   version is retained (displacedExternal) -> externalVersion.
 //
-// A missing page or a folder is SaveOutcome::error(pageMissing), and a page
-// path that is not valid UTF-8 (which no sidecar could record) an error as
-// well; both before anything is written. A later step that fails yields
+// A missing page or a folder is SaveOutcome::error(pageMissing); anything else
+// that is not a regular file (a pipe, a device, a socket: "not a regular file:
+// {path}") and a page path that is not valid UTF-8 (which no sidecar could
+// record) are errors as well; all before anything is written. A later step that fails yields
 // SaveOutcome::error with that step's error text. What it leaves: a staged
 // ".vn-swap-" file beside the page holding a prefix of the new bytes, a
 // displaced or withdrawn version, or nothing; a payload in the store without

@@ -1,15 +1,17 @@
-#include "storage/DurableFiles.h"
-
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
-
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
+#include "storage/Fingerprint.h"
 #include "support/FaultInjectingFileSystem.h"
 #include "support/TempDir.h"
+#include "support/TimeLimit.h"
 
 namespace vorna::storage {
 namespace {
@@ -132,6 +134,33 @@ TEST(ReadFileWhole, ReadsFilesOfAnySizeAndReportsFailures) {
             FileOpError::syscall("open", ENOENT, dir / "missing"));
 }
 
+// A pipe would hold the reader until a writer came, and a device could be
+// endless: neither is read, and neither waits.
+TEST(ReadFileWhole, OnlyRegularFilesAreReadOrFingerprintedAndNothingElseWaits) {
+  TempDir dir;
+  testing::makePipe(dir / "pipe");
+  int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::string socketPath = dir / "socket";
+  socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_TRUE(testing::finishesWithin(
+      std::chrono::seconds(5),
+      [&] {
+        // A socket cannot even be opened.
+        for (const auto& [path, error] :
+             {std::pair{dir / "pipe", FileOpError::notAFile(dir / "pipe")},
+              std::pair{std::string("/dev/zero"), FileOpError::notAFile("/dev/zero")},
+              std::pair{socketPath, FileOpError::syscall("open", ENXIO, socketPath)}}) {
+          EXPECT_EQ(errorOf([&] { fingerprintFile(path); }), error) << path;
+          EXPECT_EQ(errorOf([&] { readFileWhole(path); }), error) << path;
+        }
+      },
+      [&] { testing::releasePipe(dir / "pipe"); }));
+  ::close(listener);
+}
+
 TEST(SwapPaths, ExchangesTwoFilesWithTheirInodes) {
   TempDir dir;
   dir.write("a", "A");
@@ -172,6 +201,24 @@ TEST(MoveFilePreservingInode, WithinOneFileSystemMovesTheSameInode) {
   EXPECT_FALSE(moveFilePreservingInode(dir / "a", dir / "b"));
   EXPECT_EQ(statOf(dir / "b").st_ino, inode);
   EXPECT_FALSE(dir.exists("a"));
+}
+
+// Nothing that appeared at the destination, however late, is replaced; a
+// file system that cannot rename without replacing (EINVAL) looks first.
+TEST(MoveWithoutReplacing, NeverReplacesAFolderEvenAnEmptyOne) {
+  TempDir dir;
+  dir.makeFolder("from/inner");
+  dir.makeFolder("empty");
+  EXPECT_EQ(errorOf([&] { moveWithoutReplacing(dir / "from", dir / "empty"); }),
+            FileOpError::wouldOverwrite(dir / "empty"));
+  FaultInjectingFileSystem fs;
+  fs.failNth(FsCall::rename, 1, EINVAL);
+  EXPECT_EQ(errorOf([&] { moveWithoutReplacing(dir / "from", dir / "empty", fs); }),
+            FileOpError::wouldOverwrite(dir / "empty"));
+  fs.failNth(FsCall::rename, 2, EINVAL);
+  moveWithoutReplacing(dir / "from", dir / "to", fs);
+  EXPECT_TRUE(dir.exists("to/inner"));
+  EXPECT_FALSE(dir.exists("from"));
 }
 
 TEST(MoveFilePreservingInode, NeverOverwritesAFileOrFolder) {

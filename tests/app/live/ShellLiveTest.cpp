@@ -10,12 +10,14 @@
 #include <memory>
 #include <stdexcept>
 
+#include "../../bridge/ScopedVariable.h"
 #include "../support/FakeBridge.h"
 #include "LiveHarness.h"
 #include "LoopbackListener.h"
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
 #include "storage/Fingerprint.h"
+#include "support/TempDir.h"
 
 namespace vorna::app::testing {
 namespace {
@@ -199,10 +201,23 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
       await new Promise((resolve) => { f.onload = resolve; document.body.appendChild(f); });
       out[kind] = f.contentWindow.__vornaBodyGuard === true;
       if (kind === 'srcdoc') {
-        out.srcdocBlob = (await (await f.contentWindow.fetch('vorna://app/api/echo',
-            { method: 'PUT', body: new f.contentWindow.Blob(['abc']) })).json()).bytes;
+        // Relative URLs resolve against the parent's address here, where the
+        // frame's own (about:srcdoc) resolves nothing.
+        const sw = f.contentWindow;
+        out.srcdocBlob = (await (await sw.fetch('vorna://app/api/echo',
+            { method: 'PUT', body: new sw.Blob(['abc']) })).json()).bytes;
+        out.srcdocRelative = (await (await sw.fetch('/api/echo',
+            { method: 'PUT', body: new sw.Blob(['abcd']) })).json()).bytes;
+        out.srcdocXhr = await new Promise((resolve) => {
+          const x = new sw.XMLHttpRequest();
+          x.open('PUT', 'api/echo');
+          x.onload = () => resolve(JSON.parse(x.responseText).bytes);
+          x.onerror = () => resolve(-1);
+          x.send(new sw.Blob(['abcde']));
+        });
       }
     }
+    try { new Worker('frame.html'); out.worker = 'started'; } catch (e) { out.worker = e.name; }
     return JSON.stringify(out);
   )JS");
   EXPECT_EQ(result["guarded"], true);
@@ -226,6 +241,10 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
   EXPECT_EQ(result["srcdoc"], true);
   EXPECT_EQ(result["blank"], true);
   EXPECT_EQ(result["srcdocBlob"], 3);
+  EXPECT_EQ(result["srcdocRelative"], 4);
+  EXPECT_EQ(result["srcdocXhr"], 5);
+  // No worker starts: no script could guard its bodies.
+  EXPECT_EQ(result["worker"], "SecurityError");
   // Every body that was sent reached the bridge whole; none arrived empty.
   for (const contracts::BridgeRequest& request : bridge->requests()) {
     EXPECT_FALSE(request.body.empty()) << request.method << " " << request.op;
@@ -383,6 +402,34 @@ TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
   ASSERT_EQ(::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   ::close(probe);
   EXPECT_TRUE(runUntil([&] { return listener.connections() == 1; }));
+}
+
+TEST_F(ShellLiveTest, WithoutAUsableCacheFolderTheBlockerIsCompiledForTheRunAlone) {
+  vorna::testing::TempDir temp;
+  temp.write("file", "a file where a folder would have to be");
+  bridge::testfixture::ScopedVariable cache("XDG_CACHE_HOME", (temp / "file/cache").c_str());
+  LoopbackListener listener;
+  ::testing::internal::CaptureStderr();
+  auto controller = makeController();
+  loadAndWait(*controller);
+  std::string errors = ::testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(controller->contentBlockerReady());
+  EXPECT_NE(errors.find("Vorna: the content filter could not be kept in " +
+                        temp / "file/cache/vorna/content-filters"),
+            std::string::npos)
+      << errors;
+  Json image = runScript(*controller, R"JS(
+    const image = new Image();
+    const settled = new Promise((resolve) => {
+      image.onload = () => resolve('loaded');
+      image.onerror = () => resolve('failed');
+    });
+    image.src = 'http://127.0.0.1:' + arg + '/image.png';
+    return JSON.stringify({ image: await settled });
+  )JS",
+                         std::to_string(listener.port()));
+  EXPECT_EQ(image["image"], "failed");
+  EXPECT_EQ(listener.connections(), 0);
 }
 
 constexpr const char* kClickInFrame = R"JS(
