@@ -892,7 +892,7 @@ BridgeResponse FileBridge::readVersion(const BridgeRequest& request) {
   Bytes bytes;
   try {
     version = recovery_->retainedVersion(*id);
-    bytes = readWholeFile(version.payloadPath, fs_);
+    bytes = storage::readFileWhole(version.payloadPath, fs_);
   } catch (const std::exception&) {
     return notFound(*id);
   }
