@@ -193,4 +193,13 @@ async function benchKeystrokes(t, page, runs) {
     await new Promise((resolve) => setTimeout(resolve, 250));
   }
   t.note('keystroke_ms', samples);
+  // The reference on the same machine in the same run: two painted frames of
+  // the page with nothing to do.
+  const idle = [];
+  for (let i = 0; i < runs; i++) {
+    const start = performance.now();
+    await benchPainted();
+    idle.push(Math.round((performance.now() - start) * 100) / 100);
+  }
+  t.note('idle_frames_ms', idle);
 }
