@@ -81,6 +81,7 @@ export class Preview {
     this.scroll = null;
     this.fragment = '';
     this.earliest = 0; // no update starts before this time
+    this.used = null; // {html, paths} of the files the shown document uses
     this.cost = 0; // how long the last render or update took, in ms
     this.queued = false;
     this.frames = 0; // counts the renders asked for by setSource; only the last one runs
@@ -183,6 +184,7 @@ export class Preview {
     }
     this.onNote('');
     this.loading = true;
+    this.used = null;
     this.frame.srcdoc = doc;
   }
 
@@ -236,6 +238,8 @@ export class Preview {
    * (images, fonts).
    */
   usedFiles() {
+    // Kept until the document changes: a burst of change events costs one look.
+    if (this.used && this.used.html === this.shown) return this.used.paths;
     const doc = this.document();
     const used = new Set();
     if (!doc || !this.source) return used;
@@ -268,6 +272,7 @@ export class Preview {
       const path = workspacePathOf(url, this.source.origin);
       if (path) used.add(path);
     }
+    if (!this.loading) this.used = { html: this.shown, paths: used };
     return used;
   }
 
