@@ -178,7 +178,7 @@ TEST_F(SchemeRoutingTest, ABodyWithoutTheGuardsMarkIsRefusedUnread) {
     EXPECT_EQ(stream->largestAsk, 0u) << method;
   }
   EXPECT_TRUE(bridge->requests().empty());
-  EXPECT_TRUE(AppSchemeHandler::bodyMayBeRead(SchemeRequest{"vorna://app/api/list", "head"}));
+  EXPECT_TRUE(AppSchemeHandler::bodyMayBeRead(SchemeRequest{"vorna://app/api/list", "head", {}, std::nullopt, nullptr}));
 }
 
 TEST(DeliveryHeadersTest, NoStoreAndTheBodyLengthReplaceWhatTheReplyCarried) {
