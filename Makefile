@@ -5,7 +5,7 @@ ifeq ($(CI),true)
 CMAKE_FLAGS += -DVORNA_WERROR=ON
 endif
 
-.PHONY: all deps configure build test bench run clean format
+.PHONY: all deps configure build test bench run clean format package
 .PHONY: test-asan test-tsan fuzz crash-campaign
 
 # Hardening builds live in their own folders so they never disturb `build/`.
@@ -37,6 +37,10 @@ build: configure
 
 test: build
 	@ctest --test-dir $(BUILD_DIR) --output-on-failure -j2
+
+# The Debian package, as $(BUILD_DIR)/vorna_VERSION_ARCH.deb.
+package: build
+	@cd $(BUILD_DIR) && cpack -G DEB
 
 bench: build
 	@scripts/run-benchmarks $(BUILD_DIR)

@@ -1,5 +1,6 @@
 // The recovery service under a large store: how much of a retention pass the
-// incremental store index saves, and how a draft save grows with the number of
+// incremental store index saves, what one page's version history costs among
+// 100,000 retained versions, and how a draft save grows with the number of
 // drafts already recorded.
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,10 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "bridge/FileBridge.h"
+#include "contracts/BridgeRequest.h"
 #include "contracts/IsoDate.h"
 #include "contracts/Json.h"
+#include "contracts/OperationRecord.h"
 #include "recovery/DraftEntry.h"
 #include "recovery/LocalRecoveryService.h"
+#include "recovery/RenameHistory.h"
 #include "storage/FileSystem.h"
 #include "storage/Fingerprint.h"
 #include "storage/RecoveryEntry.h"
@@ -28,6 +33,8 @@ using bench::printRow;
 constexpr int kPages = 2000;
 constexpr int kEntriesPerPage = 50;  // 100,000 entries in all
 constexpr int kDraftSaveRuns = 15;
+constexpr int kHistoryRuns = 50;
+constexpr int kJournalRenames = 1000;
 
 // Plain create-write-close, no fsync: the fixture only has to exist for the
 // measurement, not survive a power cut, and flushing 200,000 files would take
@@ -80,15 +87,36 @@ void fillStore(const std::string& retained, const std::string& workspace) {
   }
 }
 
+// operations.json with `count` finished renames of other pages, written
+// directly: every history request reads the journal to follow renames.
+void fillJournal(const std::string& storeDirectory, const std::string& workspace, int count) {
+  contracts::Json journal = contracts::Json::array();
+  for (int i = 0; i < count; ++i) {
+    std::string name = workspace + "/moved-" + std::to_string(i);
+    contracts::OperationRecord rename{
+        .id = "rename-" + std::to_string(i),
+        .label = std::string(recovery::RenameHistory::kLabel),
+        .steps = recovery::RenameHistory::journalSteps(name + ".html", name + "-renamed.html",
+                                                       std::string(64, 'f')),
+        .startedAt = contracts::wholeSecondsNow(),
+        .finishedAt = contracts::wholeSecondsNow()};
+    journal.push_back(rename.toJson());
+  }
+  writePlain(storeDirectory + "/operations.json", contracts::writeJson(journal));
+}
+
 void benchRetention(const std::string& root) {
   std::string workspace = root + "/retention-site";
   std::string storeRoot = root + "/retention-store";
   makeFolder(workspace);
   makeFolder(storeRoot);
-  recovery::LocalRecoveryService service(workspace, storeRoot, 20, 86400);
+  auto shared = std::make_shared<recovery::LocalRecoveryService>(workspace, storeRoot, 20, 86400);
+  recovery::LocalRecoveryService& service = *shared;
   auto start = bench::Clock::now();
   fillStore(service.retentionStore().directory(), workspace);
-  printRow("fixture: 100,000 entries written (s)", std::to_string(bench::secondsSince(start)));
+  fillJournal(service.storeDirectory(), workspace, kJournalRenames);
+  printRow("fixture: 100,000 entries and 1,000 renames written (s)",
+           std::to_string(bench::secondsSince(start)));
 
   double first = bench::timeRuns(1, [&] { service.enforceRetentionBudget(); })[0];
   double second = bench::median(bench::timeRuns(3, [&] { service.enforceRetentionBudget(); }));
@@ -102,6 +130,30 @@ void benchRetention(const std::string& root) {
   }));
   printRow("listing the store folder alone, median of 3 (s)", std::to_string(listing));
   printBench("retention_second_vs_first_pass", second / first);
+
+  // The whole GET history of one page of 50 versions, as the editor asks for
+  // it, after the store index was filled by the retention pass at opening;
+  // each request reads the journal of 1,000 renames.
+  bridge::FileBridge bridge(workspace, shared);
+  const auto history = contracts::BridgeRequest::make(
+      "GET", "history", {{"path", workspace + "/page-1000.html"}}, {}, {});
+  double firstListing = bench::timeRuns(1, [&] { bridge.handle(history); })[0];
+  double listingMs = 1000 * bench::median(bench::timeRuns(kHistoryRuns, [&] {
+                       if (bridge.handle(history).status != 200) {
+                         std::exit(1);
+                       }
+                     }));
+  const auto deleted =
+      contracts::BridgeRequest::make("GET", "deleted", {{"path", workspace}}, {}, {});
+  double deletedMs = 1000 * bench::median(bench::timeRuns(5, [&] { bridge.handle(deleted); }));
+  std::printf("\nversion history, 100,000 entries over 2,000 pages, 1,000 renames journalled:\n");
+  printRow("GET history of one page, first after opening (ms)",
+           std::to_string(1000 * firstListing));
+  printRow("GET history of one page, median of 50 (ms)", std::to_string(listingMs));
+  printRow("  over listing the store folder alone", std::to_string(listingMs / 1000 / listing));
+  printRow("GET deleted of the workspace, 2,000 pages, median of 5 (ms)",
+           std::to_string(deletedMs));
+  printBench("history_list_ms_100k", listingMs);
 }
 
 // drafts.json with `count` entries for as many pages, written directly.

@@ -60,6 +60,14 @@ export function createApi(fetchImpl = (...args) => globalThis.fetch(...args)) {
 
   const json = async (...args) => (await request(...args)).json();
 
+  async function bytesOf(res) {
+    return {
+      bytes: new Uint8Array(await res.arrayBuffer()),
+      fingerprint: res.headers.get('X-VN-Fingerprint'),
+      mtimeMs: Number(res.headers.get('X-QX-Mtime')) || null,
+    };
+  }
+
   async function bytesAsText(res) {
     return {
       text: decoder.decode(await res.arrayBuffer()),
@@ -71,7 +79,9 @@ export function createApi(fetchImpl = (...args) => globalThis.fetch(...args)) {
   return {
     list: (path) => json('GET', 'list', { path }),
     stat: (path) => json('GET', 'stat', { path }),
-    readFile: async (path) => bytesAsText(await request('GET', 'file', { path })),
+    /** The file's bytes, not text: the editor decodes pages itself (page-text.js). */
+    readFile: async (path) => bytesOf(await request('GET', 'file', { path })),
+    readText: async (path) => bytesAsText(await request('GET', 'file', { path })),
     /** Compare-and-swap save; a stale base rejects with an ApiError whose isConflict is true. */
     saveFile: (path, text, base) => {
       if (!base) return Promise.reject(new ApiError(0, 'cannot save without the fingerprint of the loaded version'));
@@ -84,6 +94,7 @@ export function createApi(fetchImpl = (...args) => globalThis.fetch(...args)) {
     trash: (path) => json('DELETE', 'file', { path }),
     drafts: () => json('GET', 'drafts'),
     draftText: async (id) => bytesAsText(await request('GET', 'draft', { id })),
+    draftBytes: async (id) => bytesOf(await request('GET', 'draft', { id })),
     putDraft: (path, text, base) =>
       json('PUT', 'draft', { path }, { body: text, headers: base != null ? { 'X-VN-Base': base } : undefined }),
     deleteDraft: (path) => json('DELETE', 'draft', { path }),

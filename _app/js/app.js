@@ -4,15 +4,16 @@
 
 import { createApi } from './api.js';
 import { ConflictDesk } from './conflicts.js';
+import { encodingLabel } from './page-text.js';
 import { basename, dirname, fileKind, isWithin, join, normalize, rebase, relative, samePath } from './paths.js';
-import { fileUrl } from './preview-doc.js';
-import { Session } from './session.js';
+import { workspaceUrl } from './preview-doc.js';
+import { NotTextError, Session } from './session.js';
 import { TreeController } from './tree.js';
 import { clearBanners, hideBanner, showBanner } from './ui/banners.js';
 import { ConflictsView } from './ui/conflicts-view.js';
 import { checkName, choiceDialog, promptDialog } from './ui/dialogs.js';
 import { $, formatTime } from './ui/dom.js';
-import { EditorView } from './ui/editor.js';
+import { SourceEditor } from './ui/editor.js';
 import { showMenu } from './ui/menu.js';
 import { Preview } from './ui/preview.js';
 import { TreeView } from './ui/tree-view.js';
@@ -36,6 +37,10 @@ function titleOf(name) {
   return (stem[0].toUpperCase() + stem.slice(1)).replace(/[<>&]/g, '');
 }
 
+// Editing commands the host's menus send; the focused text field runs them
+// itself, the source editor otherwise.
+const FIELD_COMMANDS = { undo: 'undo', redo: 'redo', selectAll: 'selectAll', delete: 'delete' };
+
 export class App {
   constructor({ api = createApi(), location = window.location } = {}) {
     this.api = api;
@@ -50,28 +55,22 @@ export class App {
     this.session = new Session({
       api,
       onChange: (kind, detail) => this.onSession(kind, detail),
-      textSource: () => (this.editor.frame || this.editor.syncTimer ? this.editor.sync() : null),
+      textSource: () => (this.editable() ? this.editor.encoded() : null),
     });
     this.desk = new ConflictDesk({ api });
 
-    this.editor = new EditorView({
-      onEdit: () => this.session.touch(),
-      onSync: (text) => {
-        this.session.setText(text);
-        this.preview.changed(text.length);
+    this.editor = new SourceEditor($('editor'), {
+      onEdit: (dirty) => {
+        this.session.edited(dirty);
+        this.preview.changed();
       },
-      onEscape: () => {
-        if (this.editor.find.isOpen) this.editor.find.close();
+      onCursor: () => {
+        if (this.editable()) $('cursor-pos').textContent = this.editor.cursorLabel();
       },
+      onWrap: (on) => $('wrap-btn').setAttribute('aria-pressed', String(on)),
     });
     this.preview = new Preview($('preview'), {
-      onOpenPage: async (path) => {
-        // The frame now shows the linked file's raw source; put the preview back
-        // unless the editor moved on to that page (which renders it anew).
-        const before = this.openFile;
-        const opened = await this.openPage(path);
-        if (!opened || samePath(path, before)) this.preview.renderNow();
-      },
+      onOpenLink: (path, fragment) => this.followLink(path, fragment),
       onNote: (note) => {
         $('preview-note').textContent = note;
       },
@@ -98,9 +97,23 @@ export class App {
   // ---- members the host reads ----
 
   publish() {
-    window.QX = { S: { dirHandle: null, files: [] } };
+    const app = this;
+    window.QX = {
+      S: {
+        dirHandle: null,
+        get files() {
+          return app.tree ? app.tree.model.entries() : [];
+        },
+      },
+    };
     window.VNHost = { state: { surveyed: 0, folder: null, page: null, dirty: false, saving: false } };
-    window.vornaHost = { emit: (change) => this.hostChange(change) };
+    window.vornaHost = {
+      emit: (change) => this.hostChange(change),
+      command: (name) => this.command(name),
+      // The host calls this before the editor goes away (closing, quitting,
+      // another folder, a signal) and waits for it: unsaved text is then a draft.
+      flush: () => this.session.flush().then(() => true, () => false),
+    };
     window.VN = this.scriptingApi();
   }
 
@@ -110,10 +123,7 @@ export class App {
     s.page = this.openFile;
     s.dirty = this.session.dirty;
     s.saving = Boolean(this.session.saving);
-    if (this.tree) {
-      s.surveyed = this.tree.model.count();
-      window.QX.S.files = this.tree.model.entries();
-    }
+    if (this.tree) s.surveyed = this.tree.model.count();
   }
 
   // ---- start-up ----
@@ -190,40 +200,56 @@ export class App {
     $('open-folder').addEventListener('click', () => this.requestOpenFolder());
     $('empty-open').addEventListener('click', () => this.requestOpenFolder());
     $('save-btn').addEventListener('click', () => this.save());
-    $('find-btn').addEventListener('click', () => this.editor.find.open());
+    $('find-btn').addEventListener('click', () => this.command('find'));
+    $('wrap-btn').addEventListener('click', () => this.editor.toggleWrap());
+    $('cursor-pos').addEventListener('click', () => this.command('gotoLine'));
     $('preview-btn').addEventListener('click', () => this.togglePreview());
     $('conflicts-btn').addEventListener('click', () => this.showConflicts());
     $('new-page-btn').addEventListener('click', () => this.newPage(this.targetFolder()));
     $('new-folder-btn').addEventListener('click', () => this.newFolder(this.targetFolder()));
+    // Clicking a toolbar button leaves the focus where the user was typing.
+    for (const button of document.querySelectorAll('.toolbar .btn, .statusbar button')) {
+      button.addEventListener('mousedown', (e) => {
+        if (this.editor.hasFocus) e.preventDefault();
+      });
+    }
     document.addEventListener('keydown', (e) => this.onKey(e));
-    // Leaving the editor (another folder, closing the window) hands unsaved
-    // text to the host at once instead of waiting for the idle timer.
+    // Leaving the editor hands unsaved text to the host at once; the host
+    // also asks for it (window.vornaHost.flush) and waits before it goes.
     window.addEventListener('pagehide', () => {
       if (this.session.dirty) this.session.storeDraft();
     });
   }
 
   onKey(e) {
+    if (e.defaultPrevented) return;
     const mod = e.ctrlKey || e.metaKey;
     const key = e.key.toLowerCase();
-    if (mod && !e.altKey && key === 's') {
+    if (!mod || e.altKey) return;
+    if (key === 's') {
       e.preventDefault();
       this.save();
-    } else if (mod && !e.altKey && key === 'f') {
-      if (this.editable()) {
-        e.preventDefault();
-        this.editor.find.open();
-      }
-    } else if ((mod && key === 'g') || e.key === 'F3') {
-      if (this.editable()) {
-        e.preventDefault();
-        if (!this.editor.find.isOpen) this.editor.find.open();
-        else this.editor.find.step(e.shiftKey ? -1 : 1);
-      }
-    } else if (mod && !e.altKey && key === 'o') {
+    } else if (key === 'o') {
       e.preventDefault();
       this.requestOpenFolder();
+    } else if (key === 'n' && !e.shiftKey) {
+      e.preventDefault();
+      if (this.root) this.newPage(this.targetFolder());
+    } else if (key === 'f' && this.editable() && !this.editor.hasFocus) {
+      e.preventDefault();
+      this.command('find');
     }
+  }
+
+  /** The host's menus: Save, New Page, Find and the Edit menu's commands. */
+  command(name) {
+    if (name === 'save') return this.save();
+    if (name === 'newPage') return this.root ? this.newPage(this.targetFolder()) : false;
+    const field = document.activeElement;
+    const inField = field && (field.tagName === 'INPUT' || field.tagName === 'TEXTAREA') && !field.closest('.cm-editor');
+    if (inField && FIELD_COMMANDS[name]) return document.execCommand(FIELD_COMMANDS[name]);
+    if (!this.editable()) return name === 'selectAll' ? document.execCommand('selectAll') : false;
+    return this.editor.command(name);
   }
 
   editable() {
@@ -258,10 +284,14 @@ export class App {
     $('crumb-sep').hidden = !open;
     $('crumb-page').textContent = open && this.root ? relative(this.root, open) || basename(open) : '';
     $('dirty-dot').hidden = !s.dirty;
-    $('save-btn').disabled = !this.editable() || !s.dirty || Boolean(s.saving);
+    $('save-btn').disabled = !this.editable() || s.readOnly || !s.dirty || Boolean(s.saving);
     $('find-btn').disabled = !this.editable();
+    $('page-encoding').textContent = this.editable() ? encodingLabel({ encoding: s.encoding, bom: this.editor.format().bom }) : '';
+    $('page-eol').textContent = this.editable() ? this.editor.endingLabel() : '';
+    if (!this.editable()) $('cursor-pos').textContent = '';
     const name = open ? basename(open) : null;
-    const folder = this.root ? basename(this.root) : null;
+    const folder = this.root ? basename(this.root) || this.root : null;
+    // The host shows this as the window's title.
     document.title = [name && `${s.dirty ? '● ' : ''}${name}`, folder, 'Vorna'].filter(Boolean).join(' — ');
     const count = this.desk.open.length;
     $('conflicts-btn').hidden = count === 0;
@@ -291,9 +321,10 @@ export class App {
   /**
    * Opens a file. With unsaved changes the user chooses between saving and
    * keeping them as a draft (offered again when the page is reopened); when
-   * not interactive, they are kept as a draft.
+   * not interactive, they are kept as a draft. `fragment` is shown in the
+   * preview once the page is there.
    */
-  async openPage(path, { interactive = true } = {}) {
+  async openPage(path, { interactive = true, fragment = '' } = {}) {
     path = this.abs(path);
     if (!path) return false;
     if (samePath(path, this.openFile)) return true;
@@ -320,47 +351,92 @@ export class App {
     }
     const kind = fileKind(path);
     clearBanners();
-    this.editor.find.isOpen && this.editor.find.close();
     if (kind === 'page' || kind === 'text') {
       // Keystrokes must not land in the old text while the session already
       // belongs to the new page.
       this.editor.setReadOnly(true);
+      this.status(`Opening ${basename(path)}…`);
+      let opened;
       try {
-        this.status(`Opening ${basename(path)}…`);
-        const opened = await this.session.open(path);
-        if (!opened) return false;
+        opened = await this.session.open(path);
       } catch (e) {
+        this.editor.setReadOnly(this.session.readOnly);
+        if (e instanceof NotTextError) return this.showNote(path, 'other', e.message);
         this.error(`Could not open ${basename(path)}`, e);
         return false;
-      } finally {
-        this.editor.setReadOnly(false);
       }
-      this.kind = kind;
-      this.openFile = path;
-      this.showEditor(true);
-      this.editor.setValue(this.session.text);
-      this.preview.setSource(kind === 'page'
-        ? { kind, read: () => this.currentText(), pagePath: path, root: this.root, origin: this.origin }
-        : { kind, message: `No preview for .${path.split('.').pop()} files.` });
-      this.status(`Opened ${basename(path)}`);
-      this.editor.focus();
+      if (!opened) return false;
     } else {
-      this.session.close();
-      this.kind = kind;
-      this.openFile = path;
-      this.showEditor(false, kind === 'image'
+      this.showNote(path, kind, kind === 'image'
         ? `${basename(path)} is an image; it is shown in the preview.`
         : `${basename(path)} cannot be edited here. Use “Open with default application” from its menu.`);
-      this.preview.setSource(kind === 'image'
-        ? { kind, url: fileUrl(this.origin, path) }
-        : { kind: 'other', message: 'No preview for this kind of file.' });
-      this.status(`Selected ${basename(path)}`);
+      return true;
     }
+    this.preview.setSource(kind === 'page'
+      ? { kind, read: () => this.editor.text(), pagePath: path, root: this.root, origin: this.origin }
+      : { kind, message: `No preview for .${path.split('.').pop()} files.` }, { fragment });
+    this.status(`Opened ${basename(path)}`);
+    this.editor.focus();
+    await this.afterOpen(path);
+    return true;
+  }
+
+  /** The session opened `page` at `path`: shows it in the editor. */
+  showPage(path, page) {
+    this.kind = fileKind(path);
+    this.openFile = path;
+    this.showEditor(true);
+    this.editor.load(page, path, { readOnly: this.session.readOnly });
+    if (this.session.readOnly) this.offerConversion();
+  }
+
+  /** Shows a file that is not edited here: an image in the preview, or a note. */
+  async showNote(path, kind, message) {
+    this.session.close();
+    this.kind = kind;
+    this.openFile = path;
+    this.showEditor(false, message);
+    this.preview.setSource(kind === 'image'
+      ? { kind, url: workspaceUrl(this.origin, path) }
+      : { kind: 'other', message: 'No preview for this kind of file.' });
+    this.status(kind === 'image' ? `Selected ${basename(path)}` : message, kind === 'image' ? 'info' : 'error');
+    await this.afterOpen(path);
+    return true;
+  }
+
+  async afterOpen(path) {
     await this.revealInTree(path);
     this.treeView.setOpenPath(path);
     this.rememberInUrl(path);
     this.noteConflictsOfPage();
     this.updateChrome();
+  }
+
+  /** A link in the preview led to a workspace file: open it, or show the fragment of this page. */
+  async followLink(path, fragment) {
+    if (samePath(path, this.openFile)) {
+      if (this.kind === 'page') this.preview.setSource(this.preview.source, { fragment });
+      return;
+    }
+    const opened = await this.openPage(path, { fragment });
+    // Whatever was not opened leaves the page that was shown.
+    if (!opened || !samePath(path, this.openFile)) this.preview.render();
+  }
+
+  /** Explains why a page that is not UTF-8 is read-only, with the one way to edit it. */
+  offerConversion() {
+    showBanner('encoding', {
+      tone: 'warn',
+      message: 'This page is not valid UTF-8, so it is shown as Windows-1252 and cannot be changed. Converting it saves it as UTF-8 from then on.',
+      actions: [{ label: 'Convert to UTF-8 and edit', primary: true, run: () => this.convertToUtf8() }],
+    });
+  }
+
+  convertToUtf8() {
+    if (!this.session.convertToUtf8()) return false;
+    hideBanner('encoding');
+    this.status('Converted to UTF-8; saving writes the page as UTF-8.', 'ok');
+    this.editor.focus();
     return true;
   }
 
@@ -392,11 +468,19 @@ export class App {
     $('editor').hidden = !editable;
     $('media').hidden = editable;
     $('media').textContent = message;
-    this.editor.setEnabled(editable);
-    if (!editable) $('cursor-pos').textContent = '';
   }
 
-  closePage() {
+  /** Closes the open file; with unsaved text and `ask`, only after the user agreed. */
+  async closePage({ ask = false } = {}) {
+    if (ask && this.session.dirty) {
+      const sure = await choiceDialog({
+        title: `Close ${basename(this.session.path)}?`,
+        message: 'Its unsaved text is kept as a draft, offered when you open the page again.',
+        buttons: [{ label: 'Cancel', value: false }, { label: 'Close page', value: true, primary: true }],
+      });
+      if (!sure) return false;
+      await this.session.storeDraft();
+    }
     this.session.close();
     this.kind = null;
     this.openFile = null;
@@ -406,6 +490,7 @@ export class App {
     this.treeView.setOpenPath(null);
     this.rememberInUrl(null);
     this.updateChrome();
+    return true;
   }
 
   rememberInUrl(path) {
@@ -423,8 +508,13 @@ export class App {
 
   async save() {
     if (!this.editable()) return { ok: false, error: 'no editable page is open' };
+    if (this.session.readOnly) {
+      this.status('This page is read-only until it is converted to UTF-8.', 'error');
+      return { ok: false, error: 'the page is not UTF-8 text; convert it to edit and save it' };
+    }
     const result = await this.session.save();
     if (result.unchanged) this.status('No changes to save');
+    if (!this.conflictsView.isOpen && !document.querySelector('dialog[open]')) this.editor.focus();
     return result;
   }
 
@@ -434,10 +524,14 @@ export class App {
     const s = this.session;
     const name = s.path ? basename(s.path) : '';
     switch (kind) {
+      case 'opened':
+        this.showPage(detail.path, detail.page);
+        break;
       case 'saving':
         this.status(`Saving ${name}…`);
         break;
       case 'saved':
+        this.editor.markSaved(detail.text);
         this.status(`Saved ${name}`, 'ok');
         hideBanner('disk');
         hideBanner('draft');
@@ -447,24 +541,29 @@ export class App {
         else hideBanner('draft');
         break;
       case 'restored':
-        this.editor.setValue(detail.text, { keepScroll: true });
-        this.preview.changed(detail.text.length);
+        this.editor.replace(detail.page, { userEvent: 'input.restore' });
         hideBanner('draft');
         this.status(detail.baseMoved
           ? 'Draft restored. The page changed on disk since this draft was taken; saving will let you choose between the versions.'
           : 'Draft restored', 'ok');
         break;
       case 'reloaded':
-        this.editor.setValue(detail.text, { keepScroll: true });
-        this.preview.changed(detail.text.length);
+        // One edit: Undo brings back the text the reload replaced.
+        this.editor.replace(detail.page, { saved: true, userEvent: 'input.reload' });
+        this.editor.setReadOnly(s.readOnly);
+        if (s.readOnly) this.offerConversion();
+        else hideBanner('encoding');
         hideBanner('disk');
         this.status(`Reloaded ${name} from disk`);
         break;
       case 'resolved':
-        if (this.editor.value() !== detail.text) this.editor.setValue(detail.text, { keepScroll: true });
-        this.preview.changed(detail.text.length);
+        if (detail.savedText !== undefined) this.editor.markSaved(detail.savedText);
         hideBanner('disk');
         hideBanner('conflict');
+        break;
+      case 'converted':
+        this.editor.forgetSaved();
+        this.editor.setReadOnly(false);
         break;
       case 'disk':
         this.showDiskBanner(detail.disk);
@@ -490,9 +589,35 @@ export class App {
       message: `An unsaved draft of this page from ${formatTime(draft.capturedAt)} was kept (${draft.byteCount} bytes).`,
       actions: [
         { label: 'Restore draft', primary: true, run: () => this.session.restoreDraft().catch((e) => this.error('Could not restore the draft', e)) },
-        { label: 'Discard', run: () => this.session.discardDraftOffer() },
+        { label: 'Discard draft…', run: () => this.discardDraft() },
       ],
     });
+  }
+
+  async discardDraft() {
+    const sure = await choiceDialog({
+      title: 'Discard the draft?',
+      message: 'The text typed in that earlier session is then gone for good; the page keeps the version on disk.',
+      buttons: [{ label: 'Cancel', value: false }, { label: 'Discard draft', value: true, primary: true, danger: true }],
+    });
+    if (sure) await this.session.discardDraftOffer();
+    return sure;
+  }
+
+  /**
+   * Replaces the editor's text with the page on disk. Unsaved text is only
+   * replaced after the user agreed, and Undo brings it back.
+   */
+  async reloadFromDisk() {
+    if (this.session.dirty) {
+      const sure = await choiceDialog({
+        title: `Reload ${basename(this.session.path)} from disk?`,
+        message: 'The version on disk replaces your unsaved text. Undo (Ctrl+Z) brings your text back.',
+        buttons: [{ label: 'Cancel', value: false }, { label: 'Reload from disk', value: true, primary: true }],
+      });
+      if (!sure) return false;
+    }
+    return this.session.reload({ discard: true });
   }
 
   showDiskBanner(disk) {
@@ -506,17 +631,17 @@ export class App {
         message: 'This page was removed on disk. Your text is still here.',
         actions: [
           { label: 'Save as new page', primary: true, run: () => this.session.recreate() },
-          { label: 'Close page', run: () => this.closePage() },
+          { label: 'Close page…', run: () => this.closePage({ ask: true }) },
         ],
       });
       return;
     }
     showBanner('disk', {
       tone: 'warn',
-      message: 'This page changed on disk while you were editing it.',
+      message: 'This page changed on disk while you were editing it. Saving lets you choose between the two versions.',
       actions: [
-        { label: 'Reload', run: () => this.session.reload({ discard: true }) },
-        { label: 'Keep mine', primary: true, run: () => this.session.keepMine() },
+        { label: 'Reload from disk…', run: () => this.reloadFromDisk() },
+        { label: 'Keep editing', primary: true, run: () => this.session.keepEditing() },
       ],
     });
   }
@@ -529,8 +654,16 @@ export class App {
         tone: 'danger',
         message: `Not saved: the page changed on disk, and the host could not keep the versions (${conflict.error || 'unknown error'}).`,
         actions: [
-          { label: 'Reload', run: () => this.session.reload({ discard: true }) },
-          { label: 'Keep mine', primary: true, run: () => { hideBanner('conflict'); this.session.adoptDiskBase(conflict.diskFingerprint); } },
+          { label: 'Reload from disk…', run: () => this.reloadFromDisk() },
+          {
+            label: 'Save mine over it',
+            primary: true,
+            run: () => {
+              hideBanner('conflict');
+              this.session.adoptDiskBase(conflict.diskFingerprint);
+              this.save();
+            },
+          },
         ],
       });
       return;
@@ -550,8 +683,10 @@ export class App {
     if (this.editable()) this.session.externalChange(change);
     else if (this.openFile && samePath(change.path, this.openFile)) {
       if (change.kind === 'removed') this.closePage();
-      else this.preview.renderNow();
+      else this.preview.render();
     }
+    // A stylesheet, image or font the preview uses changed: show it anew.
+    if (this.kind === 'page' && !samePath(change.path, this.openFile)) this.preview.fileChanged(change.path);
     const view = this.conflictsView.isOpen ? this.conflictsView.view : null;
     if (view && samePath(view.conflict.pagePath, change.path)) {
       this.desk.lookAtDisk(view).then(() => this.conflictsView.update(view)).catch(() => {});
@@ -629,8 +764,8 @@ export class App {
       const result = await this.desk.choose(view, id);
       this.conflictsView.setBusy(false, '');
       if (this.session.path && samePath(this.session.path, view.conflict.pagePath)) {
-        this.session.adoptResolution({ fingerprint: result.fingerprint, text: result.candidate.text, keepEditorText: result.candidate.role === 'editor' });
-      } else if (this.openFile && samePath(this.openFile, view.conflict.pagePath)) this.preview.renderNow();
+        await this.session.adoptResolution({ fingerprint: result.fingerprint, text: result.candidate.text, keepEditorText: result.candidate.role === 'editor' });
+      } else if (this.openFile && samePath(this.openFile, view.conflict.pagePath)) this.preview.render();
       const label = this.conflictsView.label(result.candidate).toLowerCase();
       this.status(result.warnings.length ? `Kept ${label}; the host noted: ${result.warnings.join('; ')}` : `Conflict resolved: kept ${label}`, result.warnings.length ? 'error' : 'ok');
       this.afterConflictClosed();
@@ -902,20 +1037,29 @@ export class App {
       path: () => s.path,
       openPage: (path) => app.openPage(path, { interactive: false }),
       closePage: () => app.closePage(),
+      /** The page's text as a save writes it: a leading BOM, each line's own ending. */
       text: () => (s.path ? app.currentText() : null),
+      /** Replaces the text like one edit (Undo brings the old one back); endings as given. */
       setText: (text) => {
-        if (!s.path) return false;
-        app.editor.setValue(String(text), { keepScroll: true });
-        s.setText(String(text));
-        app.preview.changed(String(text).length);
-        app.updateChrome();
+        if (!s.path || s.readOnly) return false;
+        app.editor.setText(String(text));
         return true;
       },
+      /** Selects [from, to) of the text (offsets with "\n" line breaks) and focuses the editor. */
+      select: (from, to = from) => {
+        if (!app.editable()) return false;
+        app.editor.select(from, to);
+        return true;
+      },
+      /** {encoding, bom, eol, readOnly} of the open page. */
+      format: () => (s.path ? { encoding: s.encoding, bom: app.editor.format().bom, eol: app.editor.endingLabel(), readOnly: s.readOnly } : null),
+      convertToUtf8: () => app.convertToUtf8(),
+      command: (name) => app.command(name),
       save: () => app.save(),
       base: () => s.base,
       dirty: () => s.dirty,
       reload: () => s.reload({ discard: true }),
-      keepMine: () => s.keepMine(),
+      keepMine: () => s.keepEditing(),
       disk: () => s.disk,
       storeDraft: () => s.storeDraft(),
       draftOffer: () => s.draftOffer,
@@ -940,8 +1084,12 @@ export class App {
       openExternally: (path) => app.openExternally(path),
       status: () => ({ ...app.statusState }),
       banners: () => [...document.querySelectorAll('#banners .banner')].map((b) => ({ id: b.dataset.id, text: b.querySelector('.banner-text').textContent })),
-      previewDocument: () => $('preview').srcdoc,
-      renderPreview: () => app.preview.renderNow(),
+      /** The document the preview shows now, as HTML. */
+      previewDocument: () => {
+        const doc = app.preview.document();
+        return doc ? doc.documentElement.outerHTML : '';
+      },
+      renderPreview: () => app.preview.render(),
       events: () => app.events.slice(),
       idle: async () => {
         while (s.saving) await s.saving;

@@ -68,7 +68,7 @@ export class ConflictDesk {
     let text = null;
     if (view.disk.exists && !view.candidates.some((c) => c.fingerprint === view.disk.fingerprint)) {
       try {
-        const file = await this.api.readFile(path);
+        const file = await this.api.readText(path);
         view.disk.fingerprint = file.fingerprint;
         text = file.text;
       } catch {

@@ -1,28 +1,94 @@
-// What the live preview needs that does not depend on the DOM: how long to
-// wait after typing before rendering again, and how a page's own references
-// are turned into reads of the host's /api/file.
+// What the live preview needs that does not depend on the DOM: the URLs under
+// which the host serves workspace files to the preview, and how a page's links
+// and root-relative references are pointed at them.
+//
+// Workspace files are served under path-shaped URLs
+// (vorna://app/workspace/home/ann/site/css/main.css), so the engine resolves
+// a page's relative references, and those inside its stylesheets (@import,
+// url(), fonts), by itself: the preview only gives the document a <base> in
+// the page's folder.
 
-import { resolveReference } from './paths.js';
+import { isWithin, normalize, resolveReference } from './paths.js';
+
+const PREFIX = '/workspace';
+const MARKER = 'about:blank#vorna-open=';
+
+/** The URL under which the host serves the workspace file at `path`. */
+export function workspaceUrl(origin, path) {
+  return origin + PREFIX + normalize(path).split('/').map(encodeURIComponent).join('/');
+}
+
+/** The workspace path a URL of workspaceUrl() names, or null. */
+export function workspacePathOf(url, origin) {
+  const start = origin + PREFIX + '/';
+  if (typeof url !== 'string' || !url.startsWith(start)) return null;
+  try {
+    return normalize(decodeURIComponent(url.slice(start.length - 1).replace(/[?#].*$/s, '')));
+  } catch {
+    return null;
+  }
+}
+
+/** A reference written from the workspace's root ("/css/a.css", not "//host/a.css"). */
+export function isRootRelative(ref) {
+  return typeof ref === 'string' && /^\s*\/(?!\/)/.test(ref);
+}
+
+/** Where a root-relative reference points: the same path under the workspace. */
+export function rootRelativeUrl(origin, root, ref) {
+  const trimmed = ref.trim();
+  const cut = trimmed.search(/[?#]/);
+  const path = cut < 0 ? trimmed : trimmed.slice(0, cut);
+  const tail = cut < 0 ? '' : trimmed.slice(cut);
+  let decoded = path;
+  try {
+    decoded = decodeURIComponent(path);
+  } catch {
+    // left as written
+  }
+  return workspaceUrl(origin, normalize(root + '/' + decoded)) + tail;
+}
 
 /**
- * Delay before the preview renders again after an edit. Small pages feel
- * live; a 2 MiB page waits about a second and a half, so a burst of typing
- * costs one render, not one per keystroke.
+ * A link in the page to a workspace file: {path, fragment} (fragment without
+ * "#", or ''), or null for links elsewhere and fragment-only links.
  */
-export function previewDelay(length) {
-  return Math.min(2000, 150 + Math.round(length / 1536));
+export function linkTarget(pageDir, href, root) {
+  if (typeof href !== 'string' || href.trim().startsWith('#')) return null;
+  const path = resolveReference(pageDir, href, root);
+  if (path === null || !isWithin(path, root)) return null;
+  const hash = href.indexOf('#');
+  return { path, fragment: hash < 0 ? '' : href.slice(hash + 1) };
 }
 
-/** The URL that reads a workspace file through the host. */
-export function fileUrl(origin, path) {
-  return `${origin}/api/file?path=${encodeURIComponent(path)}`;
+/**
+ * Where a link to a workspace file sends the preview frame: a blank page whose
+ * address names the file, so the editor opens the file instead of the frame
+ * showing it raw (the frame runs no script that could do it).
+ */
+export function openMarker({ path, fragment }) {
+  return MARKER + encodeURIComponent(fragment ? `${path}#${fragment}` : path);
 }
 
-/** Rewrites url(...) references in CSS text with `map` (a null result leaves one alone). */
+/** The {path, fragment} of an openMarker() address, or null. */
+export function markerTarget(href) {
+  if (typeof href !== 'string' || !href.startsWith(MARKER)) return null;
+  let target;
+  try {
+    target = decodeURIComponent(href.slice(MARKER.length));
+  } catch {
+    return null;
+  }
+  const hash = target.indexOf('#');
+  return hash < 0 ? { path: target, fragment: '' } : { path: target.slice(0, hash), fragment: target.slice(hash + 1) };
+}
+
+/** Rewrites url(...) and @import "…" references in CSS text with `map` (a null result leaves one alone). */
 export function rewriteCssUrls(css, map) {
-  return css.replace(/url\(\s*(['"]?)([^'")]*)\1\s*\)/g, (whole, quote, ref) => {
-    const to = map(ref);
-    return to === null ? whole : `url("${to}")`;
+  return css.replace(/url\(\s*(['"]?)([^'")]*)\1\s*\)|(@import\s+)(['"])([^'"]*)\4/g, (whole, quote, ref, at, q, imported) => {
+    const to = map(ref === undefined ? imported : ref);
+    if (to === null) return whole;
+    return ref === undefined ? `${at}"${to}"` : `url("${to}")`;
   });
 }
 
@@ -37,12 +103,4 @@ export function rewriteSrcset(srcset, map) {
       return (to === null ? m[1] : to) + (m[2] || '');
     })
     .join(', ');
-}
-
-/** A reference mapper for one page: workspace files become /api/file URLs, everything else is left alone. */
-export function referenceMapper({ origin, pageDir, root }) {
-  return (ref) => {
-    const abs = resolveReference(pageDir, ref, root);
-    return abs === null ? null : fileUrl(origin, abs);
-  };
 }

@@ -1,7 +1,11 @@
 // The open page: which version of the disk the editor's text started from
 // (the base fingerprint), whether the text differs from what was last loaded or
-// saved, the draft kept by the host while the user types, and what happens when
-// the disk moves on. No DOM here; the UI listens through `onChange`.
+// saved, the drafts kept by the host while the user types, and what happens
+// when the disk moves on. No DOM here; the UI listens through `onChange`.
+//
+// Texts here are the page's text exactly as a save writes it (byte-order
+// mark, every line's own ending); the editor hands it over through
+// `textSource`, which is read only when a save or a draft needs it.
 //
 // Invariants:
 // - `base` is the fingerprint of the version `savedText` came from, and it is
@@ -9,25 +13,42 @@
 //   says which version is on disk now (a read, a save, a resolve).
 // - The editor's text is never replaced while it is dirty unless the user
 //   asked for it (reload, restore, choosing a candidate).
+// - While the user types, a draft is stored at most DRAFT_THROTTLE_MS after
+//   any keystroke, however long the typing goes on.
+// - A page that is not UTF-8 is never written (no save, no draft) until the
+//   user converts it; it is never written with replacement characters.
 // - Draft writes and discards go through one queue, so a discard that follows
 //   a save can never be overtaken by an older draft write.
 
+import { decodePage } from './page-text.js';
 import { isWithin, samePath } from './paths.js';
 
-export const DRAFT_IDLE_MS = 2000;
+export const DRAFT_THROTTLE_MS = 1000;
 
 const realTimers = {
   setTimeout: (fn, ms) => globalThis.setTimeout(fn, ms),
   clearTimeout: (id) => globalThis.clearTimeout(id),
 };
 
+/** Opening a file that is not text (it holds NUL bytes). */
+export class NotTextError extends Error {
+  constructor(path) {
+    super(`${path.slice(path.lastIndexOf('/') + 1)} holds NUL bytes, so it is not a text file; it was not opened for editing.`);
+    this.name = 'NotTextError';
+  }
+}
+
+/** The text a page's decoded form stands for, as a save would write it. */
+function textOf(page) {
+  return (page.bom ? '\uFEFF' : '') + page.raw;
+}
+
+
 export class Session {
   constructor({ api, timers = realTimers, onChange = () => {}, textSource = null } = {}) {
     this.api = api;
     this.timers = timers;
     this.onChange = onChange;
-    // Lets the UI hand over its current text lazily (a large textarea is not
-    // read on every keystroke); called before anything needs the exact text.
     this.textSource = textSource;
     this.generation = 0;
     this.draftQueue = Promise.resolve();
@@ -40,6 +61,7 @@ export class Session {
     this.base = null;
     this.savedText = '';
     this.text = '';
+    this.encoding = 'utf-8';
     this.dirty = false;
     this.saving = null;
     this.saveAgain = false;
@@ -48,6 +70,11 @@ export class Session {
     this.disk = null; // null | {state: 'modified'|'removed', fingerprint}
     this.draftOffer = null; // a draft record found when the page was opened
     this.draftTimer = null;
+  }
+
+  /** True while the page is shown in an encoding it may not be written in. */
+  get readOnly() {
+    return this.encoding !== 'utf-8';
   }
 
   emit(kind, detail = {}) {
@@ -59,18 +86,28 @@ export class Session {
     }
   }
 
-  /** Reads the page and makes it the open page. Rejects with the host's error. */
+  /**
+   * Reads the page and makes it the open page; emits 'opened' with the
+   * decoded page. Rejects with the host's error, or NotTextError.
+   */
   async open(path) {
     const gen = ++this.generation;
     const file = await this.api.readFile(path);
     if (gen !== this.generation) return false;
+    const page = decodePage(file.bytes);
+    if (page.kind !== 'text') throw new NotTextError(path);
     this.reset(path);
-    this.base = file.fingerprint;
-    this.savedText = file.text;
-    this.text = file.text;
-    this.emit('opened', { path });
+    this.adopt(file.fingerprint, page);
+    this.emit('opened', { path, page });
     await this.lookForDraft(path, gen);
     return true;
+  }
+
+  adopt(fingerprint, page) {
+    this.base = fingerprint;
+    this.encoding = page.encoding;
+    this.savedText = textOf(page);
+    this.text = this.savedText;
   }
 
   close() {
@@ -99,44 +136,66 @@ export class Session {
     this.emit('draft-offer', { draft });
   }
 
-  /** Replaces the editor's copy of the text and updates the dirty marker. */
-  setText(text) {
-    if (this.path === null) return;
-    this.text = text;
-    const dirty = text !== this.savedText;
-    if (dirty) this.scheduleDraft();
-    else this.cancelDraftTimer();
+  setDirty(dirty) {
     if (dirty !== this.dirty) {
       this.dirty = dirty;
       this.emit('dirty', { dirty });
     }
   }
 
-  /** An edit happened; the exact text follows later through setText or textSource. */
-  touch() {
+  /** Replaces the editor's copy of the text and updates the dirty marker; an edit. */
+  setText(text) {
     if (this.path === null) return;
-    this.scheduleDraft();
-    if (!this.dirty) {
-      this.dirty = true;
-      this.emit('dirty', { dirty: true });
-    }
+    this.takeText(text);
+    if (this.dirty) this.scheduleDraft();
+    else this.cancelDraftTimer();
+  }
+
+  /** Takes the text as it is now, without counting that as an edit. */
+  takeText(text) {
+    this.text = text;
+    this.setDirty(text !== this.savedText);
+  }
+
+  /** An edit happened; the editor says whether the text now differs from the disk's. */
+  edited(dirty) {
+    if (this.path === null || this.readOnly) return;
+    if (dirty) this.scheduleDraft();
+    else this.cancelDraftTimer();
+    this.setDirty(dirty);
   }
 
   pull() {
-    if (this.textSource) {
+    if (this.textSource && this.path !== null) {
       const text = this.textSource();
-      if (typeof text === 'string') this.setText(text);
+      if (typeof text === 'string') this.takeText(text);
     }
+  }
+
+  /**
+   * The user chose to edit a page that is not UTF-8: from now on it is UTF-8
+   * text, and the next save writes it as such.
+   */
+  convertToUtf8() {
+    if (!this.readOnly) return false;
+    this.encoding = 'utf-8';
+    // No UTF-8 text equals the bytes on disk, so the page stays dirty until saved.
+    this.savedText = null;
+    this.emit('converted');
+    this.setDirty(true);
+    this.scheduleDraft();
+    return true;
   }
 
   // ---- drafts ----
 
+  /** A throttle, not a debounce: continuous typing still stores a draft every second. */
   scheduleDraft() {
-    this.cancelDraftTimer();
+    if (this.draftTimer !== null || this.readOnly) return;
     this.draftTimer = this.timers.setTimeout(() => {
       this.draftTimer = null;
       this.storeDraft();
-    }, DRAFT_IDLE_MS);
+    }, DRAFT_THROTTLE_MS);
   }
 
   cancelDraftTimer() {
@@ -152,8 +211,9 @@ export class Session {
 
   /** Hands the current text to the host as a draft; returns when it is stored. */
   storeDraft() {
+    this.cancelDraftTimer();
     this.pull();
-    if (this.path === null || !this.dirty) return this.draftQueue;
+    if (this.path === null || !this.dirty || this.readOnly) return this.draftQueue;
     const { path, text, base } = this;
     return this.queueDraft(async () => {
       await this.api.putDraft(path, text, base);
@@ -161,22 +221,35 @@ export class Session {
     });
   }
 
+  /**
+   * Makes sure the host holds what the user typed: waits for a save under
+   * way, then stores a draft of unsaved text. Used before the editor goes
+   * away (closing, quitting, another folder).
+   */
+  async flush() {
+    while (this.saving) await this.saving;
+    await this.storeDraft();
+    await this.draftQueue;
+  }
+
   async restoreDraft() {
     const draft = this.draftOffer;
     if (!draft) return false;
     const gen = this.generation;
-    const { text } = await this.api.draftText(draft.id);
+    const { bytes } = await this.api.draftBytes(draft.id);
     if (gen !== this.generation) return false;
+    const page = decodePage(bytes);
+    if (page.kind !== 'text') throw new Error('the draft is not text');
     this.draftOffer = null;
     // The draft was typed over its own base; saving it over a newer disk
     // version must become a conflict, not a silent overwrite.
     const loadedBase = this.base;
-    this.text = text;
-    this.dirty = text !== this.savedText;
-    if (this.dirty && draft.baseFingerprint) this.base = draft.baseFingerprint;
-    if (this.dirty) this.scheduleDraft();
-    this.emit('restored', { draft, text, baseMoved: this.base !== loadedBase });
-    this.emit('dirty', { dirty: this.dirty });
+    this.text = textOf(page);
+    const dirty = this.text !== this.savedText;
+    if (dirty && draft.baseFingerprint) this.base = draft.baseFingerprint;
+    if (dirty) this.scheduleDraft();
+    this.emit('restored', { draft, page, baseMoved: this.base !== loadedBase });
+    this.setDirty(dirty);
     return true;
   }
 
@@ -197,6 +270,7 @@ export class Session {
   save({ force = false } = {}) {
     this.pull();
     if (this.path === null) return Promise.resolve({ ok: false, error: 'no page is open' });
+    if (this.readOnly) return Promise.resolve({ ok: false, error: 'the page is not UTF-8 text; convert it to edit and save it' });
     if (this.saving) {
       this.saveAgain = true;
       return this.saving;
@@ -215,11 +289,11 @@ export class Session {
         this.conflict = null;
         this.disk = null;
         this.draftOffer = null;
-        this.dirty = this.text !== text;
+        this.emit('saved', { path, text, fingerprint: answer.fingerprint, bytes: answer.bytes });
+        this.setText(this.text);
+        this.pull();
         if (this.dirty) this.scheduleDraft();
         else this.queueDraft(() => this.api.deleteDraft(path));
-        this.emit('saved', { path, fingerprint: answer.fingerprint, bytes: answer.bytes });
-        this.emit('dirty', { dirty: this.dirty });
         return { ok: true, fingerprint: answer.fingerprint, bytes: answer.bytes };
       } catch (e) {
         if (gen !== this.generation) return { ok: false, error: e.message };
@@ -300,7 +374,8 @@ export class Session {
 
   /**
    * Loads the page from disk. Without `discard`, edits made while the read
-   * was under way win and the change is flagged instead.
+   * was under way win and the change is flagged instead. The editor replaces
+   * its text as an edit the user can undo.
    */
   async reload({ discard = false } = {}) {
     if (this.path === null) return false;
@@ -326,16 +401,19 @@ export class Session {
       }
       return false;
     }
+    const page = decodePage(file.bytes);
+    if (page.kind !== 'text') {
+      this.emit('error', { error: new NotTextError(path) });
+      return false;
+    }
     const hadEdits = this.dirty;
     this.cancelDraftTimer();
-    this.base = file.fingerprint;
-    this.savedText = file.text;
-    this.text = file.text;
-    this.dirty = false;
+    this.adopt(file.fingerprint, page);
     this.disk = null;
-    this.emit('reloaded', { path, text: file.text });
-    this.emit('dirty', { dirty: false });
-    // The edits just dropped stay readable in the host's store until pruned.
+    this.emit('reloaded', { path, page });
+    this.setDirty(false);
+    // The edits just replaced stay in the editor's undo history and in the
+    // host's store until pruned.
     if (hadEdits) this.queueDraft(() => this.api.deleteDraft(path));
     return true;
   }
@@ -352,11 +430,11 @@ export class Session {
       this.base = answer.fingerprint;
       this.savedText = text;
       this.disk = null;
-      this.dirty = this.text !== text;
-      if (!this.dirty) this.queueDraft(() => this.api.deleteDraft(path));
-      this.emit('saved', { path, fingerprint: answer.fingerprint, bytes: answer.bytes });
+      this.emit('saved', { path, text, fingerprint: answer.fingerprint, bytes: answer.bytes });
       this.emit('disk', { disk: null });
-      this.emit('dirty', { dirty: this.dirty });
+      this.setText(this.text);
+      this.pull();
+      if (!this.dirty) this.queueDraft(() => this.api.deleteDraft(path));
       return { ok: true, fingerprint: answer.fingerprint };
     } catch (e) {
       this.emit('error', { error: e });
@@ -364,8 +442,8 @@ export class Session {
     }
   }
 
-  /** The user keeps their text after an outside change; the next save meets the conflict. */
-  keepMine() {
+  /** The user keeps editing after an outside change; the next save meets it as a conflict. */
+  keepEditing() {
     this.disk = null;
     this.emit('disk', { disk: null });
   }
@@ -379,21 +457,25 @@ export class Session {
 
   /**
    * After a conflict was resolved by choosing a candidate: the page now holds
-   * `text` with `fingerprint`. Choosing the editor's own bytes keeps any
-   * typing done since; any other choice replaces the text.
+   * that candidate, with `fingerprint`. Choosing the editor's own bytes keeps
+   * any typing done since; any other choice loads the page from disk (an edit
+   * the user can undo).
    */
-  adoptResolution({ fingerprint, text, keepEditorText }) {
-    this.pull();
-    this.base = fingerprint;
-    this.savedText = text;
-    if (!keepEditorText) this.text = text;
-    this.dirty = this.text !== text;
+  async adoptResolution({ fingerprint, text, keepEditorText }) {
     this.conflict = null;
     this.disk = null;
+    if (!keepEditorText) {
+      await this.reload({ discard: true });
+      this.emit('resolved', { fingerprint: this.base });
+      return;
+    }
+    this.base = fingerprint;
+    this.savedText = text;
+    this.emit('resolved', { fingerprint, savedText: text });
+    this.setText(this.text);
+    this.pull();
     if (this.dirty) this.scheduleDraft();
     else this.cancelDraftTimer();
-    this.emit('resolved', { fingerprint, text: this.text });
-    this.emit('dirty', { dirty: this.dirty });
   }
 
   /** The conflict was dismissed: the disk version becomes the base, the text stays unsaved. */
@@ -401,6 +483,6 @@ export class Session {
     if (fingerprint) this.base = fingerprint;
     this.conflict = null;
     this.disk = null;
-    this.emit('resolved', { fingerprint: this.base, text: this.text });
+    this.emit('resolved', { fingerprint: this.base });
   }
 }

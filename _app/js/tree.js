@@ -13,6 +13,21 @@ export class TreeModel {
     this.root = normalize(root);
     this.nodes = new Map();
     this.nodes.set(this.root, { path: this.root, name: basename(this.root) || this.root, kind: 'directory', children: null, expanded: true });
+    // Counts every change of what a view shows; views and caches compare it.
+    this.version = 0;
+    this.listed = null;
+  }
+
+  changed() {
+    this.version++;
+    this.listed = null;
+  }
+
+  /** Expands or collapses a folder. */
+  setExpanded(node, expanded) {
+    if (node.expanded === expanded) return;
+    node.expanded = expanded;
+    this.version++;
   }
 
   get(path) {
@@ -42,6 +57,7 @@ export class TreeModel {
     }
     for (const child of node.children || []) if (!keep.has(child)) this.removeSubtree(child);
     node.children = children;
+    this.changed();
     return true;
   }
 
@@ -59,6 +75,7 @@ export class TreeModel {
     const parent = this.nodes.get(dirname(p));
     if (parent && parent.children) parent.children = parent.children.filter((c) => c !== p);
     this.removeSubtree(p);
+    this.changed();
     return true;
   }
 
@@ -73,6 +90,7 @@ export class TreeModel {
     let at = children.findIndex((c) => naturalCompare(this.nodes.get(c).name, name) > 0);
     if (at < 0) at = children.length;
     children.splice(at, 0, p);
+    this.changed();
     return true;
   }
 
@@ -93,6 +111,7 @@ export class TreeModel {
       this.nodes.set(path, { ...n, path, children: n.children && n.children.map((c) => rebase(c, src, dst)) });
     }
     if (top.children) top.children = top.children.map((c) => rebase(c, src, dst));
+    this.changed();
     return true;
   }
 
@@ -101,9 +120,10 @@ export class TreeModel {
     return this.nodes.size - 1;
   }
 
-  /** Every listed entry as {name, kind, path}, parents before children. */
+  /** Every listed entry as {name, kind, path}, parents before children (kept until the tree changes). */
   entries() {
-    return this.rows({ all: true }).map(({ node }) => ({ name: node.name, kind: node.kind, path: node.path }));
+    if (!this.listed) this.listed = this.rows({ all: true }).map(({ node }) => ({ name: node.name, kind: node.kind, path: node.path }));
+    return this.listed;
   }
 
   /** The rows a view shows: expanded folders' children, depth-first. */
@@ -155,7 +175,7 @@ export class TreeController {
   async toggle(dir, expanded = undefined) {
     const node = this.model.get(dir);
     if (!node || node.kind !== 'directory') return;
-    node.expanded = expanded === undefined ? !node.expanded : expanded;
+    this.model.setExpanded(node, expanded === undefined ? !node.expanded : expanded);
     if (node.expanded && !node.children) await this.list(dir);
     else this.onChange({ dir: node.path });
   }

@@ -1,45 +1,54 @@
 import { test, describe } from 'node:test';
 import assert from 'node:assert/strict';
-import { resolveReference, rebase, relative } from '../js/paths.js';
-import { previewDelay, referenceMapper, rewriteCssUrls, rewriteSrcset } from '../js/preview-doc.js';
+import { rebase, relative, resolveReference } from '../js/paths.js';
+import {
+  linkTarget, markerTarget, openMarker, rewriteCssUrls, rewriteSrcset, rootRelativeUrl, workspacePathOf, workspaceUrl,
+} from '../js/preview-doc.js';
+
+const origin = 'vorna://app';
 
 describe('references in a previewed page', () => {
-  const dir = '/ws/guides';
-  test('relative, parent and root-relative references resolve inside the workspace', () => {
-    assert.equal(resolveReference(dir, 'img/a.png', '/ws'), '/ws/guides/img/a.png');
-    assert.equal(resolveReference(dir, '../style.css?v=2#x', '/ws'), '/ws/style.css');
-    assert.equal(resolveReference(dir, '/logo.svg', '/ws'), '/ws/logo.svg');
-    assert.equal(resolveReference(dir, 'my%20pic.png', '/ws'), '/ws/guides/my pic.png');
+  test('workspace files have path-shaped URLs that name them exactly', () => {
+    for (const path of ['/ws/a.html', '/ws/My Site/é #1?.css', '/ws/100%.png']) {
+      const url = workspaceUrl(origin, path);
+      assert.ok(url.startsWith('vorna://app/workspace/ws/'), url);
+      assert.equal(new URL('x', url).pathname.endsWith('/x'), true, 'a relative reference resolves in the same folder');
+      assert.equal(workspacePathOf(url, origin), path);
+    }
+    assert.equal(workspacePathOf('vorna://app/css/app.css', origin), null);
   });
 
-  test('external, fragment-only and escaping references are left alone', () => {
-    for (const ref of ['https://example.com/a.png', '//cdn.example/x.js', 'data:image/png;base64,AA', 'mailto:a@b', '#top', '', '  ', '../../etc/hosts', '/../x', '%zz']) {
-      assert.equal(resolveReference(dir, ref, '/ws'), null, ref);
+  test('links to workspace files keep their fragment; links elsewhere are left alone', () => {
+    const dir = '/ws/guides';
+    assert.deepEqual(linkTarget(dir, 'b.htm#part-2', '/ws'), { path: '/ws/guides/b.htm', fragment: 'part-2' });
+    assert.deepEqual(linkTarget(dir, '/notes.md', '/ws'), { path: '/ws/notes.md', fragment: '' });
+    for (const href of ['#top', 'https://example.org/a.html', 'mailto:a@b', '../../etc/hosts']) {
+      assert.equal(linkTarget(dir, href, '/ws'), null, href);
+    }
+    const target = { path: '/ws/a b/c.html', fragment: 'x#y' };
+    assert.deepEqual(markerTarget(openMarker(target)), target);
+    assert.equal(markerTarget('about:srcdoc'), null);
+  });
+
+  test('root-relative references point into the workspace, in url(), @import and srcset alike', () => {
+    const map = (ref) => (ref.startsWith('/') && !ref.startsWith('//') ? rootRelativeUrl(origin, '/ws', ref) : null);
+    assert.equal(
+      rewriteCssUrls('@import "/base.css"; a{background:url(/img/bg.png?v=2)} b{background:url("https://x/y.png")} c{background:url(rel.png)}', map),
+      '@import "vorna://app/workspace/ws/base.css"; a{background:url("vorna://app/workspace/ws/img/bg.png?v=2")} b{background:url("https://x/y.png")} c{background:url(rel.png)}',
+    );
+    assert.equal(rewriteSrcset('/a.png 1x, b.png 2x', map), 'vorna://app/workspace/ws/a.png 1x, b.png 2x');
+  });
+
+  test('external and escaping references resolve to nothing', () => {
+    for (const ref of ['https://example.com/a.png', '//cdn.example/x.js', 'data:image/png;base64,AA', '', '../../etc/hosts', '/../x', '%zz']) {
+      assert.equal(resolveReference('/ws/guides', ref, '/ws'), null, ref);
     }
   });
-
-  test('CSS url() and srcset references are rewritten, external ones kept', () => {
-    const map = referenceMapper({ origin: 'vorna://app', pageDir: '/ws', root: '/ws' });
-    assert.equal(
-      rewriteCssUrls('a{background:url(bg.png)} b{background:url("https://x/y.png")}', map),
-      'a{background:url("vorna://app/api/file?path=%2Fws%2Fbg.png")} b{background:url("https://x/y.png")}',
-    );
-    assert.equal(rewriteSrcset('a.png 1x, https://x/b.png 2x', map), 'vorna://app/api/file?path=%2Fws%2Fa.png 1x, https://x/b.png 2x');
-  });
 });
 
-describe('paths', () => {
-  test('relative and rebase respect folder boundaries', () => {
-    assert.equal(relative('/ws', '/ws/a/b.html'), 'a/b.html');
-    assert.equal(relative('/ws', '/wsx/a.html'), null);
-    assert.equal(rebase('/ws/a/b.html', '/ws/a', '/ws/c'), '/ws/c/b.html');
-    assert.equal(rebase('/ws/ab/b.html', '/ws/a', '/ws/c'), '/ws/ab/b.html');
-  });
-});
-
-test('the preview waits longer for larger pages, within bounds', () => {
-  assert.ok(previewDelay(1000) < 300);
-  const big = previewDelay(2 * 1024 * 1024);
-  assert.ok(big >= 1000 && big <= 2000);
-  assert.equal(previewDelay(50 * 1024 * 1024), 2000);
+test('relative and rebase respect folder boundaries', () => {
+  assert.equal(relative('/ws', '/ws/a/b.html'), 'a/b.html');
+  assert.equal(relative('/ws', '/wsx/a.html'), null);
+  assert.equal(rebase('/ws/a/b.html', '/ws/a', '/ws/c'), '/ws/c/b.html');
+  assert.equal(rebase('/ws/ab/b.html', '/ws/a', '/ws/c'), '/ws/ab/b.html');
 });

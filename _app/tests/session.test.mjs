@@ -1,7 +1,7 @@
 import { test, describe } from 'node:test';
 import assert from 'node:assert/strict';
 import { createApi } from '../js/api.js';
-import { DRAFT_IDLE_MS, Session } from '../js/session.js';
+import { DRAFT_THROTTLE_MS, NotTextError, Session } from '../js/session.js';
 import { FakeHost, FakeTimers, settle, sha } from './fake-host.mjs';
 
 const PAGE = '/ws/a.html';
@@ -92,18 +92,21 @@ describe('dirty marker', () => {
   });
 });
 
-describe('draft timer', () => {
-  test('a draft is stored after two seconds without typing, with the base', async () => {
-    const { host, timers, session } = await setup();
-    session.setText('a');
-    await timers.advance(DRAFT_IDLE_MS - 500);
-    session.setText('ab');
-    await timers.advance(DRAFT_IDLE_MS - 1);
-    assert.equal(host.log('PUT', 'draft').length, 0);
-    await timers.advance(1);
+describe('drafts while typing', () => {
+  test('continuous typing stores a draft within a second of any keystroke, with the base, and none once it stops', async () => {
+    const host = new FakeHost('/ws', { 'a.html': '<p>one</p>\n' });
+    const timers = new FakeTimers();
+    let current = '';
+    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
+    await session.open(PAGE);
+    for (let i = 1; i <= 12; i++) {
+      current = 'a'.repeat(i);
+      session.edited(true);
+      await timers.advance(DRAFT_THROTTLE_MS / 4);
+    }
+    await timers.advance(DRAFT_THROTTLE_MS * 5);
     const drafts = host.log('PUT', 'draft');
-    assert.equal(drafts.length, 1);
-    assert.equal(drafts[0].body, 'ab');
+    assert.deepEqual(drafts.map((d) => d.body.length), [4, 8, 12]);
     assert.equal(drafts[0].headers['x-vn-base'], sha('<p>one</p>\n'));
   });
 
@@ -111,7 +114,7 @@ describe('draft timer', () => {
     const { host, timers, session } = await setup();
     session.setText('a');
     session.setText('<p>one</p>\n');
-    await timers.advance(DRAFT_IDLE_MS * 2);
+    await timers.advance(DRAFT_THROTTLE_MS * 2);
     assert.equal(host.log('PUT', 'draft').length, 0);
   });
 
@@ -119,7 +122,7 @@ describe('draft timer', () => {
     const { host, timers, session } = await setup();
     session.setText('typed');
     const release = host.hold('PUT', 'draft');
-    await timers.advance(DRAFT_IDLE_MS);
+    await timers.advance(DRAFT_THROTTLE_MS);
     await session.save();
     release();
     await settle();
@@ -129,18 +132,57 @@ describe('draft timer', () => {
     assert.equal(timers.pending, 0);
   });
 
-  test('a touch (exact text not read yet) marks dirty and arms the timer, which reads the text', async () => {
+  test('an edit reported by the editor arms the throttle, which reads the exact text then', async () => {
     const host = new FakeHost('/ws', { 'a.html': 'x' });
     const timers = new FakeTimers();
     let current = 'x';
     const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
     await session.open(PAGE);
     await settle();
-    current = 'xy';
-    session.touch();
+    current = 'x\r\ny';
+    session.edited(true);
     assert.equal(session.dirty, true);
-    await timers.advance(DRAFT_IDLE_MS);
-    assert.equal(host.log('PUT', 'draft')[0].body, 'xy');
+    await timers.advance(DRAFT_THROTTLE_MS);
+    assert.equal(host.log('PUT', 'draft')[0].body, 'x\r\ny');
+  });
+
+  test('flush, the host\'s question before the editor goes, stores unsaved text at once, after a save under way', async () => {
+    const { host, session } = await setup();
+    session.setText('saving');
+    const release = host.hold('PUT', 'file');
+    session.save();
+    session.setText('saving and more');
+    const flushed = session.flush();
+    release();
+    await flushed;
+    assert.deepEqual(host.requests.map((r) => `${r.method} ${r.op}`), ['PUT file', 'PUT draft']);
+    assert.equal(host.log('PUT', 'draft')[0].body, 'saving and more');
+  });
+});
+
+describe('pages that are not UTF-8 text', () => {
+  test('a Latin-1 page is read-only: no save, no draft, until converted; then saved as UTF-8', async () => {
+    const host = new FakeHost('/ws', { 'a.html': Buffer.from('caf\xe9', 'latin1') });
+    const timers = new FakeTimers();
+    let current = 'caf\u00e9';
+    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
+    await session.open(PAGE);
+    assert.equal(session.readOnly, true);
+    session.edited(true);
+    await timers.advance(DRAFT_THROTTLE_MS);
+    assert.equal((await session.save()).ok, false);
+    assert.equal(host.requests.filter((r) => r.method === 'PUT').length, 0);
+    session.convertToUtf8();
+    assert.equal(session.dirty, true);
+    assert.equal((await session.save()).ok, true);
+    assert.deepEqual(Buffer.from(host.files.get(PAGE)), Buffer.from('caf\u00e9', 'utf8'));
+  });
+
+  test('a file with NUL bytes is not opened', async () => {
+    const host = new FakeHost('/ws', { 'a.html': Buffer.from('a\0b', 'latin1') });
+    const session = new Session({ api: createApi(host.fetch), timers: new FakeTimers() });
+    await assert.rejects(session.open(PAGE), NotTextError);
+    assert.equal(session.path, null);
   });
 });
 
@@ -214,15 +256,17 @@ describe('conflicts on save', () => {
     assert.equal(result.conflict.error, 'recovery store unavailable: x');
   });
 
-  test('choosing the editor candidate keeps typing done since; another candidate replaces the text', async () => {
-    const { session } = await setup();
+  test('choosing the editor candidate keeps typing done since; another candidate loads the page from disk', async () => {
+    const { host, session } = await setup();
     session.setText('mine plus more');
-    session.adoptResolution({ fingerprint: sha('mine'), text: 'mine', keepEditorText: true });
+    await session.adoptResolution({ fingerprint: sha('mine'), text: 'mine', keepEditorText: true });
     assert.equal(session.text, 'mine plus more');
     assert.equal(session.base, sha('mine'));
     assert.equal(session.dirty, true);
-    session.adoptResolution({ fingerprint: sha('theirs'), text: 'theirs', keepEditorText: false });
+    host.files.set(PAGE, 'theirs');
+    await session.adoptResolution({ fingerprint: sha('theirs'), text: 'theirs', keepEditorText: false });
     assert.equal(session.text, 'theirs');
+    assert.equal(session.base, sha('theirs'));
     assert.equal(session.dirty, false);
   });
 });
@@ -237,14 +281,14 @@ describe('outside changes', () => {
     assert.ok(kinds().includes('reloaded'));
   });
 
-  test('a dirty page is flagged, not replaced; reload drops the edits, keep mine keeps the old base', async () => {
+  test('a dirty page is flagged, not replaced; reload replaces the edits, keep editing keeps the old base', async () => {
     const { host, session } = await setup();
     session.setText('mine');
     host.files.set(PAGE, 'theirs');
     await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: sha('theirs') });
     assert.deepEqual(session.disk, { state: 'modified', fingerprint: sha('theirs') });
     assert.equal(session.text, 'mine');
-    session.keepMine();
+    session.keepEditing();
     assert.equal(session.disk, null);
     assert.equal(session.base, sha('<p>one</p>\n'));
     await session.reload({ discard: true });

@@ -1,9 +1,12 @@
 #include "app/AppDelegate.h"
 
+#include <glib-unix.h>
 #include <gtk/gtk.h>
 
+#include <csignal>
 #include <cstdio>
 
+#include "app/CommandLineHelp.h"
 #include "app/E2ERunner.h"
 #include "app/EditorWindowController.h"
 #include "app/FilePaths.h"
@@ -24,11 +27,11 @@ namespace {
 constexpr const char* kOpenPanelMessage =
     "Choose a folder of HTML pages, or one page — it opens in its folder.";
 
-// The folder chooser of "Open…", owned by its response and released there.
-struct OpenPanel {
-  AppDelegate* delegate;
-  GObjectPtr<GtkFileChooserNative> chooser;
-};
+// The answer of the open panel's "Open Folder" button.
+constexpr int kOpenFolderResponse = 1;
+
+// The signals that end the host after the page stored its draft.
+constexpr int kEndingSignals[] = {SIGTERM, SIGINT, SIGHUP};
 
 }  // namespace
 
@@ -52,6 +55,16 @@ PageTarget AppDelegate::firstTarget(const PageTarget& pending, const PageTarget&
 }
 
 int AppDelegate::run(const char* programPath) {
+  // Answered before GTK starts, so they need no display.
+  if (options_.showHelp || options_.showVersion) {
+    std::string text =
+        options_.showHelp ? CommandLineHelp::helpText() : CommandLineHelp::versionText();
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return std::fflush(stdout) == 0 ? 0 : 1;
+  }
+  if (std::optional<std::string> line = options_.ignoredLine()) {
+    std::fputs(line->c_str(), stderr);
+  }
   // The self-test modes run beside any editor that is open, never through it.
   auto flags = static_cast<GApplicationFlags>(G_APPLICATION_HANDLES_OPEN |
                                               (options_.selfTest() ? G_APPLICATION_NON_UNIQUE : 0));
@@ -94,18 +107,15 @@ int AppDelegate::run(const char* programPath) {
     return 1;
   }
 
-  // What reaches "open": the desktop's "Open with" arguments, and, when an
-  // editor already runs, the --open target too, so that it opens there. As
-  // URIs they can never be mistaken for options.
+  // What reaches "open": when an editor already runs, the --open target, so
+  // that it opens there (the desktop's "Open with" passes it with --open too).
+  // As URIs they can never be mistaken for options.
   std::vector<std::string> paths;
   bool remote = g_application_get_is_remote(G_APPLICATION(application.get())) != FALSE;
-  if (!options_.selfTest()) {
-    if (remote && options_.requestedFolder) {
-      paths.push_back(options_.requestedPage
-                          ? *options_.requestedFolder + "/" + *options_.requestedPage
-                          : *options_.requestedFolder);
-    }
-    paths.insert(paths.end(), options_.openRequests.begin(), options_.openRequests.end());
+  if (!options_.selfTest() && remote && options_.requestedFolder) {
+    paths.push_back(options_.requestedPage
+                        ? *options_.requestedFolder + "/" + *options_.requestedPage
+                        : *options_.requestedFolder);
   }
   std::vector<std::string> uris;
   for (const std::string& path : paths) {
@@ -119,8 +129,23 @@ int AppDelegate::run(const char* programPath) {
   }
   argv.push_back(nullptr);
 
+  std::vector<unsigned> signalSources;
+  for (int signal : kEndingSignals) {
+    using Handler = std::pair<AppDelegate*, int>;
+    signalSources.push_back(g_unix_signal_add_full(
+        G_PRIORITY_DEFAULT, signal,
+        +[](gpointer data) -> gboolean {
+          auto [self, received] = *static_cast<Handler*>(data);
+          self->endOnSignal(received);
+          return G_SOURCE_CONTINUE;
+        },
+        new Handler(this, signal), [](gpointer data) { delete static_cast<Handler*>(data); }));
+  }
   int status = g_application_run(G_APPLICATION(application.get()),
                                  static_cast<int>(argv.size() - 1), argv.data());
+  for (unsigned source : signalSources) {
+    g_source_remove(source);
+  }
   smoke_.reset();
   e2e_.reset();
   controller_.reset();
@@ -183,6 +208,21 @@ void AppDelegate::endSelfTest(int code) {
   g_application_quit(G_APPLICATION(application_));
 }
 
+void AppDelegate::endOnSignal(int signal) {
+  // A second signal while the page is still asked ends the host at once.
+  if (endingSignal_ != 0 || !controller_) {
+    exitStatus_ = 128 + signal;
+    g_application_quit(G_APPLICATION(application_));
+    return;
+  }
+  endingSignal_ = signal;
+  controller_->storePageDraft([this, signal] {
+    exitStatus_ = 128 + signal;
+    controller_->close(false);
+    g_application_quit(G_APPLICATION(application_));
+  });
+}
+
 void AppDelegate::applicationOpen(const std::vector<std::string>& paths) {
   if (options_.selfTest()) {
     return;
@@ -208,34 +248,48 @@ void AppDelegate::openFolder() {
   if (!controller_) {
     return;
   }
-  // GTK's chooser picks folders or files, never both in one dialog; the
-  // folder is what the editor opens (a page reaches it by "Open with").
+  // GTK's chooser opens files or folders, never both; "Open Folder" takes the
+  // selected folder, or the one being shown, while "Open" takes a page.
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
-  auto* panel =
-      new OpenPanel{this, GObjectPtr<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
-                              kOpenPanelMessage, controller_->window(),
-                              GTK_FILE_CHOOSER_ACTION_SELECT_FOLDER, "Open", "Cancel"))};
-  gtk_native_dialog_set_modal(GTK_NATIVE_DIALOG(panel->chooser.get()), TRUE);
+  GtkWidget* dialog = gtk_file_chooser_dialog_new(
+      kOpenPanelMessage, controller_->window(), GTK_FILE_CHOOSER_ACTION_OPEN, "Cancel",
+      GTK_RESPONSE_CANCEL, "Open Folder", kOpenFolderResponse, "Open", GTK_RESPONSE_ACCEPT,
+      nullptr);
+  gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
+  auto pages = GObjectPtr<GtkFileFilter>::adopt(gtk_file_filter_new());
+  gtk_file_filter_set_name(pages.get(), "HTML pages");
+  for (const char* suffix : {"html", "htm"}) {
+    gtk_file_filter_add_suffix(pages.get(), suffix);
+  }
+  gtk_file_chooser_add_filter(GTK_FILE_CHOOSER(dialog), pages.get());
+  gtk_window_set_modal(GTK_WINDOW(dialog), TRUE);
   connectSignal(
-      panel->chooser.get(), "response",
-      +[](GtkNativeDialog* dialog, int response, gpointer data) {
-        std::unique_ptr<OpenPanel> owned(static_cast<OpenPanel*>(data));
-        if (response != GTK_RESPONSE_ACCEPT) {
-          return;
+      dialog, "response",
+      +[](GtkDialog* shown, int response, gpointer data) {
+        auto* self = static_cast<AppDelegate*>(data);
+        GtkFileChooser* chooser = GTK_FILE_CHOOSER(shown);
+        auto file = GObjectPtr<GFile>::adopt(response == GTK_RESPONSE_ACCEPT ||
+                                                     response == kOpenFolderResponse
+                                                 ? gtk_file_chooser_get_file(chooser)
+                                                 : nullptr);
+        if (response == kOpenFolderResponse &&
+            (!file || g_file_query_file_type(file.get(), G_FILE_QUERY_INFO_NONE, nullptr) !=
+                          G_FILE_TYPE_DIRECTORY)) {
+          file = GObjectPtr<GFile>::adopt(gtk_file_chooser_get_current_folder(chooser));
         }
-        auto file = GObjectPtr<GFile>::adopt(gtk_file_chooser_get_file(GTK_FILE_CHOOSER(dialog)));
         GText path(file ? g_file_get_path(file.get()) : nullptr);
-        if (!path) {
+        gtk_window_destroy(GTK_WINDOW(shown));
+        if (!path || !self->controller_) {
           return;
         }
         PageTarget chosen = target(path.get());
-        if (chosen.folder && owned->delegate->controller_) {
-          owned->delegate->openTarget(chosen);
+        if (chosen.folder) {
+          self->openTarget(chosen);
         }
       },
-      panel);
-  gtk_native_dialog_show(GTK_NATIVE_DIALOG(panel->chooser.get()));
+      this);
   G_GNUC_END_IGNORE_DEPRECATIONS
+  gtk_window_present(GTK_WINDOW(dialog));
 }
 
 std::optional<std::string> AppDelegate::rememberedFolder() const {
@@ -279,11 +333,13 @@ void AppDelegate::installActions() {
       {"quit",
        [](GSimpleAction*, GVariant*, gpointer data) {
          auto* self = static_cast<AppDelegate*>(data);
-         // Closing (not just quitting) lets the window save its frame first.
-         if (self->controller_ && self->controller_->window() != nullptr) {
-           gtk_window_close(self->controller_->window());
+         // Closing the last window ends the application, once the page has
+         // stored its draft and the window its frame.
+         if (self->controller_) {
+           self->controller_->close(true);
+         } else {
+           g_application_quit(G_APPLICATION(self->application_));
          }
-         g_application_quit(G_APPLICATION(self->application_));
        },
        nullptr,
        nullptr,

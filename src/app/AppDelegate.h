@@ -46,6 +46,9 @@ class AppDelegate {
  private:
   void applicationDidFinishLaunching();
   void applicationOpen(const std::vector<std::string>& paths);
+  // SIGTERM, SIGINT or SIGHUP: the page stores its draft (at most
+  // DraftHandshake::kWait), then the host ends with 128 + the signal.
+  void endOnSignal(int signal);
   void openFolder();
   void openTarget(const PageTarget& target);
   std::optional<std::string> rememberedFolder() const;
@@ -60,6 +63,7 @@ class AppDelegate {
   GtkApplication* application_ = nullptr;  // alive for the whole of `run`
   bool launched_ = false;
   int exitStatus_ = 0;  // overrides the loop's own status when set
+  int endingSignal_ = 0;
   std::unique_ptr<EditorWindowController> controller_;
   // The self-test that drives the window, if any; it goes before the window.
   std::unique_ptr<SmokeRunner> smoke_;

@@ -1,14 +1,11 @@
 #include "app/AppSchemeHandler.h"
 
-#include <fcntl.h>
 #include <glib.h>
 #include <libsoup/soup.h>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <webkit/webkit.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <ctime>
@@ -21,8 +18,11 @@
 #include "app/MIME.h"
 #include "app/MainThread.h"
 #include "app/UrlParts.h"
+#include "app/UserScripts.h"
 #include "contracts/BridgeRequest.h"
 #include "contracts/Json.h"
+#include "storage/DurableFiles.h"
+#include "storage/FileOpError.h"
 
 namespace vorna::app {
 namespace {
@@ -70,36 +70,6 @@ std::string httpDate(time_t seconds) {
 
 bool startsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-// Reads a whole regular file; nothing when it cannot be opened or read.
-std::optional<Bytes> readWholeFile(const std::string& path) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    return std::nullopt;
-  }
-  Bytes bytes;
-  struct stat info {};
-  if (::fstat(fd, &info) == 0 && info.st_size > 0) {
-    bytes.reserve(static_cast<size_t>(info.st_size));
-  }
-  char buffer[kBodyChunk];
-  for (;;) {
-    ssize_t count = ::read(fd, buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) {
-      continue;
-    }
-    if (count < 0) {
-      ::close(fd);
-      return std::nullopt;
-    }
-    if (count == 0) {
-      break;
-    }
-    bytes.append(buffer, static_cast<size_t>(count));
-  }
-  ::close(fd);
-  return bytes;
 }
 
 // The engine's body stream, read on a pool thread. The stream object itself
@@ -170,10 +140,11 @@ void AppSchemeHandler::start(WebKitURISchemeRequest* request) {
     }
   }
   // Only /api/ calls read a body. The engine crashes inside get_http_body on a
-  // Blob-backed body, so file loads (which never need one) do not ask for it;
-  // the injected scripts turn Blob bodies into bytes before they leave the page.
+  // Blob-backed body, so file loads (which never need one) do not ask for it,
+  // and neither does a call whose body the page's guard did not turn into
+  // bytes; api() refuses that call.
   std::optional<std::string> path = copy.url ? decodedPath(*copy.url) : std::nullopt;
-  if (path && startsWith(*path, "/api/")) {
+  if (path && startsWith(*path, "/api/") && bodyMayBeRead(copy)) {
     pending->body =
         GObjectPtr<GInputStream>::adopt(webkit_uri_scheme_request_get_http_body(request));
     if (pending->body) {
@@ -208,12 +179,34 @@ HTTPReply AppSchemeHandler::answer(const SchemeRequest& request, const HostConte
     return api(*request.url, request, host);
   }
   bool head = request.method && upper(*request.method) == "HEAD";
+  if (path && startsWith(*path, kWorkspacePrefix)) {
+    return workspaceFile(path->substr(std::char_traits<char>::length(kWorkspacePrefix) - 1), host,
+                         head);
+  }
   return file(*request.url, host, head);
+}
+
+HTTPReply AppSchemeHandler::workspaceFile(const std::string& path, const HostContext& host,
+                                          bool head) {
+  std::shared_ptr<contracts::BridgeHandling> bridge = host.bridge();
+  if (!bridge) {
+    return HTTPReply::error(503, "no workspace open");
+  }
+  // The bridge confines the path to the workspace like any other request's.
+  HTTPReply reply = HTTPReply::from(
+      bridge->handle(contracts::BridgeRequest::make("GET", "file", {{"path", path}}, {}, {})));
+  if (head) {
+    reply.body.clear();
+  }
+  return reply;
 }
 
 HTTPReply AppSchemeHandler::api(const std::string& url, const SchemeRequest& request,
                                 const HostContext& host) {
   std::string method = request.method.value_or("GET");
+  if (!bodyMayBeRead(request)) {
+    return HTTPReply::error(400, kUnguardedBody);
+  }
   std::optional<Bytes> body = requestBody(request);
   if (!body) {
     return HTTPReply::error(400, "could not read the request body");
@@ -232,6 +225,20 @@ HTTPReply AppSchemeHandler::api(const std::string& url, const SchemeRequest& req
     return HTTPReply::error(400, "bad request");
   }
   return HTTPReply::from(bridge->handle(*bridgeRequest));
+}
+
+bool AppSchemeHandler::bodyMayBeRead(const SchemeRequest& request) {
+  std::string method = upper(request.method.value_or("GET"));
+  if (method == "GET" || method == "HEAD") {
+    return true;
+  }
+  for (const auto& [name, value] : request.headers) {
+    if (equalsIgnoringCase(name, UserScripts::kBodyHeader) &&
+        value == UserScripts::kBodyHeaderValue) {
+      return true;
+    }
+  }
+  return false;
 }
 
 std::optional<Bytes> AppSchemeHandler::requestBody(const SchemeRequest& request) {
@@ -286,8 +293,10 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   if (::stat(target.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) {
     return HTTPReply::error(404, "not found: " + relative);
   }
-  std::optional<Bytes> bytes = readWholeFile(target);
-  if (!bytes) {
+  Bytes bytes;
+  try {
+    bytes = storage::readFileWhole(target);
+  } catch (const storage::FileOpError&) {
     return HTTPReply::error(404, "not readable: " + relative);
   }
   HTTPReply reply;
@@ -298,7 +307,7 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
     reply.headers["Last-Modified"] = modified;
   }
   if (!head) {
-    reply.body = std::move(*bytes);
+    reply.body = std::move(bytes);
   }
   return reply;
 }
@@ -306,12 +315,14 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
 std::map<std::string, std::string> AppSchemeHandler::deliveryHeaders(const HTTPReply& reply) {
   std::map<std::string, std::string> headers;
   for (const auto& [name, value] : reply.headers) {
-    if (!equalsIgnoringCase(name, "Cache-Control") && !equalsIgnoringCase(name, "Content-Length")) {
+    if (!equalsIgnoringCase(name, "Cache-Control") && !equalsIgnoringCase(name, "Content-Length") &&
+        !equalsIgnoringCase(name, "Content-Security-Policy")) {
       headers[name] = value;
     }
   }
   headers["Cache-Control"] = "no-store";
   headers["Content-Length"] = std::to_string(reply.body.size());
+  headers["Content-Security-Policy"] = kContentSecurityPolicy;
   return headers;
 }
 

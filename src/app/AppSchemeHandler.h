@@ -24,6 +24,16 @@ class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
  public:
   static constexpr const char* kScheme = "vorna";
   static constexpr const char* kQueueLabel = "com.lumenfold.vorna.scheme";
+  // Sent with every answer, so every document of the editor has it, and the
+  // srcdoc, data: and blob: frames in them inherit it. No script runs from a
+  // javascript: URL or inline (a javascript: URL could replace the editor
+  // without any navigation the host sees), and no worker starts: scripts
+  // cannot be injected into workers, so nothing would guard their bodies.
+  static constexpr const char* kContentSecurityPolicy =
+      "script-src 'self' 'unsafe-eval'; worker-src 'none'";
+  // The refusal of an /api/ call whose body the page's guard did not mark.
+  static constexpr const char* kUnguardedBody =
+      "request body refused: only fetch and XMLHttpRequest in the editor's pages may send one";
 
   explicit AppSchemeHandler(std::shared_ptr<HostContext> host);
   AppSchemeHandler(const AppSchemeHandler&) = delete;
@@ -39,20 +49,33 @@ class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
   // pool and delivers it on the main thread. Main thread only.
   void start(WebKitURISchemeRequest* request);
 
-  // Pure routing: /api/ paths to `api`, everything else to `file`. Any thread.
+  // Where workspace files are served to the editor's preview, by their path:
+  // vorna://app/workspace/home/ann/site/a.css reads /home/ann/site/a.css.
+  static constexpr const char* kWorkspacePrefix = "/workspace/";
+
+  // Pure routing: /api/ paths to `api`, /workspace/ paths to `workspaceFile`,
+  // everything else to `file`. Any thread.
   static HTTPReply answer(const SchemeRequest& request, const HostContext& host);
+  // The bridge's answer to reading the file at `path` (`GET file`), so that
+  // the preview's relative references (links, stylesheets, their @import,
+  // url() and fonts) resolve by themselves. Reads only; any method is a read.
+  static HTTPReply workspaceFile(const std::string& path, const HostContext& host, bool head);
   // The transport probe, the 503 before a folder is open, or the bridge's answer.
   static HTTPReply api(const std::string& url, const SchemeRequest& request,
                        const HostContext& host);
   // A file of the _app folder; `head` leaves the body out.
   static HTTPReply file(const std::string& url, const HostContext& host, bool head);
+  // Whether the body of an /api/ call may be read: when its method carries
+  // none (GET, HEAD), or the page's body guard marked it (UserScripts).
+  static bool bodyMayBeRead(const SchemeRequest& request);
   // The body bytes, or nothing when the body stream failed. Reads the stream
   // through one reused 64 KiB buffer and closes it either way.
   static std::optional<contracts::Bytes> requestBody(const SchemeRequest& request);
 
   // The headers a reply goes out with: its own, with "Cache-Control" set to
-  // "no-store" and "Content-Length" to the body's byte count, replacing any
-  // such header the reply carried in whatever case.
+  // "no-store", "Content-Length" to the body's byte count and
+  // "Content-Security-Policy" to kContentSecurityPolicy, replacing any such
+  // header the reply carried in whatever case.
   static std::map<std::string, std::string> deliveryHeaders(const HTTPReply& reply);
 
  private:

@@ -12,6 +12,7 @@
 #include "app/FilePaths.h"
 #include "app/GUniquePtr.h"
 #include "app/JscJson.h"
+#include "app/PageTarget.h"
 #include "app/SignalConnect.h"
 
 namespace vorna::app {
@@ -110,9 +111,40 @@ void E2ERunner::run() {
       },
       this);
 
+  controller_.setContextMenuObserver(
+      [this](const std::vector<std::string>& offered, const std::vector<std::string>& shown) {
+        auto joined = [](const std::vector<std::string>& items) {
+          std::string out;
+          for (const std::string& item : items) {
+            out += (out.empty() ? "" : "|") + item;
+          }
+          return out;
+        };
+        if (!finished_) {
+          output_.out("E2E-MENU offered=" + joined(offered) + " shown=" + joined(shown) + "\n");
+        }
+      });
   controller_.present();
   controller_.openFolder(folder_, page_);
   waitForFolder(0);
+}
+
+void E2ERunner::handOver(const std::string& path, const std::string& scenario) {
+  PageTarget next = target(path);
+  if (!next.folder) {
+    finish(2, "the scenario asked to open " + path + ", which is no folder or page");
+    return;
+  }
+  scenario_ = scenario;
+  // The readiness test would still pass on the page that is about to go, so
+  // waiting starts once the new one has loaded.
+  controller_.openFolder(*next.folder, next.page, [this] {
+    controller_.setDidFinishLoad([alive = std::weak_ptr<E2ERunner*>(alive_)](bool) {
+      if (auto self = alive.lock(); self && !(*self)->finished_) {
+        (*self)->waitForFolder(0);
+      }
+    });
+  });
 }
 
 void E2ERunner::waitForFolder(int attempt) {
@@ -175,6 +207,12 @@ void E2ERunner::receive(const std::optional<Json>& message) {
   auto say = message->find("say");
   if (say != message->end() && say->is_string()) {
     output_.out("E2E " + say->get<std::string>() + "\n");
+  }
+  auto open = message->find("open");
+  auto then = message->find("then");
+  if (open != message->end() && open->is_string() && then != message->end() && then->is_string()) {
+    handOver(open->get<std::string>(), then->get<std::string>());
+    return;
   }
   auto done = message->find("done");
   if (done != message->end() && done->is_string()) {

@@ -23,6 +23,10 @@ class EditorWindowController;
 // from $VORNA_E2E_DIR, and relays what the scenario says as "E2E {text}" and
 // "E2E-DONE {json}" lines on standard output. The run ends once: when the
 // scenario reports (0), or on a failure to start it or the time-out (2).
+// A scenario may also hand over to another one in a different folder or page
+// ({"open": path, "then": scenario}): the runner opens it the way Open… does
+// and runs that scenario there. Every context menu the editor shows is
+// reported as "E2E-MENU offered={items} shown={items}", items joined by "|".
 // Everything runs on the main thread.
 class E2ERunner {
  public:
@@ -75,6 +79,7 @@ class E2ERunner {
 
  private:
   void waitForFolder(int attempt);
+  void handOver(const std::string& path, const std::string& scenario);
   void inject();
   void runScenario(const std::string& script);
   // Ends the run once with `code`; `problem` (without "e2e: ") goes to
@@ -86,7 +91,7 @@ class E2ERunner {
   EditorWindowController& controller_;
   const std::string folder_;
   const std::optional<std::string> page_;
-  const std::string scenario_;
+  std::string scenario_;
   SelfTestOutput output_;
   Settings settings_;
   bool finished_ = false;

@@ -5,9 +5,11 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 
 #include "app/AppSchemeHandler.h"
 #include "app/BridgeMessageHandler.h"
+#include "app/EditingMenu.h"
 #include "app/EditorUrl.h"
 #include "app/FilePaths.h"
 #include "app/GUniquePtr.h"
@@ -18,6 +20,8 @@
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
 #include "contracts/Json.h"
+#include "storage/PathNames.h"
+#include "storage/UserFolders.h"
 
 namespace vorna::app {
 namespace {
@@ -57,6 +61,17 @@ EditorWindowController* claim(gpointer data) {
   return self ? *self : nullptr;
 }
 
+// An XDG folder, or the one GLib names when the environment names none.
+std::string userFolder(const char* variable, std::string_view underHome) {
+  return storage::xdgFolder(variable, underHome)
+      .value_or(storage::joinPath(g_get_home_dir(), underHome));
+}
+
+// Where compiled content filters are kept between runs.
+std::string filterFolder() {
+  return storage::joinPath(userFolder("XDG_CACHE_HOME", ".cache"), "vorna/content-filters");
+}
+
 std::string blockerIdentifier() {
   GText digest(
       g_compute_checksum_for_string(G_CHECKSUM_SHA256, NavigationPolicy::contentBlockRules(), -1));
@@ -78,6 +93,7 @@ EditorWindowController::EditorWindowController(bool isSmoke, bool headless,
       bridgeMessages_(std::make_unique<BridgeMessageHandler>(host_)),
       cancellable_(GObjectPtr<GCancellable>::adopt(g_cancellable_new())) {
   buildWebView();
+  drafts_ = std::make_unique<DraftHandshake>(webView_.get());
   buildWindow(application);
   connectSignals(this);
   installContentBlocker();
@@ -99,11 +115,18 @@ EditorWindowController::~EditorWindowController() {
   if (!windowClosed_) {
     gtk_window_destroy(window_.get());
   }
+  if (!privateFilterFolder_.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(privateFilterFolder_, ignored);
+  }
 }
 
 void EditorWindowController::buildWebView() {
   context_ = GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
-  webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_VIEWER);
+  // The document-browser model keeps a page the main frame left whole for a
+  // while (the document viewer keeps none), so that the editor can be brought
+  // back as it was, the text being edited included (see keepEditor).
+  webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_BROWSER);
   AppSchemeHandler::registerWith(context_.get(), host_);
 
   contentManager_ = GObjectPtr<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
@@ -126,9 +149,16 @@ void EditorWindowController::buildWebView() {
   webkit_settings_set_enable_developer_extras(settings.get(), TRUE);
   webkit_settings_set_enable_back_forward_navigation_gestures(settings.get(), FALSE);
 
-  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(
-      g_object_new(WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "user-content-manager",
-                   contentManager_.get(), "settings", settings.get(), nullptr)));
+  // The engine's own data (local storage) and cache go where the default
+  // session would put them, but never to a folder named by a relative XDG
+  // variable, which would move with the folder the program was started from.
+  std::string data = storage::joinPath(userFolder("XDG_DATA_HOME", ".local/share"), "vorna");
+  std::string cache = storage::joinPath(userFolder("XDG_CACHE_HOME", ".cache"), "vorna");
+  auto session = GObjectPtr<WebKitNetworkSession>::adopt(
+      webkit_network_session_new(data.c_str(), cache.c_str()));
+  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(g_object_new(
+      WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session.get(),
+      "user-content-manager", contentManager_.get(), "settings", settings.get(), nullptr)));
 }
 
 void EditorWindowController::buildWindow(GtkApplication* application) {
@@ -179,30 +209,39 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
   };
   g_action_map_add_action_entries(G_ACTION_MAP(window_.get()), kWindowActions,
                                   G_N_ELEMENTS(kWindowActions), this);
-  // The Edit menu runs the engine's own editing commands on the page.
+  // Clipboard items run the engine's own commands, which the editor takes up
+  // through the page's clipboard events; the rest are the editor's commands
+  // (its undo history, its selection), as are Save, New Page and Find.
   static const std::pair<const char*, const char*> kEditing[] = {
-      {"undo", WEBKIT_EDITING_COMMAND_UNDO},
-      {"redo", WEBKIT_EDITING_COMMAND_REDO},
       {"cut", WEBKIT_EDITING_COMMAND_CUT},
       {"copy", WEBKIT_EDITING_COMMAND_COPY},
       {"paste", WEBKIT_EDITING_COMMAND_PASTE},
       {"paste-as-plain-text", WEBKIT_EDITING_COMMAND_PASTE_AS_PLAIN_TEXT},
-      {"delete", "Delete"},
-      {"select-all", WEBKIT_EDITING_COMMAND_SELECT_ALL},
   };
-  for (const auto& [name, command] : kEditing) {
+  static const std::pair<const char*, const char*> kPageCommands[] = {
+      {"undo", "undo"},     {"redo", "redo"}, {"select-all", "selectAll"},
+      {"delete", "delete"}, {"save", "save"}, {"new-page", "newPage"},
+      {"find", "find"},
+  };
+  auto addAction = [this](const char* name, const char* command, GCallback run) {
     auto action = GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));
     g_object_set_data(G_OBJECT(action.get()), "vorna-command", const_cast<char*>(command));
-    connectSignal(
-        action.get(), "activate",
-        +[](GSimpleAction* activated, GVariant*, gpointer data) {
-          auto* self = static_cast<EditorWindowController*>(data);
-          const auto* editing =
-              static_cast<const char*>(g_object_get_data(G_OBJECT(activated), "vorna-command"));
-          webkit_web_view_execute_editing_command(self->webView_.get(), editing);
-        },
-        this);
+    connectSignal(action.get(), "activate", run, this);
     g_action_map_add_action(G_ACTION_MAP(window_.get()), G_ACTION(action.get()));
+  };
+  for (const auto& [name, command] : kEditing) {
+    addAction(name, command, G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
+                const auto* editing = static_cast<const char*>(
+                    g_object_get_data(G_OBJECT(activated), "vorna-command"));
+                webkit_web_view_execute_editing_command(
+                    static_cast<EditorWindowController*>(data)->webView_.get(), editing);
+              }));
+  }
+  for (const auto& [name, command] : kPageCommands) {
+    addAction(name, command, G_CALLBACK(+[](GSimpleAction* activated, GVariant*, gpointer data) {
+                static_cast<EditorWindowController*>(data)->runPageCommand(static_cast<const char*>(
+                    g_object_get_data(G_OBJECT(activated), "vorna-command")));
+              }));
   }
 }
 
@@ -211,10 +250,47 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
       self->window_.get(), "close-request",
       +[](GtkWindow*, gpointer data) -> gboolean {
         auto* controller = static_cast<EditorWindowController*>(data);
+        if (!controller->closeAgreed_ && controller->bridge_) {
+          // The window closes once the page has stored any unsaved text.
+          controller->storePageDraft([alive = Alive(controller->alive_)] {
+            if (auto held = alive.lock(); held && !(*held)->windowClosed_) {
+              (*held)->closeAgreed_ = true;
+              gtk_window_close((*held)->window_.get());
+            }
+          });
+          return TRUE;
+        }
         if (!controller->headless_) {
           guarded("saving the window frame", [&] { controller->saveFrame(); });
         }
         return FALSE;
+      },
+      self);
+  connectSignal(
+      self->webView_.get(), "notify::title",
+      +[](WebKitWebView* view, GParamSpec*, gpointer data) {
+        // The editor names the page, its folder and whether it is saved.
+        const char* title = webkit_web_view_get_title(view);
+        gtk_window_set_title(static_cast<EditorWindowController*>(data)->window_.get(),
+                             title != nullptr && *title != '\0' ? title : "Vorna");
+      },
+      self);
+  connectSignal(
+      self->webView_.get(), "context-menu",
+      +[](WebKitWebView*, WebKitContextMenu* menu, WebKitHitTestResult*,
+          gpointer data) -> gboolean {
+        auto* controller = static_cast<EditorWindowController*>(data);
+        bool none = true;
+        guarded("a context menu", [&] {
+          std::vector<std::string> offered = EditingMenu::labels(menu);
+          std::vector<std::string> shown =
+              EditingMenu::trim(menu, G_ACTION_MAP(controller->window_.get()));
+          if (controller->contextMenuObserver_) {
+            controller->contextMenuObserver_(offered, shown);
+          }
+          none = shown.empty();
+        });
+        return none ? TRUE : FALSE;
       },
       self);
   connectSignal(
@@ -261,8 +337,8 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
           // The engine does not say which frame a navigation is for. So about:,
           // blob: and data: pass here for every frame; a main-frame blob: or
           // data: document is then refused by the response decision (and the
-          // engine refuses top-level data: itself), but a main-frame about:
-          // page has no response and cannot be told from a sub-frame's.
+          // engine refuses top-level data: itself). A main-frame about: page
+          // has no response: the commit brings the editor back (keepEditor).
           NavigationDecision decided =
               type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION
                   ? NavigationPolicy::decideNewWindow(url, link)
@@ -298,9 +374,20 @@ void EditorWindowController::connectSignals(EditorWindowController* self) {
   connectSignal(
       self->webView_.get(), "load-changed",
       +[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
+        if (event == WEBKIT_LOAD_COMMITTED) {
+          guarded("a committed load",
+                  [&] { static_cast<EditorWindowController*>(data)->keepEditor(); });
+        }
         if (event == WEBKIT_LOAD_FINISHED) {
           guarded("a finished load",
                   [&] { static_cast<EditorWindowController*>(data)->finishLoad(true); });
+          guarded("changes held back", [&] {
+            auto* controller = static_cast<EditorWindowController*>(data);
+            for (const contracts::WorkspaceChange& held :
+                 std::exchange(controller->heldChanges_, {})) {
+              controller->deliver(held);
+            }
+          });
         }
       },
       self);
@@ -436,18 +523,16 @@ void EditorWindowController::showAlert(WebKitScriptDialog* dialog) {
 }
 
 void EditorWindowController::installContentBlocker() {
-  GText folder(g_build_filename(g_get_user_cache_dir(), "vorna", "content-filters", nullptr));
   filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
-      webkit_user_content_filter_store_new(folder.get()));
+      webkit_user_content_filter_store_new(filterFolder().c_str()));
   std::string identifier = blockerIdentifier();
   // A filter compiled by an earlier run is reused; otherwise it is compiled now.
   webkit_user_content_filter_store_load(
       filterStore_.get(), identifier.c_str(), cancellable_.get(),
       [](GObject* source, GAsyncResult* result, gpointer data) {
         EditorWindowController* self = claim(data);
-        auto* store = WEBKIT_USER_CONTENT_FILTER_STORE(source);
-        ContentFilterPtr filter(
-            webkit_user_content_filter_store_load_finish(store, result, nullptr));
+        ContentFilterPtr filter(webkit_user_content_filter_store_load_finish(
+            WEBKIT_USER_CONTENT_FILTER_STORE(source), result, nullptr));
         if (self == nullptr) {
           return;
         }
@@ -455,25 +540,62 @@ void EditorWindowController::installContentBlocker() {
           self->contentBlockerInstalled(filter.get(), "");
           return;
         }
-        GBytesPtr rules(g_bytes_new_static(
-            NavigationPolicy::contentBlockRules(),
-            std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
-        webkit_user_content_filter_store_save(
-            store, blockerIdentifier().c_str(), rules.get(), self->cancellable_.get(),
-            [](GObject* saver, GAsyncResult* saved, gpointer held) {
-              EditorWindowController* controller = claim(held);
-              GError* error = nullptr;
-              ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
-                  WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
-              GErrorPtr owned(error);
-              if (controller != nullptr) {
-                controller->contentBlockerInstalled(compiled.get(),
-                                                    owned ? owned->message : "unknown error");
-              }
-            },
-            new Alive(self->alive_));
+        self->compileContentBlocker(filterFolder(), /*lastTry=*/false);
       },
       new Alive(alive_));
+}
+
+void EditorWindowController::compileContentBlocker(const std::string& folder, bool lastTry) {
+  GBytesPtr rules(
+      g_bytes_new_static(NavigationPolicy::contentBlockRules(),
+                         std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
+  struct Attempt {
+    Alive alive;
+    std::string folder;
+    bool lastTry;
+  };
+  webkit_user_content_filter_store_save(
+      filterStore_.get(), blockerIdentifier().c_str(), rules.get(), cancellable_.get(),
+      [](GObject* saver, GAsyncResult* saved, gpointer held) {
+        std::unique_ptr<Attempt> attempt(static_cast<Attempt*>(held));
+        GError* error = nullptr;
+        ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
+            WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
+        GErrorPtr owned(error);
+        std::shared_ptr<EditorWindowController*> self = attempt->alive.lock();
+        if (!self) {
+          return;
+        }
+        EditorWindowController& controller = **self;
+        std::string failure = owned ? owned->message : "unknown error";
+        if (!compiled && !attempt->lastTry) {
+          // The cache folder cannot take it (not writable, full, not a
+          // folder): a private folder of this run serves instead.
+          if (std::optional<std::string> privateFolder = controller.makePrivateFilterFolder()) {
+            std::fprintf(stderr,
+                         "Vorna: the content filter could not be kept in %s (%s); it is compiled "
+                         "into %s for this run\n",
+                         attempt->folder.c_str(), failure.c_str(), privateFolder->c_str());
+            controller.compileContentBlocker(*privateFolder, /*lastTry=*/true);
+            return;
+          }
+        }
+        controller.contentBlockerInstalled(compiled.get(), failure);
+      },
+      new Attempt{Alive(alive_), folder, lastTry});
+}
+
+std::optional<std::string> EditorWindowController::makePrivateFilterFolder() {
+  GError* error = nullptr;
+  GText made(g_dir_make_tmp("vorna-content-filter-XXXXXX", &error));
+  GErrorPtr owned(error);
+  if (!made) {
+    return std::nullopt;
+  }
+  privateFilterFolder_ = made.get();
+  filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
+      webkit_user_content_filter_store_new(made.get()));
+  return privateFilterFolder_;
 }
 
 void EditorWindowController::contentBlockerInstalled(WebKitUserContentFilter* filter,
@@ -508,7 +630,23 @@ void EditorWindowController::load(const std::optional<std::string>& folder,
 }
 
 void EditorWindowController::openFolder(const std::string& folder,
-                                        const std::optional<std::string>& page) {
+                                        const std::optional<std::string>& page,
+                                        std::function<void()> opened) {
+  if (!bridge_) {
+    swapFolder(folder, page, opened);
+    return;
+  }
+  // The page talks to the old bridge until it has stored its draft there.
+  storePageDraft([alive = Alive(alive_), folder, page, opened = std::move(opened)] {
+    if (auto self = alive.lock()) {
+      (*self)->swapFolder(folder, page, opened);
+    }
+  });
+}
+
+void EditorWindowController::swapFolder(const std::string& folder,
+                                        const std::optional<std::string>& page,
+                                        const std::function<void()>& opened) {
   if (bridge_) {
     bridge_->stopWatching();
     bridge_.reset();
@@ -529,6 +667,13 @@ void EditorWindowController::openFolder(const std::string& folder,
   bridge_ = bridge;
   host_->setBridge(bridge);
   folder_ = standard;
+  bridge->setWatchNoticeHandler([alive = Alive(alive_)](const std::string& notice) {
+    postToMainThread([alive, notice] {
+      if (auto self = alive.lock()) {
+        (*self)->presentWatchNotice(notice);
+      }
+    });
+  });
   bridge->startWatching([alive = Alive(alive_)](const contracts::WorkspaceChange& change) {
     postToMainThread([alive, change] {
       if (auto self = alive.lock()) {
@@ -537,6 +682,29 @@ void EditorWindowController::openFolder(const std::string& folder,
     });
   });
   load(standard, page);
+  if (opened) {
+    opened();
+  }
+}
+
+void EditorWindowController::storePageDraft(std::function<void()> then) {
+  if (windowClosed_ || !bridge_) {
+    postToMainThread(std::move(then));
+    return;
+  }
+  drafts_->request(std::move(then));
+}
+
+void EditorWindowController::runPageCommand(const std::string& name) {
+  if (windowClosed_) {
+    return;
+  }
+  std::string script =
+      "window.vornaHost && window.vornaHost.command && void window.vornaHost.command(" +
+      contracts::writeJson(contracts::Json(name)) + ")";
+  webkit_web_view_evaluate_javascript(webView_.get(), script.c_str(),
+                                      static_cast<gssize>(script.size()), nullptr, nullptr, nullptr,
+                                      nullptr, nullptr);
 }
 
 void EditorWindowController::useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {
@@ -556,6 +724,13 @@ std::optional<std::string> EditorWindowController::changeScript(
 void EditorWindowController::deliver(const contracts::WorkspaceChange& change) {
   std::optional<std::string> script = changeScript(change);
   if (!script || windowClosed_) {
+    return;
+  }
+  // While the main frame is away (keepEditor is bringing the editor back) a
+  // change would reach a page that is not the editor; it waits instead.
+  const char* uri = webkit_web_view_get_uri(webView_.get());
+  if (uri != nullptr && !NavigationPolicy::isEditorDocument(uri)) {
+    heldChanges_.push_back(change);
     return;
   }
   webkit_web_view_evaluate_javascript(webView_.get(), script->c_str(),
@@ -580,10 +755,27 @@ void EditorWindowController::presentError(const std::string& title, const std::s
   gtk_window_present(GTK_WINDOW(alert));
 }
 
+void EditorWindowController::presentWatchNotice(const std::string& notice) {
+  // Once per run: the limits are the computer's, and opening another folder
+  // does not change them.
+  if (std::exchange(watchNoticeShown_, true)) {
+    return;
+  }
+  presentError(kWatchNoticeTitle, notice);
+}
+
 void EditorWindowController::present() {
   if (!windowClosed_) {
     gtk_window_present(window_.get());
   }
+}
+
+void EditorWindowController::close(bool askPage) {
+  if (windowClosed_) {
+    return;
+  }
+  closeAgreed_ = closeAgreed_ || !askPage;
+  gtk_window_close(window_.get());
 }
 
 void EditorWindowController::openWithDefaultBrowser(const std::string& url) {
@@ -611,6 +803,30 @@ void EditorWindowController::countNavigation(const NavigationDecision& decision,
       seams_.openExternally(url);
     }
   }
+}
+
+void EditorWindowController::keepEditor() {
+  const char* uri = webkit_web_view_get_uri(webView_.get());
+  if (uri == nullptr || NavigationPolicy::isEditorDocument(uri)) {
+    return;
+  }
+  ++editorReturns_;
+  std::string shown(uri);
+  if (shown.size() > 80) {
+    shown = shown.substr(0, 80) + "…";
+  }
+  std::fprintf(stderr, "Vorna: the editor's page was replaced by %s; it is brought back\n",
+               shown.c_str());
+  WebKitBackForwardListItem* back =
+      webkit_back_forward_list_get_back_item(webkit_web_view_get_back_forward_list(webView_.get()));
+  if (back != nullptr &&
+      NavigationPolicy::isEditorDocument(webkit_back_forward_list_item_get_uri(back))) {
+    // The engine keeps the left page whole where it can, and going back then
+    // restores it as it was: the text being edited included.
+    webkit_web_view_go_back(webView_.get());
+    return;
+  }
+  load(folder_, std::nullopt);
 }
 
 void EditorWindowController::finishLoad(bool success) {

@@ -4,8 +4,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "app/AppWiring.h"
+#include "app/DraftHandshake.h"
 #include "app/GObjectPtr.h"
 #include "app/HostContext.h"
 #include "app/NavigationDecision.h"
@@ -56,10 +58,29 @@ class EditorWindowController {
   // the content blocker is in place the load waits; only the last one runs.
   void load(const std::optional<std::string>& folder, const std::optional<std::string>& page);
 
-  // Switches to a folder: the old bridge stops watching and is dropped before
+  // Switches to a folder: the page first hands unsaved text over as a draft
+  // (DraftHandshake), then the old bridge stops watching and is dropped before
   // the new one is built. On failure the window keeps what it shows, without
-  // a bridge, and the user is told "Could not open that folder".
-  void openFolder(const std::string& folder, const std::optional<std::string>& page);
+  // a bridge, and the user is told "Could not open that folder". `opened`
+  // runs once the new editor page is being loaded (not on failure).
+  void openFolder(const std::string& folder, const std::optional<std::string>& page,
+                  std::function<void()> opened = nullptr);
+
+  // Asks the page to store unsaved text as a draft and runs `then` once it
+  // did, or after DraftHandshake::kWait; at once when no page is shown.
+  void storePageDraft(std::function<void()> then);
+
+  // Runs one of the editor's commands: "save", "newPage", "find", "undo",
+  // "redo", "selectAll", "delete".
+  void runPageCommand(const std::string& name);
+
+  // Called with the items of every context menu the editor shows (the
+  // engine's offer, then what is left), for the scenario runner.
+  using ContextMenuObserver = std::function<void(const std::vector<std::string>& offered,
+                                                 const std::vector<std::string>& shown)>;
+  void setContextMenuObserver(ContextMenuObserver observer) {
+    contextMenuObserver_ = std::move(observer);
+  }
 
   // Installs a bridge without watching (the smoke test's read-only one).
   void useSmokeBridge(std::shared_ptr<contracts::BridgeHandling> bridge);
@@ -70,8 +91,17 @@ class EditorWindowController {
   // An alert, or "Vorna: {title}: {detail}" on standard error when headless.
   void presentError(const std::string& title, const std::string& detail);
 
+  // Tells the user, once per run, what the watcher said about changes by
+  // other programs showing up late; as presentError, under kWatchNoticeTitle.
+  void presentWatchNotice(const std::string& notice);
+  static constexpr const char* kWatchNoticeTitle = "Changes by other programs will show up late";
+
   // Shows the window and brings it to the front.
   void present();
+
+  // Closes the window; with `askPage`, once the page has stored unsaved text
+  // as a draft (as when the user closes it), else at once.
+  void close(bool askPage);
 
   // Called once with true when the next page load finishes, false when it fails.
   void setDidFinishLoad(std::function<void(bool)> callback) {
@@ -96,15 +126,27 @@ class EditorWindowController {
   GtkWindow* window() const { return window_.get(); }
   // True once the content blocker is installed and loads go ahead.
   bool contentBlockerReady() const { return contentBlockerReady_; }
+  // How often the main frame committed to something other than the editor
+  // and was brought back.
+  int editorReturns() const { return editorReturns_; }
 
  private:
   void buildWebView();
   void buildWindow(GtkApplication* application);
   void installContentBlocker();
+  // Compiles the blocker into `folder`'s store; unless this is the last try, a
+  // failure moves on to a private folder of this run.
+  void compileContentBlocker(const std::string& folder, bool lastTry);
+  std::optional<std::string> makePrivateFilterFolder();
+  // After a main-frame commit: anything but an editor document is left again,
+  // back to the editor (see NavigationPolicy::isEditorDocument).
+  void keepEditor();
   // Adds the compiled blocker and lets the waiting load go; with none, loads nothing.
   void contentBlockerInstalled(WebKitUserContentFilter* filter, const std::string& failure);
   void countNavigation(const NavigationDecision& decision, const std::string& url);
   void finishLoad(bool success);
+  void swapFolder(const std::string& folder, const std::optional<std::string>& page,
+                  const std::function<void()>& opened);
   void chooseFiles(WebKitFileChooserRequest* request);
   void showAlert(WebKitScriptDialog* dialog);
   void restoreFrame();
@@ -125,8 +167,15 @@ class EditorWindowController {
   GObjectPtr<WebKitWebView> webView_;
   GObjectPtr<GtkWindow> window_;
   bool windowClosed_ = false;
+  bool closeAgreed_ = false;  // the page stored its draft; the window may close
+  std::unique_ptr<DraftHandshake> drafts_;
+  ContextMenuObserver contextMenuObserver_;
   bool contentBlockerReady_ = false;
   bool contentBlockerFailed_ = false;
+  std::string privateFilterFolder_;  // made when the cache could not take the filter
+  int editorReturns_ = 0;
+  std::vector<contracts::WorkspaceChange> heldChanges_;  // while the main frame is away
+  bool watchNoticeShown_ = false;
   std::optional<std::string> pendingUrl_;
   bool blockedExternalNavigation_ = false;
   int externalOpenAttempts_ = 0;

@@ -3,18 +3,13 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 
 #include "app/FilePaths.h"
 
-#ifndef VORNA_INSTALLED_APP_DIR
-#define VORNA_INSTALLED_APP_DIR "/usr/local/share/vorna/_app"
-#endif
-
 namespace vorna::app {
 namespace {
-
-constexpr int kClimbLimit = 12;
 
 bool holdsEditor(const std::string& folder) {
   return isRegularFile(folder + "/index.html");
@@ -25,8 +20,9 @@ std::string parentOf(const std::string& folder) {
   return slash == 0 || slash == std::string::npos ? "/" : folder.substr(0, slash);
 }
 
-std::string joined(const std::string& folder, const char* name) {
-  return folder == "/" ? std::string("/") + name : folder + "/" + name;
+std::string resolved(const std::string& path) {
+  char buffer[PATH_MAX];
+  return standardizedPath(::realpath(path.c_str(), buffer) != nullptr ? buffer : path);
 }
 
 }  // namespace
@@ -51,35 +47,47 @@ std::optional<std::string> HostContext::locateAppDirectory() {
   ssize_t length = ::readlink("/proc/self/exe", executable, sizeof executable - 1);
   std::string executablePath =
       length > 0 ? std::string(executable, static_cast<size_t>(length)) : "";
-  return locateAppDirectory(environment == nullptr ? "" : environment, VORNA_INSTALLED_APP_DIR,
-                            executablePath);
+  EditorLayout layout{.buildDirectory = VORNA_BUILD_DIR,
+                      .buildEditors = {VORNA_STAGED_APP_DIR},
+                      .installedRelative = VORNA_INSTALLED_APP_RELATIVE};
+  std::optional<LocatedEditor> found =
+      locateAppDirectory(environment == nullptr ? "" : environment, executablePath, layout);
+  const char* debug = std::getenv("VORNA_DEBUG");
+  if (debug != nullptr && *debug != '\0') {
+    if (found) {
+      std::fprintf(stderr, "Vorna: serving the editor from %s (%s)\n", found->folder.c_str(),
+                   found->origin.c_str());
+    } else {
+      std::fprintf(stderr, "Vorna: no editor folder found for %s\n", executablePath.c_str());
+    }
+  }
+  return found ? std::optional<std::string>(found->folder) : std::nullopt;
 }
 
-std::optional<std::string> HostContext::locateAppDirectory(const std::string& environmentValue,
-                                                           const std::string& installedDirectory,
-                                                           const std::string& executablePath) {
+std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
+    const std::string& environmentValue, const std::string& executablePath,
+    const EditorLayout& layout) {
   if (!environmentValue.empty() && holdsEditor(environmentValue)) {
-    return standardizedPath(environmentValue);
-  }
-  if (!installedDirectory.empty() && holdsEditor(installedDirectory)) {
-    return standardizedPath(installedDirectory);
+    return LocatedEditor{standardizedPath(environmentValue), "VORNA_APP_DIR"};
   }
   if (executablePath.empty()) {
     return std::nullopt;
   }
-  char resolved[PATH_MAX];
-  std::string folder = parentOf(standardizedPath(
-      ::realpath(executablePath.c_str(), resolved) != nullptr ? resolved : executablePath));
-  for (int tried = 0; tried < kClimbLimit; ++tried) {
-    std::string candidate = joined(folder, "_app");
-    if (holdsEditor(candidate)) {
-      return standardizedPath(candidate);
+  std::string program = resolved(executablePath);
+  std::string folder = parentOf(program);
+  if (!layout.buildDirectory.empty() && program.starts_with(layout.buildDirectory + "/")) {
+    for (const std::string& editor : layout.buildEditors) {
+      if (holdsEditor(editor)) {
+        return LocatedEditor{standardizedPath(editor), "the build tree"};
+      }
     }
-    std::string parent = parentOf(folder);
-    if (parent == folder) {
-      break;
-    }
-    folder = parent;
+  }
+  if (std::string beside = folder + "/_app"; holdsEditor(beside)) {
+    return LocatedEditor{standardizedPath(beside), "beside the program"};
+  }
+  if (std::string installed = folder + "/" + layout.installedRelative;
+      !layout.installedRelative.empty() && holdsEditor(installed)) {
+    return LocatedEditor{standardizedPath(installed), "the install prefix"};
   }
   return std::nullopt;
 }

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "contracts/BridgeHandling.h"
 
@@ -27,17 +28,38 @@ class HostContext {
   // The _app folder found at start-up, standardized; absent when none was.
   const std::optional<std::string>& appDirectory() const { return appDirectory_; }
 
-  // Finds the editor's folder once at start-up: $VORNA_APP_DIR, then the
-  // installed data folder, then `_app` beside the executable and in each
-  // folder above it. Only a folder holding an index.html counts.
+  // Where a program of this build looks for the editor, besides $VORNA_APP_DIR.
+  struct EditorLayout {
+    // The build folder the program was configured in, resolved; a program
+    // whose own resolved path lies below it runs from its build tree.
+    std::string buildDirectory;
+    // What a program in the build tree serves, in order: the staged editor,
+    // then the source tree's.
+    std::vector<std::string> buildEditors;
+    // The installed editor, relative to the folder of the installed program
+    // ("../share/vorna/_app"): found wherever the prefix was unpacked.
+    std::string installedRelative;
+  };
+
+  struct LocatedEditor {
+    std::string folder;  // standardized
+    std::string origin;  // "VORNA_APP_DIR", "the build tree", "beside the program", "the install prefix"
+    bool operator==(const LocatedEditor&) const = default;
+  };
+
+  // Finds the editor's folder once at start-up, and names it on standard
+  // error when $VORNA_DEBUG is set and not empty.
   static std::optional<std::string> locateAppDirectory();
 
-  // The search itself, with its three inputs given: the environment value
-  // (empty counts as unset), the installed folder, and the executable's path.
-  // At most 12 folders are tried on the climb, which also stops at "/".
-  static std::optional<std::string> locateAppDirectory(const std::string& environmentValue,
-                                                       const std::string& installedDirectory,
-                                                       const std::string& executablePath);
+  // The search itself: $VORNA_APP_DIR (empty counts as unset), then, for a
+  // program in its build tree, that tree's editors, then `_app` beside the
+  // program, then the installed editor relative to the program. Symbolic
+  // links to the program are followed first. Only a folder holding an
+  // index.html counts. No other folder is tried: a program never picks up an
+  // `_app` that merely lies above it.
+  static std::optional<LocatedEditor> locateAppDirectory(const std::string& environmentValue,
+                                                         const std::string& executablePath,
+                                                         const EditorLayout& layout);
 
  private:
   mutable std::mutex lock_;

@@ -1,5 +1,7 @@
 #include "app/LaunchOptions.h"
 
+#include <algorithm>
+
 #include "app/FilePaths.h"
 #include "app/PageTarget.h"
 
@@ -13,13 +15,17 @@ LaunchOptions LaunchOptions::scan(const std::vector<std::string>& arguments) {
   LaunchOptions options;
   for (size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
+    if (argument == "--help" || argument == "--version") {
+      (argument == "--help" ? options.showHelp : options.showVersion) = true;
+      continue;
+    }
     std::optional<std::string>* slot = argument == "--smoke"      ? &smoke
                                        : argument == "--open"     ? &open
                                        : argument == "--e2e"      ? &e2e
                                        : argument == "--scenario" ? &scenario
                                                                   : nullptr;
     if (slot == nullptr) {
-      options.openRequests.push_back(argument);
+      options.ignored.push_back(argument);
       continue;
     }
     if (i + 1 < arguments.size()) {
@@ -43,6 +49,20 @@ LaunchOptions LaunchOptions::scan(const std::vector<std::string>& arguments) {
   options.e2eScenario = scenario;
   options.isE2E = options.e2eFolder.has_value() && scenario.has_value();
   return options;
+}
+
+std::optional<std::string> LaunchOptions::ignoredLine() const {
+  if (ignored.empty()) {
+    return std::nullopt;
+  }
+  std::string line = "Vorna: ignoring";
+  for (std::string argument : ignored) {
+    // Kept to one line whatever the arguments hold.
+    std::replace_if(
+        argument.begin(), argument.end(), [](char c) { return c >= 0 && c < ' '; }, '?');
+    line += " \"" + argument + "\"";
+  }
+  return line + " (not an option; open a folder or page with --open PATH)\n";
 }
 
 }  // namespace vorna::app

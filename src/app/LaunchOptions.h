@@ -16,15 +16,23 @@ struct LaunchOptions {
   std::optional<std::string> e2eFolder;
   std::optional<std::string> e2ePage;
   std::optional<std::string> e2eScenario;
-  // The arguments that are neither flags nor flag values, in order: what the
-  // desktop passes for "Open with", handed on as requests to open.
-  std::vector<std::string> openRequests;
+  // The arguments that are neither flags nor flag values, in order. They are
+  // not opened: --open decides what is.
+  std::vector<std::string> ignored;
+  // --help or --version: print and end before anything else starts.
+  bool showHelp = false;
+  bool showVersion = false;
 
   // Scans left to right. Each of --smoke, --open, --e2e and --scenario takes
   // the next argument as its value whatever it looks like, and the scan goes
   // on after it; a flag as the last argument is ignored; a flag given twice
-  // keeps its last value. `arguments` excludes the program's own path.
+  // keeps its last value. --help and --version take no value. `arguments`
+  // excludes the program's own path.
   static LaunchOptions scan(const std::vector<std::string>& arguments);
+
+  // The one line for standard error that says which arguments were ignored;
+  // nothing when none was.
+  std::optional<std::string> ignoredLine() const;
 
   bool selfTest() const { return isSmoke || isE2E; }
 };

@@ -8,6 +8,9 @@ namespace {
 struct Item {
   const char* label;
   const char* action;
+  // A key the editor page handles itself: shown in the menu, but never bound
+  // in the shell, whose accelerators would take the key before the page.
+  const char* pageKey = nullptr;
 };
 
 // One submenu: its items in sections, a section boundary being a separator.
@@ -16,7 +19,11 @@ GObjectPtr<GMenu> submenu(const std::vector<std::vector<Item>>& sections) {
   for (const auto& items : sections) {
     auto section = GObjectPtr<GMenu>::adopt(g_menu_new());
     for (const Item& item : items) {
-      g_menu_append(section.get(), item.label, item.action);
+      auto entry = GObjectPtr<GMenuItem>::adopt(g_menu_item_new(item.label, item.action));
+      if (item.pageKey != nullptr) {
+        g_menu_item_set_attribute(entry.get(), "accel", "s", item.pageKey);
+      }
+      g_menu_append_item(section.get(), entry.get());
     }
     g_menu_append_section(menu.get(), nullptr, G_MENU_MODEL(section.get()));
   }
@@ -30,14 +37,19 @@ GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
   std::string quit = "Quit " + appName;
   // The desktop's own Hide, Hide Others and Show All have no counterpart here.
   auto application = submenu({{{about.c_str(), "app.about"}}, {{quit.c_str(), "app.quit"}}});
-  auto file = submenu({{{"Open…", "app.open"}}, {{"Close", "win.close"}}});
-  auto edit = submenu({{{"Undo", "win.undo"}, {"Redo", "win.redo"}},
-                       {{"Cut", "win.cut"},
-                        {"Copy", "win.copy"},
-                        {"Paste", "win.paste"},
-                        {"Paste and Match Style", "win.paste-as-plain-text"},
-                        {"Delete", "win.delete"},
-                        {"Select All", "win.select-all"}}});
+  auto file = submenu({{{"Open…", "app.open"}},
+                       {{"Save", "win.save", "<Control>s"},
+                        {"New Page…", "win.new-page", "<Control>n"},
+                        {"Find…", "win.find", "<Control>f"}},
+                       {{"Close", "win.close"}}});
+  auto edit =
+      submenu({{{"Undo", "win.undo", "<Control>z"}, {"Redo", "win.redo", "<Control><Shift>z"}},
+               {{"Cut", "win.cut", "<Control>x"},
+                {"Copy", "win.copy", "<Control>c"},
+                {"Paste", "win.paste", "<Control>v"},
+                {"Paste and Match Style", "win.paste-as-plain-text"},
+                {"Delete", "win.delete"},
+                {"Select All", "win.select-all", "<Control>a"}}});
   auto window = submenu({{{"Minimize", "win.minimize"}, {"Zoom", "win.zoom"}},
                          {{"Bring All to Front", "app.bring-all-to-front"}}});
 
@@ -51,16 +63,8 @@ GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
 
 const std::vector<std::pair<std::string, std::string>>& MainMenu::accelerators() {
   static const std::vector<std::pair<std::string, std::string>> table = {
-      {"app.quit", "<Control>q"},
-      {"app.open", "<Control>o"},
-      {"win.close", "<Control>w"},
-      {"win.undo", "<Control>z"},
-      {"win.redo", "<Control><Shift>z"},
-      {"win.cut", "<Control>x"},
-      {"win.copy", "<Control>c"},
-      {"win.paste", "<Control>v"},
-      {"win.paste-as-plain-text", "<Control><Alt><Shift>v"},
-      {"win.select-all", "<Control>a"},
+      {"app.quit", "<Control>q"},     {"app.open", "<Control>o"},
+      {"win.close", "<Control>w"},    {"win.paste-as-plain-text", "<Control><Alt><Shift>v"},
       {"win.minimize", "<Control>m"},
   };
   return table;

@@ -14,7 +14,8 @@ namespace vorna::app {
 
 // The menu bar of the interactive mode. Items name actions: "app.*" ones are
 // the application's (about, quit, open, bring-all-to-front), "win.*" ones the
-// editor window's (close, the editing commands, minimize, zoom).
+// editor window's (close, save, new page, find, the editing commands,
+// minimize, zoom).
 struct MainMenu {
   MainMenu() = delete;
 
@@ -23,7 +24,9 @@ struct MainMenu {
   // separators are sections.
   static GObjectPtr<GMenu> build(const std::string& appName);
 
-  // Action name and accelerator, Control standing for the Command key.
+  // Action name and accelerator, Control standing for the Command key: the
+  // shell's own keys only. The editor's keys (save, find, undo, the
+  // clipboard, Tab) must reach the page, so their items only show the key.
   static const std::vector<std::pair<std::string, std::string>>& accelerators();
 
   // Sets the menu bar and the accelerators on the application. Main thread.

@@ -46,11 +46,16 @@ NavigationDecision NavigationPolicy::decideNewWindow(const std::string& url, boo
 }
 
 bool NavigationPolicy::allowsResponse(const std::string& url, bool mainFrameMainResource) {
-  if (!mainFrameMainResource) {
-    return true;
-  }
+  return !mainFrameMainResource || isEditorDocument(url);
+}
+
+bool NavigationPolicy::isEditorDocument(const std::string& url) {
   std::optional<UrlParts> parts = UrlParts::parse(url);
-  return parts && isEditor(*parts);
+  if (!parts || !isEditor(*parts)) {
+    return false;
+  }
+  std::string path = UrlParts::percentDecode(parts->path).value_or(parts->path);
+  return !path.starts_with("/api/");
 }
 
 const char* NavigationPolicy::contentBlockRules() {

@@ -24,9 +24,15 @@ struct NavigationPolicy {
   // allowed; a link activation towards http or https is handed on.
   static NavigationDecision decideNewWindow(const std::string& url, bool linkActivation);
 
-  // A response about to be shown: the main frame's own document must come
-  // from vorna://app/; sub-frame documents were decided as navigations.
+  // A response about to be shown: the main frame's own document must be an
+  // editor document; sub-frame documents were decided as navigations.
   static bool allowsResponse(const std::string& url, bool mainFrameMainResource);
+
+  // A document of the editor: under vorna://app/, but not an /api/ answer.
+  // The main frame shows nothing else. Navigations cannot be told apart by
+  // frame, so a main-frame about: page passes the decision; when the main
+  // frame commits to anything else, the window brings the editor back.
+  static bool isEditorDocument(const std::string& url);
 
   // Content-blocker rules that stop every http(s) and ws(s) load. Images,
   // no-cors fetches, WebSockets and beacons never reach the navigation

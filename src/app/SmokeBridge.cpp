@@ -8,8 +8,9 @@
 #include <vector>
 
 #include "app/FilePaths.h"
-#include "app/GUniquePtr.h"
 #include "app/MIME.h"
+#include "storage/DurableFiles.h"
+#include "storage/FileOpError.h"
 
 namespace vorna::app {
 
@@ -61,15 +62,14 @@ contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& re
     return BridgeResponse::json(200, list);
   }
   if (request.op == "file") {
-    char* contents = nullptr;
-    gsize length = 0;
-    if (!g_file_get_contents(path->c_str(), &contents, &length, nullptr)) {
+    contracts::Bytes bytes;
+    try {
+      bytes = storage::readFileWhole(*path);
+    } catch (const storage::FileOpError&) {
       return BridgeResponse::error(404, "not found: " + *path);
     }
-    GText owned(contents);
-    return BridgeResponse{200,
-                          {{"Content-Type", MIME::contentType(lowerExtension(*path))}},
-                          contracts::Bytes(contents, length)};
+    return BridgeResponse{
+        200, {{"Content-Type", MIME::contentType(lowerExtension(*path))}}, std::move(bytes)};
   }
   return BridgeResponse::error(404, "smoke bridge has no op " + request.op);
 }

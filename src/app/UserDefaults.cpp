@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include "app/GUniquePtr.h"
+#include "storage/UserFolders.h"
 
 namespace vorna::app {
 namespace {
@@ -26,10 +27,8 @@ bool save(GKeyFile* file, const std::string& path) {
 }  // namespace
 
 std::string UserDefaults::standardPath() {
-  const char* config = g_getenv("XDG_CONFIG_HOME");
-  std::string base = config != nullptr && g_path_is_absolute(config)
-                         ? std::string(config)
-                         : std::string(g_get_home_dir()) + "/.config";
+  std::string base = storage::xdgFolder("XDG_CONFIG_HOME", ".config")
+                         .value_or(std::string(g_get_home_dir()) + "/.config");
   return base + "/vorna/vorna.conf";
 }
 

@@ -53,10 +53,13 @@ constexpr const char* kBridgeShim = R"JS((function () {
   window.__vornaBridgeMode = 'scheme';
 
   var probeBody = 'vorna-probe-body';
+  var probeHeaders = {};
+  probeHeaders[@BODY_HEADER@] = @BODY_HEADER_VALUE@;
   window.__vornaBridgeReady = (async function () {
     var mode = 'message';
     try {
-      var response = await savedFetch('/api/__probe', { method: 'PUT', body: probeBody });
+      var response = await savedFetch('/api/__probe',
+                                      { method: 'PUT', headers: probeHeaders, body: probeBody });
       var answer = await response.json();
       if (answer && answer.bytes === probeBody.length) mode = 'scheme';
     } catch (e) {
@@ -134,14 +137,20 @@ constexpr const char* kBridgeShim = R"JS((function () {
 )JS";
 
 // Runs in every frame, so that no frame can hand the engine a Blob-backed
-// body for the host's scheme. Objects may come from another frame's realm,
-// so types are told by their tag rather than by instanceof.
+// body for the host's scheme, and marks every body it let through: the host
+// reads no body without the mark. Objects may come from another frame's
+// realm, so types are told by their tag rather than by instanceof. Targets
+// resolve against the document's base URL, as the engine resolves them (an
+// about:srcdoc frame takes its parent's); one that cannot be resolved is
+// treated as the host's.
 constexpr const char* kBodyGuardTemplate = R"JS((function () {
   'use strict';
   if (window.__vornaBodyGuard) return;
   Object.defineProperty(window, '__vornaBodyGuard', { value: true });
   var REFUSAL = @FORMDATA_REFUSAL@;
   var BLOB_REFUSAL = @BLOB_REFUSAL@;
+  var MARK = @BODY_HEADER@;
+  var MARK_VALUE = @BODY_HEADER_VALUE@;
 
   function tag(value) { return Object.prototype.toString.call(value); }
   function isBlob(value) { return tag(value) === '[object Blob]' || tag(value) === '[object File]'; }
@@ -154,37 +163,55 @@ constexpr const char* kBodyGuardTemplate = R"JS((function () {
   }
   function toHost(target) {
     try {
-      return new URL(String(target), location.href).protocol === 'vorna:';
+      return new URL(String(target), document.baseURI).protocol === 'vorna:';
     } catch (e) {
-      return false;
+      return true;
     }
+  }
+  function carriesBody(method) {
+    method = String(method || 'GET').toUpperCase();
+    return method !== 'GET' && method !== 'HEAD';
+  }
+  // The request's own headers and the caller's, with the mark; a blob's type
+  // as Content-Type when none is given.
+  function marked(input, init, blob) {
+    var headers = new Headers(init && init.headers !== undefined ? init.headers
+        : (isRequest(input) ? input.headers : undefined));
+    if (blob && blob.type && !headers.has('Content-Type')) headers.set('Content-Type', blob.type);
+    headers.set(MARK, MARK_VALUE);
+    return headers;
   }
 
   var originalFetch = window.fetch;
   window.fetch = function (input, init) {
     var target = isRequest(input) ? input.url : input;
     if (!toHost(target)) return originalFetch.apply(window, arguments);
+    var method = init && init.method !== undefined ? init.method
+        : (isRequest(input) ? input.method : 'GET');
+    if (!carriesBody(method)) return originalFetch.apply(window, arguments);
     var body = init ? init.body : undefined;
     if (body !== undefined && body !== null) {
       if (isFormData(body) && holdsBlob(body)) return Promise.reject(new TypeError(REFUSAL));
-      if (!isBlob(body)) return originalFetch.apply(window, arguments);
+      if (!isBlob(body)) {
+        return originalFetch.call(window, input,
+                                  Object.assign({}, init, { headers: marked(input, init) }));
+      }
       return body.arrayBuffer().then(function (bytes) {
-        var next = Object.assign({}, init, { body: bytes });
-        var headers = new Headers(init.headers || undefined);
-        if (body.type && !headers.has('Content-Type')) headers.set('Content-Type', body.type);
-        next.headers = headers;
-        return originalFetch.call(window, input, next);
+        return originalFetch.call(window, input,
+            Object.assign({}, init, { body: bytes, headers: marked(input, init, body) }));
       });
     }
-    if (isRequest(input) && input.method !== 'GET' && input.method !== 'HEAD') {
+    if (isRequest(input)) {
       var request = input;
       return request.clone().arrayBuffer().then(function (bytes) {
-        return originalFetch.call(window, new Request(request, Object.assign({}, init, { body: bytes })));
+        return originalFetch.call(window, new Request(request,
+            Object.assign({}, init, { body: bytes, headers: marked(request, init) })));
       }, function () {
         throw new TypeError(REFUSAL);
       });
     }
-    return originalFetch.apply(window, arguments);
+    return originalFetch.call(window, input,
+                              Object.assign({}, init, { headers: marked(input, init) }));
   };
 
   var XHR = window.XMLHttpRequest;
@@ -194,7 +221,8 @@ constexpr const char* kBodyGuardTemplate = R"JS((function () {
     var send = XHR.prototype.send;
     var setRequestHeader = XHR.prototype.setRequestHeader;
     XHR.prototype.open = function (method, url, async) {
-      state.set(this, { host: toHost(url), async: arguments.length < 3 || !!async, typed: false });
+      state.set(this, { host: toHost(url) && carriesBody(method),
+                        async: arguments.length < 3 || !!async, typed: false });
       return open.apply(this, arguments);
     };
     XHR.prototype.setRequestHeader = function (name) {
@@ -204,13 +232,17 @@ constexpr const char* kBodyGuardTemplate = R"JS((function () {
     };
     XHR.prototype.send = function (body) {
       var s = state.get(this);
-      if (!s || !s.host || body === undefined || body === null) return send.apply(this, arguments);
+      if (!s || !s.host) return send.apply(this, arguments);
       if (isFormData(body) && holdsBlob(body)) throw new TypeError(REFUSAL);
-      if (!isBlob(body)) return send.apply(this, arguments);
+      if (!isBlob(body)) {
+        setRequestHeader.call(this, MARK, MARK_VALUE);
+        return send.apply(this, arguments);
+      }
       if (!s.async) throw new TypeError(BLOB_REFUSAL);
       var xhr = this;
       body.arrayBuffer().then(function (bytes) {
         if (body.type && !s.typed) setRequestHeader.call(xhr, 'Content-Type', body.type);
+        setRequestHeader.call(xhr, MARK, MARK_VALUE);
         send.call(xhr, bytes);
       }).catch(function () {});
     };
@@ -231,22 +263,31 @@ void replaceMarker(std::string& source, const std::string& marker, const char* t
   source.replace(source.find(marker), marker.size(), contracts::writeJson(contracts::Json(text)));
 }
 
-std::string bodyGuardSource() {
-  std::string source = kBodyGuardTemplate;
-  replaceMarker(source, "@FORMDATA_REFUSAL@", UserScripts::kFormDataRefusal);
-  replaceMarker(source, "@BLOB_REFUSAL@", UserScripts::kBlobRefusal);
+// A script with the host's texts and the body mark written in.
+std::string withTexts(const char* script) {
+  std::string source = script;
+  for (const auto& [marker, text] :
+       {std::pair{"@FORMDATA_REFUSAL@", UserScripts::kFormDataRefusal},
+        std::pair{"@BLOB_REFUSAL@", UserScripts::kBlobRefusal},
+        std::pair{"@BODY_HEADER@", UserScripts::kBodyHeader},
+        std::pair{"@BODY_HEADER_VALUE@", UserScripts::kBodyHeaderValue}}) {
+    if (source.find(marker) != std::string::npos) {
+      replaceMarker(source, marker, text);
+    }
+  }
   return source;
 }
 
 }  // namespace
 
 const std::vector<UserScript>& UserScripts::all() {
-  static const std::vector<UserScript> scripts = {{kStorageShim, true}, {kBridgeShim, true}};
+  static const std::vector<UserScript> scripts = {{kStorageShim, true},
+                                                  {withTexts(kBridgeShim), true}};
   return scripts;
 }
 
 const UserScript& UserScripts::bodyGuard() {
-  static const UserScript guard{bodyGuardSource(), false};
+  static const UserScript guard{withTexts(kBodyGuardTemplate), false};
   return guard;
 }
 

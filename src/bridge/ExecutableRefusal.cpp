@@ -93,6 +93,10 @@ std::optional<std::string> executableRefusal(const std::string& path, storage::F
   if (isDirectory) {
     return std::nullopt;
   }
+  // A pipe, device or socket handed to a desktop program could hold it for good.
+  if (readable && !S_ISREG(info.st_mode)) {
+    return "refusing to open what is not a regular file: " + name;
+  }
   // A missing or unreadable file is still judged by its name: a script that
   // appears after this check must not slip through for lack of content.
   const std::string type = guessContentType(path, fs);

@@ -33,6 +33,8 @@ bool isContentType(const std::string& type);
 // Nothing when the item may be opened, else the message to answer with ({name}
 // is the item's last path component), first match wins:
 //   "refusing to open a bundle: {name}"       a folder with an extension
+//   "refusing to open what is not a regular file: {name}"
+//                                             a pipe, device or socket
 //   "refusing to open {type}: {name}"         a file whose content type is, or
 //                                             is a sub-class of, a refused type
 //                                             ({type} the refused one)

@@ -14,11 +14,11 @@
 #include "bridge/ItemFacts.h"
 #include "bridge/NaturalOrder.h"
 #include "bridge/PageKinds.h"
-#include "bridge/WholeFile.h"
 #include "contracts/BridgeHeader.h"
 #include "contracts/ConflictRecord.h"
 #include "contracts/OperationRecord.h"
 #include "recovery/RecoveryMaintenance.h"
+#include "recovery/RenameHistory.h"
 #include "storage/ConflictKind.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
@@ -47,6 +47,16 @@ BridgeResponse ok() {
   return BridgeResponse::json(200, Json{{"ok", true}});
 }
 
+// A pipe, device or socket is never saved over or moved: a reader or writer
+// on its other end could be handed a page, or hold the operation for good.
+std::optional<BridgeResponse> refuseSpecialFile(const std::string& path, storage::FileSystem& fs) {
+  struct stat info {};
+  if (fs.stat(path, &info) != 0 || S_ISDIR(info.st_mode) || S_ISREG(info.st_mode)) {
+    return std::nullopt;
+  }
+  return BridgeResponse::error(400, storage::FileOpError::notAFile(path).description());
+}
+
 // A record that cannot be turned into JSON stands as an empty map, so one bad
 // record never fails a whole answer.
 template <typename Record>
@@ -58,15 +68,6 @@ Json jsonValue(const Record& record) {
   }
 }
 
-template <typename Record>
-Json jsonArray(const std::vector<Record>& records) {
-  Json array = Json::array();
-  for (const Record& record : records) {
-    array.push_back(jsonValue(record));
-  }
-  return array;
-}
-
 // The value of a query parameter, or nothing when it is absent or empty.
 std::optional<std::string> nonEmptyQuery(const BridgeRequest& request, const std::string& key) {
   auto found = request.query.find(key);
@@ -76,15 +77,37 @@ std::optional<std::string> nonEmptyQuery(const BridgeRequest& request, const std
   return found->second;
 }
 
-// A list of records from the recovery service as a bare JSON array, in the
-// service's order; any failure of the service is 507.
-template <typename Fetch>
-BridgeResponse listAnswer(Fetch fetch) {
+// A list from the recovery service as a bare JSON array, in the order fetched,
+// each item converted by `convert` (records by their own JSON form); any
+// failure of the service is 507.
+template <typename Fetch, typename Convert>
+BridgeResponse listAnswer(Fetch fetch, Convert convert) {
   try {
-    return BridgeResponse::json(200, jsonArray(fetch()));
+    Json array = Json::array();
+    for (const auto& item : fetch()) {
+      array.push_back(convert(item));
+    }
+    return BridgeResponse::json(200, array);
   } catch (const std::exception& error) {
     return BridgeResponse::error(507, error.what());
   }
+}
+
+template <typename Fetch>
+BridgeResponse listAnswer(Fetch fetch) {
+  return listAnswer(fetch, [](const auto& record) { return jsonValue(record); });
+}
+
+// One element of a version history.
+Json versionJson(const storage::RecoveryEntry& version) {
+  Json item{{"byteCount", version.byteCount},
+            {"capturedAt", contracts::formatIsoDate(version.capturedAt)},
+            {"id", version.id},
+            {"kind", storage::recoveryKindName(version.kind)}};
+  if (version.fingerprint) {
+    item["fingerprint"] = version.fingerprint->hex;
+  }
+  return item;
 }
 
 // The bytes the recovery service keeps under the "id" parameter, with exactly
@@ -111,7 +134,7 @@ BridgeResponse bytesAnswer(const BridgeRequest& request, std::string_view missin
 }  // namespace
 
 // Rows 10 to 17 mutate. The order is the protocol's: the first match wins.
-const std::array<FileBridge::Route, 19> FileBridge::kRoutes{{
+const std::array<FileBridge::Route, 22> FileBridge::kRoutes{{
     {"GET", "list", &FileBridge::list, false},
     {"GET", "stat", &FileBridge::stat, false},
     {"GET", "file", &FileBridge::readFile, false},
@@ -131,6 +154,9 @@ const std::array<FileBridge::Route, 19> FileBridge::kRoutes{{
     {"POST", "dismiss", &FileBridge::dismiss, true},
     {"POST", "reveal", &FileBridge::reveal, false},
     {"POST", "open", &FileBridge::open, false},
+    {"GET", "history", &FileBridge::listHistory, false},
+    {"GET", "version", &FileBridge::readVersion, false},
+    {"GET", "deleted", &FileBridge::listDeleted, false},
 }};
 
 FileBridge::FileBridge(std::string workspaceRoot,
@@ -183,7 +209,11 @@ BridgeResponse FileBridge::run(const Route& route, const BridgeRequest& request)
 }
 
 void FileBridge::startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) {
-  watcher_.start(std::move(onChange));
+  watcher_.start(std::move(onChange), watchNotice_);
+}
+
+void FileBridge::setWatchNoticeHandler(std::function<void(const std::string& notice)> onNotice) {
+  watchNotice_ = std::move(onNotice);
 }
 
 void FileBridge::stopWatching() {
@@ -201,6 +231,10 @@ storage::SafeAdapter& FileBridge::adapter() {
         /*retainPendingBytes=*/false, /*restoreExternalVersion=*/true, fs_);
   });
   return *adapter_;
+}
+
+std::function<void(const std::string&)> FileBridge::announceFolder() {
+  return [this](const std::string& folder) { watcher_.noteOwnWrite(folder, std::nullopt); };
 }
 
 bool FileBridge::fileExists(const std::string& path) const {
@@ -254,6 +288,7 @@ BridgeResponse FileBridge::list(const BridgeRequest&, const std::string& path) {
     checkpoints_.log("list of " + path + " left out " + std::to_string(unnamed) +
                      " name(s) that are not valid UTF-8");
   }
+  watcher_.noteInterest(path);
   sortNaturally(shown);
   Json entries = Json::array();
   for (std::string& name : shown) {
@@ -291,10 +326,11 @@ BridgeResponse FileBridge::readFile(const BridgeRequest&, const std::string& pat
   }
   Bytes bytes;
   try {
-    bytes = readWholeFile(path, fs_);
+    bytes = storage::readFileWhole(path, fs_);
   } catch (const std::exception&) {
     return notFound(path);
   }
+  watcher_.noteInterest(path);
   // One read feeds the fingerprint, the checkpoint and the body, so all three
   // describe the same version even if the file changes meanwhile.
   std::string fingerprint = Fingerprint::ofBytes(bytes).hex;
@@ -324,6 +360,9 @@ BridgeResponse FileBridge::putFile(const BridgeRequest& request, const std::stri
 
 BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::string& page,
                                     const std::string& base) {
+  if (std::optional<BridgeResponse> refusal = refuseSpecialFile(page, fs_)) {
+    return *refusal;
+  }
   // The editor's bytes are held by the recovery service before the page is
   // touched; without that there is no write at all.
   std::optional<contracts::DraftRecord> draft;
@@ -380,7 +419,7 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
   }
   if (basePayload) {
     try {
-      baseBytes = readWholeFile(*basePayload, fs_);
+      baseBytes = storage::readFileWhole(*basePayload, fs_);
     } catch (const std::exception&) {
     }
   }
@@ -411,7 +450,7 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
   std::optional<Bytes> disk;
   if (kindOf(page, fs_) == ItemKind::file) {
     try {
-      disk = readWholeFile(page, fs_);
+      disk = storage::readFileWhole(page, fs_);
     } catch (const std::exception&) {
     }
   }
@@ -521,7 +560,7 @@ BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::s
   watcher_.noteOwnWrite(path, fingerprint);
   const std::string folder = storage::parentFolder(path);
   try {
-    changes_.makeFolder(folder, kFolderMode);
+    changes_.makeFolder(folder, kFolderMode, announceFolder());
     changes_.createExclusively(path, request.body, kCreatedFileMode);
   } catch (const std::exception& error) {
     if (kindOf(path, fs_)) {
@@ -538,13 +577,11 @@ BridgeResponse FileBridge::makeFolder(const BridgeRequest&, const std::string& p
   if (kindOf(path, fs_) == ItemKind::directory) {
     return ok();
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   try {
-    changes_.makeFolder(path, kFolderMode);
+    changes_.makeFolder(path, kFolderMode, announceFolder());
   } catch (const std::exception& error) {
     return BridgeResponse::error(400, error.what());
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   return ok();
 }
 
@@ -561,6 +598,9 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
   if (!kind) {
     return notFound(source);
   }
+  if (std::optional<BridgeResponse> refusal = refuseSpecialFile(source, fs_)) {
+    return *refusal;
+  }
   if (kindOf(destination, fs_)) {
     return BridgeResponse::error(409, "destination exists");
   }
@@ -572,23 +612,76 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
     } catch (const std::exception&) {
     }
   }
-  watcher_.noteOwnWrite(source, std::nullopt);
-  watcher_.noteOwnWrite(destination, fingerprint);
+  // The journal is how a page's version history follows it to its new name.
+  // A name the journal cannot hold (not UTF-8) is moved without an entry.
+  std::optional<contracts::OperationRecord> journal;
+  if (storage::isValidUtf8(source) && storage::isValidUtf8(destination)) {
+    try {
+      journal = recovery_->beginOperation(
+          std::string(recovery::RenameHistory::kLabel),
+          recovery::RenameHistory::journalSteps(source, destination, fingerprint));
+    } catch (const std::exception& error) {
+      return BridgeResponse::error(507, error.what());
+    }
+  }
+  // The move is announced whole, so that nothing below a moved folder echoes;
+  // a file's new path is also announced by content, for a move that had to
+  // copy it across file systems.
+  watcher_.noteOwnMove(source, destination);
+  if (fingerprint) {
+    watcher_.noteOwnWrite(destination, fingerprint);
+  }
   try {
-    changes_.makeFolder(storage::parentFolder(destination), kFolderMode);
-    // Folders (and pipes or devices) move only within one file system.
-    changes_.moveIntoFolder(source, destination);
+    changes_.makeFolder(storage::parentFolder(destination), kFolderMode, announceFolder());
+    // Neither move replaces what another program put at the destination after
+    // the look above; folders (and pipes or devices) move only within one file
+    // system.
+    changes_.moveIntoFolder(source, destination,
+                            regular ? storage::DurableChanges::AcrossFileSystems::copy
+                                    : storage::DurableChanges::AcrossFileSystems::refuse);
+  } catch (const storage::FileOpError& error) {
+    closeJournal(journal, /*landed=*/false);
+    if (error.kind() == storage::FileOpError::Kind::wouldOverwrite) {
+      return BridgeResponse::error(409, "exists");
+    }
+    return BridgeResponse::error(409, error.what());
   } catch (const std::exception& error) {
+    closeJournal(journal, /*landed=*/false);
     return BridgeResponse::error(409, error.what());
   }
-  return ok();
+  Json answer{{"ok", true}};
+  // The move is made; an entry left unfinished only means the history does
+  // not follow it.
+  if (std::optional<std::string> error = closeJournal(journal, /*landed=*/true)) {
+    answer["journal_error"] = *error;
+  }
+  return BridgeResponse::json(200, answer);
+}
+
+std::optional<std::string> FileBridge::closeJournal(
+    const std::optional<contracts::OperationRecord>& operation, bool landed) {
+  if (!operation) {
+    return std::nullopt;
+  }
+  try {
+    // Each call rewrites the journal, so a move that landed is only finished:
+    // a finished rename without a failed step is one that happened.
+    for (size_t step = 0; !landed && step < operation->steps.size(); ++step) {
+      recovery_->updateStep(operation->id, static_cast<std::int64_t>(step),
+                            contracts::OperationRecord::StepState::failed);
+    }
+    recovery_->finishOperation(operation->id);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return std::nullopt;
 }
 
 BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& path) {
   if (kindOf(path, fs_) != ItemKind::file) {
     return notFound(path);
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
+  watcher_.noteOwnMove(path, std::nullopt);
   std::optional<std::string> homeTrash = environment_.homeTrash();
   if (!homeTrash) {
     return BridgeResponse::error(404, "no trash folder: neither XDG_DATA_HOME nor HOME is set");
@@ -602,7 +695,6 @@ BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& pa
   } catch (const std::exception& error) {
     return BridgeResponse::error(404, error.what());
   }
-  watcher_.noteOwnWrite(path, std::nullopt);
   return BridgeResponse::json(200, Json{{"ok", true}, {"trashed", trashed}});
 }
 
@@ -767,6 +859,56 @@ BridgeResponse FileBridge::dismiss(const BridgeRequest&, const std::string& path
     // is harmless and can be discarded later.
   }
   return BridgeResponse::json(200, Json{{"ok", true}, {"closed", closed}});
+}
+
+// ---- Version history ----
+
+BridgeResponse FileBridge::listHistory(const BridgeRequest&, const std::string& path) {
+  return listAnswer([&] { return recovery_->pageHistory(path); }, versionJson);
+}
+
+BridgeResponse FileBridge::readVersion(const BridgeRequest& request) {
+  std::optional<std::string> id = nonEmptyQuery(request, "id");
+  if (!id) {
+    return BridgeResponse::error(400, "missing id");
+  }
+  // The payload is the one this store's sidecar of that name records: the id
+  // is looked up, never made into a path.
+  storage::RecoveryEntry version;
+  Bytes bytes;
+  try {
+    version = recovery_->retainedVersion(*id);
+    bytes = storage::readFileWhole(version.payloadPath, fs_);
+  } catch (const std::exception&) {
+    return notFound(*id);
+  }
+  std::map<std::string, std::string> headers =
+      fileHeaders(version.payloadPath, Fingerprint::ofBytes(bytes).hex);
+  headers["Content-Type"] = ContentTypes::forPath(version.pagePath);  // not ".bin"'s
+  return BridgeResponse{200, std::move(headers), std::move(bytes)};
+}
+
+BridgeResponse FileBridge::listDeleted(const BridgeRequest&, const std::string& folder) {
+  auto deleted = [&] {
+    std::vector<recovery::RetainedPage> pages = recovery_->retainedPages(folder);
+    // A page is offered only under a path that still names itself inside
+    // the workspace: not through a folder that became a link (perhaps to
+    // somewhere outside), which GET history would resolve elsewhere.
+    std::erase_if(pages, [&](const recovery::RetainedPage& page) {
+      return boundary_.resolveInside(page.pagePath) != page.pagePath ||
+             kindOf(page.pagePath, fs_).has_value();
+    });
+    // The service orders by path; that order stays among equal times.
+    std::stable_sort(pages.begin(), pages.end(), [](const auto& a, const auto& b) {
+      return a.newestCapturedAt > b.newestCapturedAt;
+    });
+    return pages;
+  };
+  return listAnswer(deleted, [](const recovery::RetainedPage& page) {
+    return Json{{"count", page.versionCount},
+                {"newestCapturedAt", contracts::formatIsoDate(page.newestCapturedAt)},
+                {"path", page.pagePath}};
+  });
 }
 
 // ---- Shell operations ----

@@ -18,6 +18,7 @@
 #include "bridge/WorkspaceWatcher.h"
 #include "contracts/BridgeHandling.h"
 #include "contracts/DraftRecord.h"
+#include "contracts/OperationRecord.h"
 #include "recovery/RecoveryServicing.h"
 #include "storage/ConflictInfo.h"
 #include "storage/DurableChanges.h"
@@ -39,6 +40,23 @@ namespace vorna::bridge {
 //    3 GET file        8 GET candidate    13 POST rename    18 POST reveal
 //    4 HEAD file       9 GET operations   14 PUT draft      19 POST open
 //    5 GET drafts     10 PUT file         15 DELETE draft
+// and this host's own version history, reads like rows 1 to 9:
+//   20 GET history    21 GET version     22 GET deleted
+//
+// Version history. "GET history?path=P": a JSON array of the retained
+// versions that belong to page P now (it need not exist; versions kept under
+// its names before renames the host journalled count), newest first, each
+// {"byteCount","capturedAt","fingerprint" (when known),"id","kind"}.
+// "GET version?id=ID": that version's bytes with the headers of GET file
+// (type by the page's name, X-VN-Fingerprint of the bytes, X-QX-Mtime of the
+// stored copy); 400 "missing id", 404 "not found: {id}" for an id that no
+// sidecar of this workspace's store has, or whose payload cannot be read.
+// "GET deleted?path=FOLDER": the pages under FOLDER, at any depth, that no
+// longer exist but have versions, newest first (then by path), each
+// {"count","newestCapturedAt","path"}. A payload without a sidecar belongs to
+// no page and is left out of both lists; its id is not found. POST rename
+// journals the move (RenameHistory) before making it, and answers 507 when
+// it cannot.
 //
 // On Linux: DELETE file moves the file into the freedesktop.org trash of its
 // file system and answers the item's path there as "trashed"; POST open
@@ -72,6 +90,7 @@ class FileBridge final : public contracts::BridgeHandling {
   contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override;
   void startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) override;
   void stopWatching() override;
+  void setWatchNoticeHandler(std::function<void(const std::string& notice)> onNotice) override;
 
   const WorkspaceBoundary& boundary() const { return boundary_; }
   LoadCheckpointIndex& checkpoints() { return checkpoints_; }
@@ -91,7 +110,7 @@ class FileBridge final : public contracts::BridgeHandling {
     std::variant<Operation, PathOperation> run;
     bool mutates;  // runs under mutationLock_
   };
-  static const std::array<Route, 19> kRoutes;
+  static const std::array<Route, 22> kRoutes;
 
   contracts::BridgeResponse dispatch(const contracts::BridgeRequest& request);
   contracts::BridgeResponse run(const Route& route, const contracts::BridgeRequest& request);
@@ -120,6 +139,10 @@ class FileBridge final : public contracts::BridgeHandling {
   Response discardDraft(const Request& request, const std::string& path);
   Response resolve(const Request& request);
   Response dismiss(const Request& request, const std::string& path);
+  // Version history.
+  Response listHistory(const Request& request, const std::string& path);
+  Response readVersion(const Request& request);
+  Response listDeleted(const Request& request, const std::string& path);
   // Shell operations.
   Response reveal(const Request& request, const std::string& path);
   Response open(const Request& request, const std::string& path);
@@ -142,12 +165,18 @@ class FileBridge final : public contracts::BridgeHandling {
   std::optional<storage::RecoveryEntry> draftEntry(
       const std::optional<contracts::DraftRecord>& draft);
   std::optional<std::string> draftPayload(const std::optional<contracts::DraftRecord>& draft);
+  // Finishes a journalled operation, its steps marked failed unless it
+  // landed; the error's text when that fails, nothing without an operation.
+  std::optional<std::string> closeJournal(
+      const std::optional<contracts::OperationRecord>& operation, bool landed);
   // The three headers of a file answer.
   std::map<std::string, std::string> fileHeaders(const std::string& path,
                                                  const std::string& fingerprint) const;
   contracts::Json saveResult(const std::string& path, size_t bytes,
                              const std::string& fingerprint) const;
   bool fileExists(const std::string& path) const;
+  // Announces each folder a mutation makes to the watcher, as it is made.
+  std::function<void(const std::string&)> announceFolder();
   storage::SafeAdapter& adapter();
 
   const std::string workspaceRoot_;
@@ -161,6 +190,7 @@ class FileBridge final : public contracts::BridgeHandling {
   BridgeEnvironment environment_;
   storage::FileSystem& fs_;
   storage::DurableChanges changes_{fs_};
+  WorkspaceWatcher::NoticeHandler watchNotice_;
 };
 
 }  // namespace vorna::bridge

@@ -5,12 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <memory>
 
 #include "bridge/PathExtension.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
+#include "storage/UserFolders.h"
 
 namespace vorna::bridge {
 namespace {
@@ -40,15 +40,11 @@ FreedesktopTrash::FreedesktopTrash(std::string homeTrash, storage::FileSystem& f
     : homeTrash_(std::move(homeTrash)), fs_(fs), now_(std::move(now)) {}
 
 std::optional<std::string> FreedesktopTrash::defaultHomeTrash() {
-  const char* dataHome = std::getenv("XDG_DATA_HOME");
-  if (dataHome != nullptr && dataHome[0] == '/') {
-    return storage::joinPath(dataHome, "Trash");
+  std::optional<std::string> dataHome = storage::xdgFolder("XDG_DATA_HOME", ".local/share");
+  if (!dataHome) {
+    return std::nullopt;
   }
-  const char* home = std::getenv("HOME");
-  if (home != nullptr && home[0] == '/') {
-    return storage::joinPath(home, ".local/share/Trash");
-  }
-  return std::nullopt;
+  return storage::joinPath(*dataHome, "Trash");
 }
 
 std::string FreedesktopTrash::trash(const std::string& path) {

@@ -30,8 +30,15 @@ bool isBelow(const std::string& path, const std::string& folder) {
 
 }  // namespace
 
-InotifyTree::InotifyTree() {
-  fd_ = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+InotifyTree::Calls InotifyTree::Calls::real() {
+  return Calls{[](int flags) { return ::inotify_init1(flags); },
+               [](int fd, const std::string& folder, uint32_t mask) {
+                 return ::inotify_add_watch(fd, folder.c_str(), mask);
+               }};
+}
+
+InotifyTree::InotifyTree(Calls calls) : calls_(std::move(calls)) {
+  fd_ = calls_.init(IN_NONBLOCK | IN_CLOEXEC);
   if (fd_ < 0) {
     openError_ = errno;
   }
@@ -50,6 +57,11 @@ std::optional<std::string> InotifyTree::watchTree(const std::string& folder, con
 
 std::optional<std::string> InotifyTree::rewatch(const std::string& root, const Visitor& visit) {
   std::unordered_set<int> met;
+  {
+    // The walk meets every folder again and says anew which get no watch.
+    std::lock_guard guard(lock_);
+    unwatched_.clear();
+  }
   auto limitedAt = walk(root, visit, &met);
   std::lock_guard guard(lock_);
   std::vector<int> stale;
@@ -105,16 +117,22 @@ std::optional<std::string> InotifyTree::walk(const std::string& folder, const Vi
 
 void InotifyTree::addWatch(const std::string& folder, std::optional<std::string>& limitedAt,
                            std::unordered_set<int>* met) {
-  int wd = ::inotify_add_watch(fd_, folder.c_str(), kWatchMask);
+  int wd = fd_ < 0 ? -1 : calls_.addWatch(fd_, folder, kWatchMask);
   if (wd < 0) {
-    if (errno == ENOSPC && !limitedAt) {
+    const bool limited = fd_ >= 0 && errno == ENOSPC;
+    if (limited && !limitedAt) {
       limitedAt = folder;
+    }
+    if (limited || fd_ < 0) {
+      std::lock_guard guard(lock_);
+      unwatched_.insert(folder);
     }
     return;
   }
   // An inode already watched under another path (a rename we did not see) gets
   // its old descriptor back; the path is corrected here.
   std::lock_guard guard(lock_);
+  unwatched_.erase(folder);
   folders_[wd] = folder;
   retired_.erase(wd);
   if (met != nullptr) {
@@ -153,6 +171,17 @@ void InotifyTree::retireBelow(const std::string& folder) {
   for (int wd : leaving) {
     retireLocked(wd);
   }
+  std::erase_if(unwatched_, [&](const std::string& path) { return isBelow(path, folder); });
+}
+
+bool InotifyTree::isUnwatched(const std::string& folder) const {
+  std::lock_guard guard(lock_);
+  return unwatched_.contains(folder);
+}
+
+size_t InotifyTree::unwatchedCount() const {
+  std::lock_guard guard(lock_);
+  return unwatched_.size();
 }
 
 void InotifyTree::retireLocked(int wd) {

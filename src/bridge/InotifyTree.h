@@ -25,10 +25,22 @@ namespace vorna::bridge {
 // Platform code, like inotify itself: the walk lists each folder through its own
 // descriptor (readdir and fstatat), calls the file-system seam has no form of.
 //
+// Folders that get no watch, because the watch limit is reached (ENOSPC) or
+// no inotify instance could be had at all, are remembered as unwatched: their
+// owner has to look at them itself.
+//
 // Every method may be called from any thread: the descriptor map sits under one
 // lock so that a watch and the folder path it stands for never disagree.
 class InotifyTree {
  public:
+  // The two inotify calls that can be refused, replaceable so that tests can
+  // refuse them: init as inotify_init1, addWatch as inotify_add_watch.
+  struct Calls {
+    std::function<int(int flags)> init;
+    std::function<int(int fd, const std::string& folder, uint32_t mask)> addWatch;
+    static Calls real();
+  };
+
   // One decoded inotify record.
   struct Record {
     int wd = -1;
@@ -41,8 +53,8 @@ class InotifyTree {
   using Visitor = std::function<void(const std::string& path, const struct stat& info)>;
 
   // Opens the inotify instance; valid() is false when that fails and
-  // openError() holds the errno.
-  InotifyTree();
+  // openError() holds the errno. Then every folder met is unwatched.
+  explicit InotifyTree(Calls calls = Calls::real());
   ~InotifyTree();
   InotifyTree(const InotifyTree&) = delete;
   InotifyTree& operator=(const InotifyTree&) = delete;
@@ -59,7 +71,8 @@ class InotifyTree {
   // every path that is not a link is canonical too.
   // Returns the first folder that could not be watched because the watch limit
   // (ENOSPC) is reached; nothing when every watch could be added or failed for
-  // another reason (a folder that vanished or cannot be read is skipped).
+  // another reason (a folder that vanished or cannot be read is skipped, and
+  // without an instance every folder is unwatched without a word).
   std::optional<std::string> watchTree(const std::string& folder, const Visitor& visit);
 
   // Like watchTree(root, visit), and afterwards removes every watch the walk did
@@ -76,7 +89,12 @@ class InotifyTree {
   void forget(int wd);
   // Removes the watches on `folder` and on every folder below it, for a folder
   // that has left its place: its records would otherwise carry its old path.
+  // Unwatched folders among them are forgotten too.
   void retireBelow(const std::string& folder);
+
+  // Whether `folder` was met by a walk and got no watch (see the class).
+  bool isUnwatched(const std::string& folder) const;
+  size_t unwatchedCount() const;
 
   // Reads every record waiting now, without blocking. An empty result when none
   // is waiting or the read fails.
@@ -92,12 +110,14 @@ class InotifyTree {
   // Caller holds lock_.
   void retireLocked(int wd);
 
+  Calls calls_;
   int fd_ = -1;
   int openError_ = 0;
 
   mutable std::mutex lock_;
   std::unordered_map<int, std::string> folders_;  // live watch -> folder path
   std::unordered_set<int> retired_;               // removed by us, IN_IGNORED still due
+  std::unordered_set<std::string> unwatched_;     // met, but without a watch
 };
 
 }  // namespace vorna::bridge

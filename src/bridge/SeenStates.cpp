@@ -71,16 +71,31 @@ void SeenStates::assign(const std::string& path, const StateToken& token) {
   namesOf(folder).insert_or_assign(std::string(name), token);
 }
 
-std::vector<std::string> SeenStates::pathsBelow(const std::string& folder) const {
-  std::vector<std::string> paths;
+std::vector<std::pair<std::string, StateToken>> SeenStates::entriesBelow(
+    const std::string& folder) const {
+  std::vector<std::pair<std::string, StateToken>> entries;
   for (const auto& [parent, names] : folders_) {
     if (isAtOrBelow(parent, folder)) {
       for (const auto& [name, token] : names) {
-        paths.push_back(parent + "/" + name);
+        entries.emplace_back(parent + "/" + name, token);
       }
     }
   }
-  return paths;
+  return entries;
+}
+
+std::vector<std::pair<std::string, StateToken>> SeenStates::entriesIn(
+    const std::string& folder) const {
+  std::vector<std::pair<std::string, StateToken>> entries;
+  // Items of "/" are filed under the empty folder name, as split leaves it.
+  const std::string key = folder == "/" ? std::string() : folder;
+  auto names = folders_.find(key);
+  if (names != folders_.end()) {
+    for (const auto& [name, token] : names->second) {
+      entries.emplace_back(key + "/" + name, token);
+    }
+  }
+  return entries;
 }
 
 void SeenStates::forEach(

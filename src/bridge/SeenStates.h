@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "bridge/StateToken.h"
@@ -35,8 +36,10 @@ class SeenStates {
   std::optional<StateToken> exchange(const std::string& path, const StateToken& token);
   void assign(const std::string& path, const StateToken& token);
 
-  // Every recorded path strictly below `folder`.
-  std::vector<std::string> pathsBelow(const std::string& folder) const;
+  // Every recorded path strictly below `folder`, with its token.
+  std::vector<std::pair<std::string, StateToken>> entriesBelow(const std::string& folder) const;
+  // Every recorded path directly in `folder`, with its token.
+  std::vector<std::pair<std::string, StateToken>> entriesIn(const std::string& folder) const;
   // Calls `visit` for every recorded path, in no particular order.
   void forEach(const std::function<void(const std::string& path, const StateToken&)>& visit) const;
 

@@ -10,12 +10,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <thread>
 #include <utility>
 
 #include "bridge/InotifyTree.h"
 #include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
+#include "storage/PathNames.h"
 
 namespace vorna::bridge {
 
@@ -29,6 +31,20 @@ void logLine(const std::string& text) {
   std::fputs(("Vorna bridge: " + text + "\n").c_str(), stderr);
 }
 
+// `path` relative to `folder`: "" for the folder itself, nothing outside it.
+std::optional<std::string> relativeTo(const std::string& path, const std::string& folder) {
+  if (path == folder) {
+    return std::string();
+  }
+  if (path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/') {
+    return path.substr(folder.size() + 1);
+  }
+  return std::nullopt;
+}
+
+// Without a descriptor to wake it, the queue looks for `stopping` this often.
+constexpr std::chrono::milliseconds kUnwokenPoll{100};
+
 }  // namespace
 
 // One run of watching, from start to stop. The queue thread holds it too, so
@@ -36,12 +52,8 @@ void logLine(const std::string& text) {
 // finds its descriptors open, sees `stopping`, and leaves without touching the
 // watcher again.
 struct WorkspaceWatcher::Session {
-  Session() {
-    openError = tree.openError();
+  explicit Session(InotifyTree::Calls calls) : tree(std::move(calls)) {
     wakeFd = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wakeFd < 0 && openError == 0) {
-      openError = errno;
-    }
   }
   ~Session() {
     if (wakeFd >= 0) {
@@ -50,9 +62,14 @@ struct WorkspaceWatcher::Session {
   }
 
   void wake() {
-    uint64_t one = 1;
-    [[maybe_unused]] ssize_t ignored = ::write(wakeFd, &one, sizeof one);
+    if (wakeFd >= 0) {
+      uint64_t one = 1;
+      [[maybe_unused]] ssize_t ignored = ::write(wakeFd, &one, sizeof one);
+    }
   }
+
+  // Some folders have no watch and must be looked at.
+  bool polling() const { return !tree.valid() || tree.unwatchedCount() > 0; }
 
   // Several records for one path within a batch become one handling, with their
   // flags combined; the first record of an empty batch opens the latency window.
@@ -75,7 +92,7 @@ struct WorkspaceWatcher::Session {
 
   InotifyTree tree;
   int wakeFd = -1;
-  int openError = 0;  // errno of the first descriptor that could not be opened
+  NoticeHandler onNotice;
   std::atomic<bool> stopping{false};
   std::atomic<bool> overflowRequested{false};
   std::thread thread;
@@ -84,28 +101,38 @@ struct WorkspaceWatcher::Session {
   std::vector<std::pair<std::string, uint32_t>> batch;
   std::unordered_map<std::string, size_t> batchIndex;
   Clock::time_point deadline;
-  bool limitLogged = false;
+  Clock::time_point nextHot;
+  Clock::time_point nextCold;
+  bool told = false;
 };
 
 WorkspaceWatcher::WorkspaceWatcher(WorkspaceBoundary boundary, storage::FileSystem& fs)
-    : boundary_(std::move(boundary)), fs_(fs) {}
+    : WorkspaceWatcher(std::move(boundary), fs, Settings{}) {}
+
+WorkspaceWatcher::WorkspaceWatcher(WorkspaceBoundary boundary, storage::FileSystem& fs,
+                                   Settings settings)
+    : boundary_(std::move(boundary)), fs_(fs), settings_(std::move(settings)) {}
 
 WorkspaceWatcher::~WorkspaceWatcher() {
   stop();
 }
 
-void WorkspaceWatcher::start(ChangeHandler onChange) {
+void WorkspaceWatcher::start(ChangeHandler onChange, NoticeHandler onNotice) {
   stop();
   {
     std::lock_guard guard(lock_);
     onChange_ = std::move(onChange);
     startEventID_ = lastEventID_.load();
   }
-  auto session = std::make_shared<Session>();
-  if (session->openError != 0) {
-    logLine("cannot watch " + boundary_.root() + ": " + std::strerror(session->openError));
-    return;
+  auto session = std::make_shared<Session>(settings_.inotify);
+  session->onNotice = std::move(onNotice);
+  if (!session->tree.valid()) {
+    logLine("cannot watch " + boundary_.root() + " with inotify: " +
+            std::strerror(session->tree.openError()) + "; looking for changes in it instead");
+    tell(*session, kNoInstanceNotice);
   }
+  session->nextHot = Clock::now() + settings_.hotInterval;
+  session->nextCold = Clock::now() + settings_.coldInterval;
   snapshotWorkspace(*session);
   session->thread = std::thread([this, session] { runQueue(session); });
   std::shared_ptr<Session> previous;
@@ -168,10 +195,69 @@ void WorkspaceWatcher::noteOwnWrite(const std::string& path,
   }
 }
 
-bool WorkspaceWatcher::isOwnEcho(const std::string& canonicalPath, const std::string& path) {
+void WorkspaceWatcher::noteOwnMove(const std::string& from, const std::optional<std::string>& to) {
+  OwnMove move;
+  move.from = WorkspaceBoundary::canonicalize(from, fs_).value_or(from);
+  if (to) {
+    move.to = WorkspaceBoundary::canonicalize(*to, fs_).value_or(*to);
+  }
+  // The item as it is now, for when the watcher has not seen it yet.
+  const StateToken itself = stateToken(move.from);
+  std::lock_guard guard(lock_);
+  if (move.to) {
+    // What was last seen, not what is there now: a change another program
+    // made just before the move is still reported at the new place.
+    move.expected.emplace("", lastSeen_.find(move.from).value_or(itself));
+    for (auto& [path, token] : lastSeen_.entriesBelow(move.from)) {
+      move.expected.emplace(path.substr(move.from.size() + 1), token);
+    }
+  }
+  move.until = Clock::now() + echoWindow;
+  ownMoves_.push_back(std::move(move));
+}
+
+void WorkspaceWatcher::noteInterest(const std::string& path) {
+  std::lock_guard guard(lock_);
+  std::erase(interests_, path);
+  interests_.push_front(path);
+  if (interests_.size() > interestDepth) {
+    interests_.pop_back();
+  }
+}
+
+bool WorkspaceWatcher::isOwnMoveEcho(const std::string& canonicalPath, const StateToken& token) {
+  const auto now = Clock::now();
+  std::erase_if(ownMoves_, [&](const OwnMove& move) { return move.until <= now; });
+  for (OwnMove& move : ownMoves_) {
+    // Each path absorbs one change on either side, so a later change of the
+    // same path by another program is reported.
+    if (auto below = relativeTo(canonicalPath, move.from)) {
+      if (token.kind == StateToken::Kind::gone && move.absorbedFrom.insert(*below).second) {
+        return true;
+      }
+    }
+    if (!move.to) {
+      continue;
+    }
+    if (auto below = relativeTo(canonicalPath, *move.to)) {
+      auto expected = move.expected.find(*below);
+      if (expected != move.expected.end() && expected->second == token &&
+          move.absorbedTo.insert(*below).second) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
+bool WorkspaceWatcher::isOwnEcho(const std::string& canonicalPath, const std::string& path,
+                                 const StateToken& token) {
   std::vector<OwnWrite> candidates;
   {
     std::lock_guard guard(lock_);
+    if (isOwnMoveEcho(canonicalPath, token)) {
+      return true;
+    }
     auto now = Clock::now();
     for (auto entry = ownWrites_.begin(); entry != ownWrites_.end();) {
       std::erase_if(entry->second, [&](const OwnWrite& write) { return write.until <= now; });
@@ -213,8 +299,10 @@ StateToken WorkspaceWatcher::stateToken(const std::string& path) const {
 }
 
 std::optional<std::string> WorkspaceWatcher::currentFingerprint(const std::string& path) const {
+  // Only regular files are read: a pipe would hold the queue until a writer
+  // came, and a device could be endless.
   struct stat info {};
-  if (fs_.stat(path, &info) != 0 || S_ISDIR(info.st_mode)) {
+  if (fs_.stat(path, &info) != 0 || !S_ISREG(info.st_mode)) {
     return std::nullopt;
   }
   try {
@@ -248,13 +336,25 @@ void WorkspaceWatcher::snapshotWorkspace(Session& session) {
 }
 
 void WorkspaceWatcher::noteWatchLimit(Session& session, const std::string& folder) {
-  if (std::exchange(session.limitLogged, true)) {
+  if (session.told) {
     return;
   }
   logLine("cannot watch " + folder +
-          ": the inotify watch limit is reached, so changes in some folders can go unreported; "
-          "raise fs.inotify.max_user_watches (for example: sudo sysctl "
-          "fs.inotify.max_user_watches=524288) and reopen the folder");
+          ": the inotify watch limit is reached, so folders without a watch are looked at "
+          "instead; raise fs.inotify.max_user_watches (for example: sudo sysctl "
+          "fs.inotify.max_user_watches=524288)");
+  tell(session, kWatchLimitNotice);
+}
+
+void WorkspaceWatcher::tell(Session& session, const char* notice) {
+  if (std::exchange(session.told, true) || !session.onNotice) {
+    return;
+  }
+  try {
+    session.onNotice(notice);
+  } catch (const std::exception& error) {
+    logLine(std::string("a notice was not delivered: ") + error.what());
+  }
 }
 
 void WorkspaceWatcher::handle(const std::string& path, uint32_t flags, uint64_t id) {
@@ -292,7 +392,7 @@ void WorkspaceWatcher::handle(const std::string& path, uint32_t flags, uint64_t 
       return;
     }
   }
-  if (isOwnEcho(*canonical, *rebased)) {
+  if (isOwnEcho(*canonical, *rebased, token)) {
     return;
   }
   WorkspaceChange change;
@@ -315,14 +415,27 @@ void WorkspaceWatcher::runQueue(const std::shared_ptr<Session>& session) noexcep
   std::string_view label = queueLabel;
   ::pthread_setname_np(::pthread_self(), std::string(label.substr(label.size() - 15)).c_str());
   try {
+    // A descriptor below zero is left out by poll: without an instance only the
+    // wake-up and the timeouts of the looks remain.
     pollfd fds[2] = {{session->tree.fd(), POLLIN, 0}, {session->wakeFd, POLLIN, 0}};
     while (!session->stopping) {
-      // Idle costs nothing: without a pending batch the thread sleeps until the
-      // kernel has a record or stop wakes it.
-      int timeout = -1;
+      // Idle costs nothing: without a pending batch or a look due the thread
+      // sleeps until the kernel has a record or stop wakes it.
+      std::optional<Clock::time_point> wakeAt;
       if (!session->batch.empty()) {
-        auto left = std::chrono::ceil<std::chrono::milliseconds>(session->deadline - Clock::now());
-        timeout = static_cast<int>(std::max<int64_t>(left.count(), 0));
+        wakeAt = session->deadline;
+      }
+      if (session->polling()) {
+        wakeAt = std::min(
+            {wakeAt.value_or(Clock::time_point::max()), session->nextHot, session->nextCold});
+      }
+      if (session->wakeFd < 0) {
+        wakeAt = std::min(wakeAt.value_or(Clock::time_point::max()), Clock::now() + kUnwokenPoll);
+      }
+      int timeout = -1;
+      if (wakeAt) {
+        auto left = std::chrono::ceil<std::chrono::milliseconds>(*wakeAt - Clock::now());
+        timeout = static_cast<int>(std::clamp<int64_t>(left.count(), 0, INT32_MAX));
       }
       if (::poll(fds, 2, timeout) < 0) {
         if (errno == EINTR) {
@@ -347,8 +460,21 @@ void WorkspaceWatcher::runQueue(const std::shared_ptr<Session>& session) noexcep
       if (fds[0].revents & POLLIN) {
         takeRecords(*session, resyncLine);
       }
+      if (session->polling() && Clock::now() >= session->nextCold) {
+        // The walk is the look at the whole tree; its own length spaces the next.
+        auto began = Clock::now();
+        resync(*session, resyncLine.value_or(""));
+        resyncLine.reset();
+        auto took = Clock::now() - began;
+        session->nextCold =
+            Clock::now() + std::max<Clock::duration>(settings_.coldInterval, took * 20);
+      }
       if (resyncLine) {
         resync(*session, *resyncLine);
+      }
+      if (session->polling() && Clock::now() >= session->nextHot) {
+        pollInterests(*session);
+        session->nextHot = Clock::now() + settings_.hotInterval;
       }
       if (!session->batch.empty() && Clock::now() >= session->deadline) {
         flush(*session);
@@ -400,12 +526,7 @@ void WorkspaceWatcher::takeRecords(Session& session, std::optional<std::string>&
       continue;
     }
     if (record.mask & IN_MOVED_FROM) {
-      // Whatever the folder held has left these paths; its watches go with it so
-      // that later records cannot be filed under the old names.
-      session.tree.retireBelow(path);
-      for (const std::string& gone : lastSeenBelow(path)) {
-        session.add(gone, itemRenamed);
-      }
+      addLeftBelow(session, path, itemRenamed);
     }
     if (record.mask & (IN_CREATE | IN_MOVED_TO)) {
       // Watched first, listed second: an item made in between is either listed
@@ -425,8 +546,91 @@ void WorkspaceWatcher::takeRecords(Session& session, std::optional<std::string>&
 }
 
 std::vector<std::string> WorkspaceWatcher::lastSeenBelow(const std::string& folder) {
+  std::vector<std::string> paths;
   std::lock_guard guard(lock_);
-  return lastSeen_.pathsBelow(folder);
+  for (auto& [path, token] : lastSeen_.entriesBelow(folder)) {
+    paths.push_back(std::move(path));
+  }
+  return paths;
+}
+
+void WorkspaceWatcher::addLeftBelow(Session& session, const std::string& folder, uint32_t flags) {
+  // Whatever the folder held has left these paths; its watches go with it so
+  // that later records cannot be filed under the old names.
+  session.tree.retireBelow(folder);
+  for (const std::string& gone : lastSeenBelow(folder)) {
+    session.add(gone, flags);
+  }
+}
+
+void WorkspaceWatcher::pollInterests(Session& session) {
+  std::deque<std::string> interests;
+  {
+    std::lock_guard guard(lock_);
+    interests = interests_;
+  }
+  for (const std::string& path : interests) {
+    auto canonical = WorkspaceBoundary::canonicalize(path, fs_);
+    if (!canonical || !boundary_.rebase(*canonical)) {
+      continue;
+    }
+    if (session.tree.isUnwatched(*canonical)) {
+      pollFolder(session, *canonical);
+    } else if (session.tree.isUnwatched(storage::parentFolder(*canonical))) {
+      pollItem(session, *canonical);
+    }
+  }
+}
+
+void WorkspaceWatcher::pollItem(Session& session, const std::string& path) {
+  StateToken token = stateToken(path);
+  std::optional<StateToken> seen;
+  {
+    std::lock_guard guard(lock_);
+    seen = lastSeen_.find(path);
+  }
+  if (seen == token) {
+    return;
+  }
+  const bool isNew = !seen || seen->kind == StateToken::Kind::gone;
+  session.add(path, isNew ? itemCreated : 0);
+  if (seen && seen->kind == StateToken::Kind::folder && token.kind != StateToken::Kind::folder) {
+    addLeftBelow(session, path, 0);
+  }
+  if (isNew && token.kind == StateToken::Kind::folder) {
+    // As for a folder inotify reports created: watched if it can be, and listed.
+    session.tree.watchTree(
+        path, [&](const std::string& item, const struct stat&) { session.add(item, itemCreated); });
+  }
+}
+
+void WorkspaceWatcher::pollFolder(Session& session, const std::string& folder) {
+  std::vector<std::string> names;
+  if (fs_.listDirectory(folder, names) != 0) {
+    pollItem(session, folder);  // gone, or no longer a folder
+    return;
+  }
+  // What is there and what was last seen there; looked at in path order, as
+  // the batch then hands them on.
+  std::set<std::string> paths;
+  for (const std::string& name : names) {
+    if (!name.starts_with('.')) {
+      paths.insert(storage::joinPath(folder, name));
+    }
+  }
+  std::vector<std::pair<std::string, StateToken>> seen;
+  {
+    std::lock_guard guard(lock_);
+    seen = lastSeen_.entriesIn(folder);
+  }
+  for (const auto& [path, token] : seen) {
+    if (token.kind != StateToken::Kind::gone) {
+      paths.insert(path);
+    }
+  }
+  for (const std::string& path : paths) {
+    pollItem(session, path);
+  }
 }
 
 void WorkspaceWatcher::resync(Session& session, const std::string& line) {

@@ -24,6 +24,10 @@ class BridgeHandling {
   virtual void startWatching(std::function<void(const WorkspaceChange&)> onChange) = 0;
   // Stops delivery; no callback runs after this returns.
   virtual void stopWatching() = 0;
+  // Where a text for the user about watching goes, when changes by other
+  // programs can only be found late (the system's limits are used up). Set it
+  // before startWatching; it runs at most once per start, on any thread.
+  virtual void setWatchNoticeHandler(std::function<void(const std::string& notice)>) {}
 };
 
 }  // namespace vorna::contracts

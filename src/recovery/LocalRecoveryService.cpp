@@ -565,4 +565,94 @@ std::vector<RecoveryEntry> LocalRecoveryService::sweepOrphanedSwaps() {
   return adopted;
 }
 
+// Version history
+
+const RenameHistory& LocalRecoveryService::renameHistory() {
+  // Parsing a journal of a thousand entries costs more than the rest of a
+  // history request; it is only ever replaced whole, so its stamp tells.
+  std::optional<FileStamp> stamp = FileStamp::of(indexPath(kOperationsFile), fs_);
+  if (stamp && renamesStamp_ && *stamp == *renamesStamp_) {
+    return renames_;
+  }
+  renamesStamp_.reset();
+  const bool settled = stamp && stamp->settled();
+  try {
+    renames_ = RenameHistory(readOperations());
+    if (settled) {
+      renamesStamp_ = stamp;
+    }
+  } catch (const RecoveryError& error) {
+    log(std::string("version history follows no renames: ") + error.what());
+    renames_ = RenameHistory({});
+  }
+  return renames_;
+}
+
+std::vector<RecoveryEntry> LocalRecoveryService::pageHistory(const std::string& pagePath) {
+  std::lock_guard guard(lock_);
+  const RetentionStoreIndex::EntriesByPage& byPage = storeIndex_.refresh(*retentionStore_);
+  const RenameHistory& renames = renameHistory();
+  std::vector<RecoveryEntry> history;
+  for (const std::string& name : renames.formerPaths(pagePath)) {
+    auto found = byPage.find(name);
+    if (found == byPage.end()) {
+      continue;
+    }
+    for (const RecoveryEntry& entry : found->second) {
+      if (renames.currentPath(entry.pagePath, entry.capturedAt) == pagePath) {
+        history.push_back(entry);
+      }
+    }
+  }
+  std::sort(history.begin(), history.end(), [](const RecoveryEntry& a, const RecoveryEntry& b) {
+    return a.capturedAt != b.capturedAt ? a.capturedAt > b.capturedAt : a.id > b.id;
+  });
+  return history;
+}
+
+RecoveryEntry LocalRecoveryService::retainedVersion(const std::string& id) {
+  std::lock_guard guard(lock_);
+  storeIndex_.refresh(*retentionStore_);
+  const RecoveryEntry* entry = storeIndex_.find(id);
+  if (entry == nullptr) {
+    throw RecoveryError::notFound(id);
+  }
+  return *entry;
+}
+
+std::vector<RetainedPage> LocalRecoveryService::retainedPages(const std::string& folder) {
+  std::lock_guard guard(lock_);
+  const RetentionStoreIndex::EntriesByPage& byPage = storeIndex_.refresh(*retentionStore_);
+  const RenameHistory& renames = renameHistory();
+  const std::string prefix = folder.ends_with('/') ? folder : folder + "/";
+  auto under = [&](const std::string& path) {
+    return path.size() > prefix.size() && path.starts_with(prefix);
+  };
+  std::map<std::string, RetainedPage> pages;
+  for (const auto& [page, entries] : byPage) {
+    // Most pages were never renamed: all their versions stay theirs.
+    const bool moved = renames.movedAway(page);
+    if (!moved && !under(page)) {
+      continue;
+    }
+    for (const RecoveryEntry& entry : entries) {
+      std::string owner = moved ? renames.currentPath(page, entry.capturedAt) : page;
+      if (!under(owner)) {
+        continue;
+      }
+      RetainedPage& summary = pages[owner];
+      if (summary.versionCount++ == 0 || summary.newestCapturedAt < entry.capturedAt) {
+        summary.newestCapturedAt = entry.capturedAt;
+      }
+      summary.pagePath = std::move(owner);
+    }
+  }
+  std::vector<RetainedPage> result;
+  result.reserve(pages.size());
+  for (auto& [path, summary] : pages) {
+    result.push_back(std::move(summary));
+  }
+  return result;
+}
+
 }  // namespace vorna::recovery

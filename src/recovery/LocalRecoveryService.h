@@ -12,9 +12,11 @@
 
 #include "recovery/ConflictEntry.h"
 #include "recovery/DraftEntry.h"
+#include "recovery/FileStamp.h"
 #include "recovery/RecoveryEnvironment.h"
 #include "recovery/RecoveryMaintenance.h"
 #include "recovery/RecoveryServicing.h"
+#include "recovery/RenameHistory.h"
 #include "recovery/RetentionPlan.h"
 #include "recovery/RetentionStoreIndex.h"
 #include "storage/FileSystem.h"
@@ -120,6 +122,13 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   // orphaned swap file(s) left in the workspace".
   std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() override;
 
+  // Version history, answered from the in-memory store index (one status of
+  // the store's folder when nothing changed) and the journal. An unreadable
+  // operations.json is logged and the history then follows no renames.
+  std::vector<storage::RecoveryEntry> pageHistory(const std::string& pagePath) override;
+  storage::RecoveryEntry retainedVersion(const std::string& id) override;
+  std::vector<RetainedPage> retainedPages(const std::string& folder) override;
+
   // Deletes, for every page, the old retained versions and discarded drafts
   // beyond the budget (RetentionPlan), never while conflicts.json is
   // unreadable. An unreadable drafts.json or a failing write of it is thrown
@@ -141,6 +150,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
                               const std::vector<DraftEntry>& drafts,
                               const RetentionStoreIndex::EntriesByPage& storeEntries);
   void prune(const std::vector<std::string>& payloadPaths);
+  // The journal's renames, read again only when operations.json changed;
+  // none, logged, when it is unreadable.
+  const RenameHistory& renameHistory();
   // Whether the retention store's folder accepts a new file, found by making
   // and removing one.
   bool retentionStoreAcceptsWrites();
@@ -156,6 +168,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::unique_ptr<storage::RecoveryStore> retentionStore_;
   std::mutex lock_;
   RetentionStoreIndex storeIndex_;  // guarded by lock_
+  // The renames read from operations.json with its settled stamp, under lock_.
+  RenameHistory renames_{{}};
+  std::optional<FileStamp> renamesStamp_;
 };
 
 }  // namespace vorna::recovery

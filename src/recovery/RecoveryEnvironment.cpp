@@ -1,9 +1,10 @@
 #include "recovery/RecoveryEnvironment.h"
 
-#include <glib.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "storage/UserFolders.h"
 
 namespace vorna::recovery {
 
@@ -25,11 +26,7 @@ void RecoveryEnvironment::writeToStandardError(std::string_view line) {
 }
 
 std::optional<std::string> RecoveryEnvironment::xdgDataHome() {
-  const char* folder = g_get_user_data_dir();
-  if (folder == nullptr || *folder == '\0') {
-    return std::nullopt;
-  }
-  return std::string(folder);
+  return storage::xdgFolder("XDG_DATA_HOME", ".local/share");
 }
 
 std::string recoveryLogLine(std::string_view message) {

@@ -22,8 +22,8 @@ struct RecoveryEnvironment {
   // Receives each diagnostic as one whole line: "Vorna recovery: ", the
   // message and "\n". The default writes it to standard error in one write.
   std::function<void(std::string_view line)> log = writeToStandardError;
-  // The per-user data folder ($XDG_DATA_HOME, else ~/.local/share); nothing
-  // when it cannot be told.
+  // The per-user data folder ($XDG_DATA_HOME when absolute, else
+  // ~/.local/share); nothing when it cannot be told.
   std::function<std::optional<std::string>()> userDataDirectory = xdgDataHome;
   // The mount table that says which mount point holds a path.
   std::string mountTable = "/proc/self/mountinfo";

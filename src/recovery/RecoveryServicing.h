@@ -10,6 +10,7 @@
 #include "contracts/ConflictRecord.h"
 #include "contracts/DraftRecord.h"
 #include "contracts/OperationRecord.h"
+#include "recovery/RetainedPage.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/RecoveryStore.h"
 
@@ -65,6 +66,20 @@ class RecoveryServicing {
   // Moves the swap files left in the workspace into the retention store and
   // returns their new entries.
   virtual std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() = 0;
+
+  // The retained versions that belong to the page at `pagePath` now, those
+  // kept under its names before renames of the journal included (see
+  // RenameHistory), newest first: by capturedAt, then by id, the greater
+  // first. The page need not exist. A payload without a sidecar is no version
+  // of any page: only the sidecar says which page it holds.
+  virtual std::vector<storage::RecoveryEntry> pageHistory(const std::string& pagePath) = 0;
+  // The retained version with `id`; notFound with the detail `id` when no
+  // sidecar of this store has that name.
+  virtual storage::RecoveryEntry retainedVersion(const std::string& id) = 0;
+  // Every path strictly under `folder`, at any depth, that retained versions
+  // belong to now (as for pageHistory), ordered by path; whether the page still
+  // exists is for the caller to see.
+  virtual std::vector<RetainedPage> retainedPages(const std::string& folder) = 0;
 };
 
 }  // namespace vorna::recovery

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <unordered_set>
 
 namespace vorna::recovery {
 namespace {
@@ -13,6 +12,25 @@ constexpr std::string_view kSidecarSuffix = ".json";
 
 const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     const storage::RecoveryStore& store) {
+  std::optional<FileStamp> now = FileStamp::of(store.directory(), store.fileSystem());
+  if (now && listed_ && *now == *listed_) {
+    if (!unread_.empty()) {
+      std::vector<std::string> retry(unread_.begin(), unread_.end());
+      std::sort(retry.begin(), retry.end());
+      unread_.clear();
+      add(store, retry);
+    }
+    return byPage_;
+  }
+  // Settled is judged before listing: a change after this moment, even one
+  // the listing misses, then gives the folder another stamp.
+  const bool settled = now && now->settled();
+  relist(store);
+  listed_ = settled ? now : std::nullopt;
+  return byPage_;
+}
+
+void RetentionStoreIndex::relist(const storage::RecoveryStore& store) {
   std::vector<std::string> names;
   if (store.fileSystem().listDirectory(store.directory(), names) != 0) {
     names.clear();
@@ -44,7 +62,13 @@ const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
     }
   }
   std::sort(added.begin(), added.end());
-  for (const std::string& id : added) {
+  unread_.clear();
+  add(store, added);
+}
+
+void RetentionStoreIndex::add(const storage::RecoveryStore& store,
+                              const std::vector<std::string>& ids) {
+  for (const std::string& id : ids) {
     try {
       storage::RecoveryEntry entry = store.readEntry(id);
       if (entry.id != id) {
@@ -53,10 +77,20 @@ const RetentionStoreIndex::EntriesByPage& RetentionStoreIndex::refresh(
       pageOfId_.emplace(id, entry.pagePath);
       byPage_[entry.pagePath].push_back(std::move(entry));
     } catch (const std::exception&) {
-      // Perhaps still being written; the next refresh reads it again.
+      unread_.insert(id);  // perhaps still being written
     }
   }
-  return byPage_;
+}
+
+const storage::RecoveryEntry* RetentionStoreIndex::find(const std::string& id) const {
+  auto page = pageOfId_.find(id);
+  if (page == pageOfId_.end()) {
+    return nullptr;
+  }
+  const std::vector<storage::RecoveryEntry>& entries = byPage_.at(page->second);
+  auto entry = std::find_if(entries.begin(), entries.end(),
+                            [&](const storage::RecoveryEntry& e) { return e.id == id; });
+  return entry == entries.end() ? nullptr : &*entry;
 }
 
 void RetentionStoreIndex::remove(const std::string& id, const std::string& pagePath) {

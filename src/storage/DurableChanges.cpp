@@ -82,12 +82,8 @@ void DurableChanges::exchange(const std::string& a, const std::string& b) {
 void DurableChanges::moveIntoFolder(const std::string& source, const std::string& destination,
                                     AcrossFileSystems across) {
   struct stat st {};
-  // rename(2) would silently replace a file, or an empty folder, there.
-  if (fs_.lstat(destination, &st) == 0) {
-    throw FileOpError::wouldOverwrite(destination);
-  }
   const std::string folder = parentFolder(destination);
-  if (fs_.rename(source, destination) == 0) {
+  if (renameWithoutReplacing(source, destination)) {
     try {
       flushFolder(folder);
     } catch (const FileOpError&) {
@@ -99,9 +95,10 @@ void DurableChanges::moveIntoFolder(const std::string& source, const std::string
     }
     return;
   }
-  if (errno != EXDEV || across == AcrossFileSystems::refuse || fs_.lstat(source, &st) != 0 ||
+  const int code = errno;
+  if (code != EXDEV || across == AcrossFileSystems::refuse || fs_.lstat(source, &st) != 0 ||
       !S_ISREG(st.st_mode)) {
-    throw FileOpError::fromErrno("rename", source);
+    throw FileOpError::syscall("rename", code, source);
   }
   writeNewFile(destination, readFileWhole(source, fs_), 0644);
   // The copy must be durable under its new name before the source can go: the
@@ -120,19 +117,47 @@ void DurableChanges::moveIntoFolder(const std::string& source, const std::string
   flushFolder(parentFolder(source));
 }
 
-void DurableChanges::makeFolder(const std::string& path, mode_t mode) {
+bool DurableChanges::renameWithoutReplacing(const std::string& source,
+                                            const std::string& destination) {
+  if (fs_.renameNoReplace(source, destination) == 0) {
+    return true;
+  }
+  if (errno == EEXIST) {
+    throw FileOpError::wouldOverwrite(destination);
+  }
+  if (errno != EINVAL) {
+    return false;
+  }
+  // rename(2) would silently replace a file, or an empty folder, there.
+  struct stat st {};
+  if (fs_.lstat(destination, &st) == 0) {
+    throw FileOpError::wouldOverwrite(destination);
+  }
+  return fs_.rename(source, destination) == 0;
+}
+
+void DurableChanges::makeFolder(const std::string& path, mode_t mode,
+                                const std::function<void(const std::string&)>& made) {
   struct stat st {};
   if (fs_.stat(path, &st) == 0 && S_ISDIR(st.st_mode)) {
     return;
   }
   const std::string parent = parentFolder(path);
+  // Told before the flush, so that a watcher hears of the folder before it
+  // can see it appear.
+  auto finish = [&] {
+    if (made) {
+      made(path);
+    }
+    flushInParent(path, parent);
+  };
   if (fs_.mkdir(path, mode) != 0) {
     int code = errno;
     // Made from the top down, so that what stands in the way is what is named.
     if ((code == ENOENT || code == ENOTDIR) && parent != path) {
-      makeFolder(parent, mode);
+      makeFolder(parent, mode, made);
       if (fs_.mkdir(path, mode) == 0) {
-        flushInParent(path, parent);
+        finish();
         return;
       }
       code = errno;
@@ -143,7 +168,7 @@ void DurableChanges::makeFolder(const std::string& path, mode_t mode) {
     }
     throw FileOpError::syscall("mkdir", code, path);
   }
-  flushInParent(path, parent);
+  finish();
 }
 
 void DurableChanges::flushInParent(const std::string& folder, const std::string& parent) {

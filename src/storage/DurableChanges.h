@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -68,8 +69,11 @@ class DurableChanges {
   enum class AcrossFileSystems { copy, refuse };
 
   // Moves the file or folder `source` to `destination`, whose folder exists and
-  // where nothing may be. Within one file system: one rename, then the
-  // destination's folder is flushed, which makes the whole rename durable.
+  // where nothing may be, not even what appeared there after the caller looked.
+  // Within one file system: one rename that never replaces (where the file
+  // system cannot do that, EINVAL, a look first leaves only the moment between
+  // look and rename), then the destination's folder is flushed, which makes the
+  // whole rename durable.
   // Across file systems, when `across` allows it and `source` is a regular
   // file: a copy (mode 0644) is made and flushed, the destination's folder is
   // flushed, and only then is the source removed and its folder flushed.
@@ -85,13 +89,18 @@ class DurableChanges {
   // with `mode` (less the umask) and flushed in its parent as soon as it is
   // made. An existing folder is success. Error: "mkdir" naming the first
   // folder that could not be made; something other than a folder in the way
-  // fails with EEXIST, one in the way of a folder above with ENOTDIR.
-  void makeFolder(const std::string& path, mode_t mode);
+  // fails with EEXIST, one in the way of a folder above with ENOTDIR. `made`,
+  // when given, is called with each folder this call made, as it is made.
+  void makeFolder(const std::string& path, mode_t mode,
+                  const std::function<void(const std::string&)>& made = nullptr);
 
  private:
   // Opens `path` exclusively and writes and flushes `bytes`; removes the file
   // again when a step after the open fails.
   void writeNewFile(const std::string& path, std::string_view bytes, mode_t mode);
+  // renameat2(RENAME_NOREPLACE); false with errno set when it failed for
+  // another reason than something at `destination` (wouldOverwrite).
+  bool renameWithoutReplacing(const std::string& source, const std::string& destination);
   // Flushes the entries of `folder`. Errors: "open", "fsync" on the folder.
   void flushFolder(const std::string& folder);
   // Flushes `parent` after `folder` was made in it; removes `folder` again

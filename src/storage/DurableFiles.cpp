@@ -72,6 +72,13 @@ Bytes readFileWhole(const std::string& path, FileSystem& fs) {
   if (!fd) {
     throw FileOpError::fromErrno("open", path);
   }
+  struct stat info {};
+  if (fs.fstat(fd.get(), &info) != 0) {
+    throw FileOpError::fromErrno("fstat", path);
+  }
+  if (!S_ISREG(info.st_mode)) {
+    throw FileOpError::notAFile(path);
+  }
   return readAll(fd.get(), path, fs);
 }
 

@@ -23,7 +23,9 @@ void writeAll(int fd, std::string_view bytes, const std::string& path,
 // size. Error: "read".
 contracts::Bytes readAll(int fd, const std::string& path, FileSystem& fs = FileSystem::real());
 
-// Opens, reads whole and closes a file. Errors: "open", "read".
+// Opens, reads whole and closes a regular file; anything else (a pipe, a
+// device, a socket) is notAFile, and the open never waits for a pipe's writer.
+// Errors: "open", "fstat", notAFile, "read".
 contracts::Bytes readFileWhole(const std::string& path, FileSystem& fs = FileSystem::real());
 
 // Best effort, never report failure: callers never depend on their success.

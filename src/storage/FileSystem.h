@@ -20,7 +20,10 @@ class FileSystem {
  public:
   virtual ~FileSystem() = default;
 
-  // The real implementation adds O_CLOEXEC to `flags` and retries EINTR.
+  // The real implementation adds O_CLOEXEC and O_NONBLOCK to `flags` and
+  // retries EINTR. O_NONBLOCK keeps an open from waiting for the other end of
+  // a named pipe (a writer that never comes would hold the caller for good);
+  // regular files and folders ignore it.
   virtual int open(const std::string& path, int flags, mode_t mode) = 0;
   virtual int close(int fd) = 0;
   // read and write may transfer fewer bytes than asked; callers loop.
@@ -30,6 +33,10 @@ class FileSystem {
   virtual int fstat(int fd, struct stat* out) = 0;
 
   virtual int rename(const std::string& from, const std::string& to) = 0;
+  // Renames without ever replacing (renameat2 with RENAME_NOREPLACE): EEXIST
+  // when anything is at `to`, however late it came; EINVAL where the file
+  // system cannot promise that.
+  virtual int renameNoReplace(const std::string& from, const std::string& to) = 0;
   // Atomically exchanges the two directory entries (renameat2 with RENAME_EXCHANGE).
   // Both must exist on one file system; EINVAL where the file system cannot exchange.
   virtual int exchange(const std::string& a, const std::string& b) = 0;

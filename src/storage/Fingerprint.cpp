@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <openssl/evp.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <ctime>
@@ -80,6 +81,15 @@ FileFingerprint fingerprintFile(const std::string& path, FileSystem& fs) {
   UniqueFd fd(fs, fs.open(path, O_RDONLY, 0));
   if (!fd) {
     throw FileOpError::fromErrno("open", path);
+  }
+  // Only a regular file has an end to read to: a pipe would wait for a writer
+  // and a device could be endless.
+  struct stat info {};
+  if (fs.fstat(fd.get(), &info) != 0) {
+    throw FileOpError::fromErrno("fstat", path);
+  }
+  if (!S_ISREG(info.st_mode)) {
+    throw FileOpError::notAFile(path);
   }
   // One buffer per thread: a page read allocates nothing, and memory stays
   // bounded whatever the file's size.

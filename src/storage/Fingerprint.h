@@ -33,8 +33,10 @@ struct FileFingerprint {
   int64_t byteCount = 0;
 };
 
-// Streams the file through one reused 1 MiB buffer; memory stays bounded for
-// any size. Throws FileOpError (op "open" or "read") on failure.
+// Streams a regular file through one reused 1 MiB buffer; memory stays
+// bounded for any size. Anything but a regular file is notAFile, and the open
+// never waits for a pipe's writer. Throws FileOpError (op "open", "fstat" or
+// "read", or notAFile) on failure.
 FileFingerprint fingerprintFile(const std::string& path, FileSystem& fs = FileSystem::real());
 
 struct StabilizedFingerprint {

@@ -25,6 +25,9 @@ class ForwardingFileSystem : public FileSystem {
   int rename(const std::string& from, const std::string& to) override {
     return target_.rename(from, to);
   }
+  int renameNoReplace(const std::string& from, const std::string& to) override {
+    return target_.renameNoReplace(from, to);
+  }
   int exchange(const std::string& a, const std::string& b) override {
     return target_.exchange(a, b);
   }

@@ -30,7 +30,8 @@ FileSystem& FileSystem::real() {
 }
 
 int PosixFileSystem::open(const std::string& path, int flags, mode_t mode) {
-  return retryInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); });
+  return retryInterrupted(
+      [&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, mode); });
 }
 
 int PosixFileSystem::close(int fd) {
@@ -55,6 +56,10 @@ int PosixFileSystem::fstat(int fd, struct stat* out) { return ::fstat(fd, out); 
 
 int PosixFileSystem::rename(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str());
+}
+
+int PosixFileSystem::renameNoReplace(const std::string& from, const std::string& to) {
+  return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
 }
 
 int PosixFileSystem::exchange(const std::string& a, const std::string& b) {

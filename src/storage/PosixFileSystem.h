@@ -15,6 +15,7 @@ class PosixFileSystem final : public FileSystem {
   int fsync(int fd) override;
   int fstat(int fd, struct stat* out) override;
   int rename(const std::string& from, const std::string& to) override;
+  int renameNoReplace(const std::string& from, const std::string& to) override;
   int exchange(const std::string& a, const std::string& b) override;
   int unlink(const std::string& path) override;
   int mkdir(const std::string& path, mode_t mode) override;

@@ -118,6 +118,12 @@ SaveOutcome SafeAdapter::performSave(const std::string& pagePath, const Bytes& n
   if (fs_.stat(pagePath, &st) != 0 || S_ISDIR(st.st_mode)) {
     return SaveOutcome::error(SaveFailure::pageMissing(pagePath));
   }
+  // A pipe, device or socket is never exchanged: its reader or writer would
+  // be handed a page, and settling its displaced side could wait for ever.
+  if (!S_ISREG(st.st_mode)) {
+    return SaveOutcome::error(
+        SaveFailure::underlying(FileOpError::notAFile(pagePath).description()));
+  }
   // Every save ends by retaining a version of this page; one the store could
   // not describe is refused before the page is touched.
   store_.requireRecordable(pagePath);

@@ -31,14 +31,15 @@ namespace vorna::storage {
 // - It is not, and not restoreExternalVersion: the new bytes stay, the foreign
 //   version is retained (displacedExternal) -> externalVersion.
 //
-// A missing page or a folder is SaveOutcome::error(pageMissing), and a page
-// path that is not valid UTF-8 (which no sidecar could record) an error as
-// well; both before anything is written. A later step that fails yields
-// SaveOutcome::error with that step's error text. What it leaves: a displaced
-// or withdrawn version in a ".vn-swap-" file beside the page, for the next
-// sweep, or nothing; with retainPendingBytes, a payload of the editor's bytes
-// without its sidecar. The page always holds one whole version, and so does
-// every state a power cut may leave.
+// A missing page or a folder is SaveOutcome::error(pageMissing); anything else
+// that is not a regular file (a pipe, a device, a socket: "not a regular file:
+// {path}") and a page path that is not valid UTF-8 (which no sidecar could
+// record) are errors as well; all before anything is written. A later step
+// that fails yields SaveOutcome::error with that step's error text. What it
+// leaves: a displaced or withdrawn version in a ".vn-swap-" file beside the
+// page, for the next sweep, or nothing; with retainPendingBytes, a payload of
+// the editor's bytes without its sidecar. The page always holds one whole
+// version, and so does every state a power cut may leave.
 //
 // The page path must be canonical: its last component must not be a symbolic
 // link, since an exchange moves the link itself, not the file it names. The

@@ -61,9 +61,16 @@ TEST(NavigationPolicyTest, NewWindowsAreNeverOpenedAndResponsesMustBeTheEditors)
             (NavigationDecision{false, true, true}));
   EXPECT_EQ(NavigationPolicy::decideNewWindow("https://example.org/", false), NavigationDecision{});
   EXPECT_EQ(NavigationPolicy::decideNewWindow("vorna://app/x.html", true), NavigationDecision{});
-  EXPECT_TRUE(NavigationPolicy::allowsResponse("vorna://app/index.html", true));
-  EXPECT_FALSE(NavigationPolicy::allowsResponse("blob:vorna://app/1", true));
-  EXPECT_FALSE(NavigationPolicy::allowsResponse("data:text/html,x", true));
+  for (const char* url : {"vorna://app/index.html?path=/w", "vorna://APP/sub/page.html"}) {
+    EXPECT_TRUE(NavigationPolicy::allowsResponse(url, true)) << url;
+    EXPECT_TRUE(NavigationPolicy::isEditorDocument(url)) << url;
+  }
+  for (const char* url : {"blob:vorna://app/1", "data:text/html,x", "about:blank", "about:srcdoc",
+                          "vorna://app/api/file?path=/w/a.html", "vorna://app/%61pi/list",
+                          "vorna://other/index.html", ""}) {
+    EXPECT_FALSE(NavigationPolicy::allowsResponse(url, true)) << url;
+    EXPECT_FALSE(NavigationPolicy::isEditorDocument(url)) << url;
+  }
   EXPECT_TRUE(NavigationPolicy::allowsResponse("blob:vorna://app/1", false));
 }
 

@@ -30,44 +30,61 @@ class HostContextTest : public ::testing::Test {
   fs::path root;
 };
 
-TEST_F(HostContextTest, TheEnvironmentThenTheInstallThenTheClimb) {
-  std::string fromEnvironment = editorAt(root / "env");
-  std::string installed = editorAt(root / "share" / "_app");
-  std::string beside = editorAt(root / "_app");
-  std::string program = (root / "build" / "src" / "app" / "vorna").string();
-  fs::create_directories(root / "build" / "src" / "app");
+TEST_F(HostContextTest, TheEditorComesFromTheEnvironmentThenTheBuildTreeThenThePrefix) {
+  fs::path base = fs::canonical(root);
+  HostContext::EditorLayout layout{
+      .buildDirectory = (base / "src/build").string(),
+      .buildEditors = {(base / "src/build/_app").string(), (base / "src/_app").string()},
+      .installedRelative = "../share/vorna/_app"};
+  const std::string built = "src/build/bin/vorna";
+  const std::string installed = "usr/bin/vorna";
+  fs::create_directories(base / "src/build/bin");
+  fs::create_directories(base / "usr/bin");
+  std::ofstream(base / built) << "";
+  std::ofstream(base / installed) << "";
+  fs::create_symlink(base / built, base / "vorna-link");
 
-  EXPECT_EQ(HostContext::locateAppDirectory(fromEnvironment + "/", installed, program),
-            fromEnvironment);
-  EXPECT_EQ(HostContext::locateAppDirectory((root / "empty").string(), installed, program),
-            installed);
-  EXPECT_EQ(HostContext::locateAppDirectory("", (root / "none").string(), program), beside);
-  fs::remove_all(root / "_app");
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", program), std::nullopt);
-  fs::create_directories(root / "_app");  // a folder without index.html does not count
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", program), std::nullopt);
-}
-
-TEST_F(HostContextTest, TheClimbTriesTwelveFoldersAndFollowsTheProgramsLink) {
-  fs::path deep = root;
-  for (int level = 0; level < 12; ++level) {
-    deep /= "d";
+  struct Row {
+    std::vector<std::string> editors;  // folders holding an index.html
+    std::string environment;
+    std::string program;
+    std::optional<HostContext::LocatedEditor> expected;  // folder relative to base
+  };
+  using Found = HostContext::LocatedEditor;
+  const std::vector<Row> rows = {
+      {{"env", "src/build/_app"}, "env/", built, Found{"env", "VORNA_APP_DIR"}},
+      {{"src/build/_app", "src/_app"}, "empty", built, Found{"src/build/_app", "the build tree"}},
+      // A copy installed into the build folder never shadows the tree's editor.
+      {{"src/_app", "src/build/share/vorna/_app"}, "", built, Found{"src/_app", "the build tree"}},
+      {{"src/_app"}, "", "vorna-link", Found{"src/_app", "the build tree"}},
+      {{"usr/bin/_app", "usr/share/vorna/_app"}, "", installed,
+       Found{"usr/bin/_app", "beside the program"}},
+      // An installed program serves its own prefix, even beside a build tree.
+      {{"src/build/_app", "usr/share/vorna/_app"}, "", installed,
+       Found{"usr/share/vorna/_app", "the install prefix"}},
+      // Nor does it climb to an `_app` that merely lies above it.
+      {{"_app", "usr/_app", "usr/share/_app"}, "", installed, std::nullopt},
+      {{}, "", built, std::nullopt},
+  };
+  for (const Row& row : rows) {
+    for (const char* folder : {"env", "src/build/_app", "src/_app", "src/build/share/vorna/_app",
+                               "usr/bin/_app", "usr/share/vorna/_app", "_app", "usr/_app",
+                               "usr/share/_app"}) {
+      fs::remove_all(base / folder);
+      fs::create_directories(base / folder);  // a folder without index.html does not count
+    }
+    for (const std::string& editor : row.editors) {
+      editorAt(base / editor);
+    }
+    std::optional<Found> expected = row.expected;
+    if (expected) {
+      expected->folder = (base / expected->folder).string();
+    }
+    std::string environment = row.environment.empty() ? "" : (base / row.environment).string();
+    EXPECT_EQ(HostContext::locateAppDirectory(environment, (base / row.program).string(), layout),
+              expected)
+        << row.program << " with " << ::testing::PrintToString(row.editors);
   }
-  fs::create_directories(deep);
-  std::string program = (deep / "vorna").string();
-  editorAt(root / "d" / "_app");  // the 12th folder tried: found
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", program), (root / "d" / "_app").string());
-  fs::remove_all(root / "d" / "_app");
-  editorAt(root / "_app");  // the 13th: never tried
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", program), std::nullopt);
-
-  fs::create_symlink(program, root / "link-to-vorna");
-  std::ofstream(program) << "";
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", (root / "link-to-vorna").string()),
-            std::nullopt);
-  editorAt(deep / "_app");
-  EXPECT_EQ(HostContext::locateAppDirectory("", "", (root / "link-to-vorna").string()),
-            (deep / "_app").string());
 }
 
 TEST_F(HostContextTest, TheBridgeIsSharedAndReplaceable) {

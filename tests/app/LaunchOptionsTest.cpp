@@ -45,17 +45,39 @@ TEST_F(LaunchOptionsTest, OpenTakesAFolderOrAPageInItsFolder) {
 TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
   LaunchOptions last = LaunchOptions::scan({"x", "--open"});
   EXPECT_EQ(last.requestedFolder, std::nullopt);
-  EXPECT_EQ(last.openRequests, (Args{"x"}));
+  EXPECT_EQ(last.ignored, (Args{"x"}));
 
   LaunchOptions swallowed = LaunchOptions::scan({"--scenario", "--smoke", "x"});
   EXPECT_EQ(swallowed.e2eScenario, "--smoke");
   EXPECT_FALSE(swallowed.isSmoke);
   EXPECT_FALSE(swallowed.isE2E);
-  EXPECT_EQ(swallowed.openRequests, (Args{"x"}));
+  EXPECT_EQ(swallowed.ignored, (Args{"x"}));
 
   LaunchOptions twice = LaunchOptions::scan({"--smoke", "/a/../b", "--smoke", "relative/./dir/"});
   EXPECT_TRUE(twice.isSmoke);
   EXPECT_EQ(twice.smokeFolder, standardizedPath(fs::current_path().string() + "/relative/dir"));
+}
+
+TEST_F(LaunchOptionsTest, HelpAndVersionTakeNoValueUnlessTheyAreOne) {
+  LaunchOptions both = LaunchOptions::scan({"--version", "x", "--help"});
+  EXPECT_TRUE(both.showHelp);
+  EXPECT_TRUE(both.showVersion);
+  EXPECT_EQ(both.ignored, (Args{"x"}));
+  LaunchOptions value = LaunchOptions::scan({"--scenario", "--help"});
+  EXPECT_FALSE(value.showHelp);
+  EXPECT_EQ(value.e2eScenario, "--help");
+}
+
+// A bare path is not opened (--open decides), and whatever was ignored is
+// said on one line.
+TEST_F(LaunchOptionsTest, UnknownArgumentsAreIgnoredWithOneLine) {
+  LaunchOptions options =
+      LaunchOptions::scan({site.string(), "--open", (site / "a.HTML").string(), "--frob", "a\nb"});
+  EXPECT_EQ(options.requestedPage, "a.HTML");
+  EXPECT_EQ(options.ignoredLine(), "Vorna: ignoring \"" + site.string() +
+                                       "\" \"--frob\" \"a?b\" (not an option; open a folder or "
+                                       "page with --open PATH)\n");
+  EXPECT_EQ(LaunchOptions::scan({"--open", site.string()}).ignoredLine(), std::nullopt);
 }
 
 TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {

@@ -40,12 +40,27 @@ TEST(MainMenuTest, FourSubmenusWithTheirItemsAndSeparators) {
       describe(G_MENU_MODEL(bar.get())),
       (std::vector<std::string>{
           "Vorna: About Vorna=app.about | Quit Vorna=app.quit",
-          "File: Open…=app.open | Close=win.close",
+          "File: Open…=app.open | Save=win.save New Page…=win.new-page Find…=win.find | "
+          "Close=win.close",
           "Edit: Undo=win.undo Redo=win.redo | Cut=win.cut Copy=win.copy Paste=win.paste "
           "Paste and Match Style=win.paste-as-plain-text Delete=win.delete "
           "Select All=win.select-all",
           "Window: Minimize=win.minimize Zoom=win.zoom | Bring All to Front=app.bring-all-to-front",
       }));
+}
+
+TEST(MainMenuTest, TheEditorsKeysAreShownButLeftToThePage) {
+  for (const auto& [action, accelerator] : MainMenu::accelerators()) {
+    EXPECT_TRUE(action.rfind("app.", 0) == 0 || action == "win.close" || action == "win.minimize" ||
+                action == "win.paste-as-plain-text")
+        << action << " " << accelerator << " would never reach the editor";
+  }
+  GObjectPtr<GMenu> bar = MainMenu::build("Vorna");
+  auto edit = GObjectPtr<GMenuModel>::adopt(
+      g_menu_model_get_item_link(G_MENU_MODEL(bar.get()), 2, G_MENU_LINK_SUBMENU));
+  auto history =
+      GObjectPtr<GMenuModel>::adopt(g_menu_model_get_item_link(edit.get(), 0, G_MENU_LINK_SECTION));
+  EXPECT_EQ(attribute(history.get(), 0, "accel"), "<Control>z");
 }
 
 }  // namespace

@@ -60,8 +60,10 @@ class SchemeRoutingTest : public ::testing::Test {
 
   static void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
 
+  // As the page's guard sends it: a method that carries a body bears the mark.
   HTTPReply get(const std::string& url, const std::string& method = "GET") {
-    return AppSchemeHandler::answer(SchemeRequest{url, method, {}, std::nullopt, nullptr}, *host);
+    return AppSchemeHandler::answer(
+        SchemeRequest{url, method, {{"X-VN-Body", "bytes"}}, std::nullopt, nullptr}, *host);
   }
 
   fs::path root;
@@ -115,7 +117,8 @@ TEST_F(SchemeRoutingTest, WithoutAnEditorFolderEveryFileIsA500) {
 }
 
 TEST_F(SchemeRoutingTest, TheProbeAndThe503NeedNoWorkspace) {
-  SchemeRequest probe{"vorna://app/api/__probe", "PUT", {}, "vorna-probe-body", nullptr};
+  SchemeRequest probe{
+      "vorna://app/api/__probe", "PUT", {{"x-vn-body", "bytes"}}, "vorna-probe-body", nullptr};
   EXPECT_EQ(AppSchemeHandler::answer(probe, *host),
             (HTTPReply{200, {{"Content-Type", "application/json"}}, R"({"bytes":16})"}));
   EXPECT_EQ(get("vorna://app/api/list?path=%2Fw"), HTTPReply::error(503, "no workspace open"));
@@ -127,7 +130,7 @@ TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {
   auto stream = std::make_shared<ScriptedStream>(std::string(150000, 'x'));
   SchemeRequest put{"vorna://app/api/echo?path=%2Fw%2Fa.html",
                     "put",
-                    {{"X-VN-Base", "ab"}},
+                    {{"X-VN-Base", "ab"}, {"X-VN-Body", "bytes"}},
                     std::nullopt,
                     stream};
   HTTPReply reply = AppSchemeHandler::answer(put, *host);
@@ -149,10 +152,33 @@ TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {
 TEST_F(SchemeRoutingTest, ABrokenBodyStreamIsA400) {
   host->setBridge(std::make_shared<app::testing::FakeBridge>());
   auto stream = std::make_shared<ScriptedStream>(std::string(200000, 'x'), 2);
-  SchemeRequest put{"vorna://app/api/echo", "PUT", {}, std::nullopt, stream};
+  SchemeRequest put{"vorna://app/api/echo", "PUT", {{"X-VN-Body", "bytes"}}, std::nullopt, stream};
   EXPECT_EQ(AppSchemeHandler::answer(put, *host),
             HTTPReply::error(400, "could not read the request body"));
   EXPECT_EQ(stream->closes, 1);
+}
+
+// A body the page's guard did not mark may be a Blob, on which the engine
+// crashes the host as soon as it is asked for: it is refused unread.
+TEST_F(SchemeRoutingTest, ABodyWithoutTheGuardsMarkIsRefusedUnread) {
+  auto bridge = std::make_shared<app::testing::FakeBridge>();
+  host->setBridge(bridge);
+  for (const auto& [method, mark] : std::vector<std::pair<std::string, std::string>>{
+           {"PUT", ""}, {"post", "yes"}, {"DELETE", ""}}) {
+    auto stream = std::make_shared<ScriptedStream>("abc");
+    std::map<std::string, std::string> headers;
+    if (!mark.empty()) {
+      headers["X-VN-Body"] = mark;
+    }
+    SchemeRequest request{"vorna://app/api/echo", method, headers, std::nullopt, stream};
+    EXPECT_FALSE(AppSchemeHandler::bodyMayBeRead(request)) << method;
+    EXPECT_EQ(AppSchemeHandler::answer(request, *host),
+              HTTPReply::error(400, AppSchemeHandler::kUnguardedBody))
+        << method;
+    EXPECT_EQ(stream->largestAsk, 0u) << method;
+  }
+  EXPECT_TRUE(bridge->requests().empty());
+  EXPECT_TRUE(AppSchemeHandler::bodyMayBeRead(SchemeRequest{"vorna://app/api/list", "head", {}, std::nullopt, nullptr}));
 }
 
 TEST(DeliveryHeadersTest, NoStoreAndTheBodyLengthReplaceWhatTheReplyCarried) {
@@ -160,10 +186,12 @@ TEST(DeliveryHeadersTest, NoStoreAndTheBodyLengthReplaceWhatTheReplyCarried) {
       200,
       {{"cache-control", "max-age=60"}, {"CONTENT-LENGTH", "99"}, {"X-VN-Fingerprint", "ab"}},
       "12345"};
-  EXPECT_EQ(
-      AppSchemeHandler::deliveryHeaders(reply),
-      (std::map<std::string, std::string>{
-          {"Cache-Control", "no-store"}, {"Content-Length", "5"}, {"X-VN-Fingerprint", "ab"}}));
+  EXPECT_EQ(AppSchemeHandler::deliveryHeaders(reply),
+            (std::map<std::string, std::string>{
+                {"Cache-Control", "no-store"},
+                {"Content-Length", "5"},
+                {"Content-Security-Policy", AppSchemeHandler::kContentSecurityPolicy},
+                {"X-VN-Fingerprint", "ab"}}));
   EXPECT_EQ(AppSchemeHandler::deliveryHeaders(HTTPReply{204, {}, ""}).at("Content-Length"), "0");
 }
 

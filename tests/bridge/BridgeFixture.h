@@ -122,19 +122,34 @@ class FailingRecovery final : public recovery::RecoveryServicing {
   contracts::OperationRecord beginOperation(
       const std::string& label,
       const std::vector<contracts::OperationRecord::Step>& steps) override {
+    check("beginOperation");
     return inner_->beginOperation(label, steps);
   }
   void updateStep(const std::string& id, std::int64_t index,
                   contracts::OperationRecord::StepState state) override {
     inner_->updateStep(id, index, state);
   }
-  void finishOperation(const std::string& id) override { inner_->finishOperation(id); }
+  void finishOperation(const std::string& id) override {
+    check("finishOperation");
+    inner_->finishOperation(id);
+  }
   std::vector<contracts::OperationRecord> unfinishedOperations() override {
     check("unfinishedOperations");
     return inner_->unfinishedOperations();
   }
   std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() override {
     return inner_->sweepOrphanedSwaps();
+  }
+  std::vector<storage::RecoveryEntry> pageHistory(const std::string& page) override {
+    check("pageHistory");
+    return inner_->pageHistory(page);
+  }
+  storage::RecoveryEntry retainedVersion(const std::string& id) override {
+    return inner_->retainedVersion(id);
+  }
+  std::vector<recovery::RetainedPage> retainedPages(const std::string& folder) override {
+    check("retainedPages");
+    return inner_->retainedPages(folder);
   }
 
  private:

@@ -5,6 +5,7 @@
 #include "BridgeFixture.h"
 #include "bridge/ItemFacts.h"
 #include "support/FaultInjectingFileSystem.h"
+#include "support/TimeLimit.h"
 
 namespace vorna::bridge::testfixture {
 namespace {
@@ -212,6 +213,50 @@ TEST_F(FileBridgeMutationTest, RenameRefusesTheRootMissingSourcesAndExistingDest
   EXPECT_EQ(tmp.read("w/b.html"), "b");
 }
 
+// Something another program makes at the destination after the bridge
+// looked is never replaced.
+TEST_F(FileBridgeMutationTest, RenameNeverReplacesWhatAppearedAfterTheLook) {
+  tmp.write("w/a.html", "a");
+  tmp.makeFolder("w/docs");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.beforeCall(testing::FsCall::rename, [&](const std::string& from) {
+    tmp.write(from == root + "/a.html" ? "w/b.html" : "w/pages", "someone else's");
+  });
+  fs = &faulty;
+  for (const auto& [from, to] : {std::pair{"/a.html", "/b.html"}, std::pair{"/docs", "/pages"}}) {
+    expectError(call("POST", "rename", {{"path", root + from}, {"to", root + to}}), 409, "exists");
+  }
+  EXPECT_EQ(tmp.read("w/a.html"), "a");
+  EXPECT_EQ(tmp.read("w/b.html"), "someone else's");
+  EXPECT_EQ(tmp.read("w/pages"), "someone else's");
+}
+
+// A pipe is listed and stated but never opened: a reader or writer on its
+// other end could be handed a page, or hold the operation (and every later
+// one, behind the mutation lock) for good.
+TEST_F(FileBridgeMutationTest, APipeIsListedButNeverReadSavedOverMovedOrCreatedOver) {
+  const std::string pipe = root + "/pipe.html";
+  testing::makePipe(pipe);
+  EXPECT_TRUE(testing::finishesWithin(
+      std::chrono::seconds(5),
+      [&] {
+        EXPECT_EQ(get("list", root).body, R"([{"kind":"file","name":"pipe.html"}])");
+        Json facts = bodyJson(get("stat", pipe));
+        EXPECT_EQ(facts["size"], 0);
+        EXPECT_FALSE(facts.contains("fingerprint"));
+        expectError(save(pipe, "new", sha("")), 400, "not a regular file: " + pipe);
+        expectError(call("POST", "rename", {{"path", pipe}, {"to", root + "/moved.html"}}), 400,
+                    "not a regular file: " + pipe);
+        expectError(create(pipe, "new"), 409, "exists");
+        expectError(get("file", pipe), 404, "not found: " + pipe);
+      },
+      [&] { testing::releasePipesIn(root); }));
+  struct stat info {};
+  ASSERT_EQ(::lstat(pipe.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISFIFO(info.st_mode));
+  EXPECT_EQ(create(root + "/after.html", "later saves still run").status, 200);
+}
+
 TEST_F(FileBridgeMutationTest, TrashMovesAFileIntoTheHomeTrashAndSaysWhere) {
   tmp.write("w/index.html", "<p>bye</p>");
   BridgeResponse response = call("DELETE", "file", {{"path", page}});
@@ -274,6 +319,9 @@ TEST_F(FileBridgeMutationTest, AHugeBodyIsSavedAndReadBackWhole) {
 
 TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges) {
   tmp.write("w/index.html", "old");
+  tmp.makeFolder("w/sub");
+  tmp.write("w/sub/inner.html", "inner");
+  tmp.write("w/old.html", "to the trash");
   std::mutex mutex;
   std::condition_variable arrived;
   std::vector<contracts::WorkspaceChange> changes;
@@ -284,10 +332,15 @@ TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges
   });
   EXPECT_EQ(save(page, "new", sha("old")).status, 200);
   EXPECT_EQ(create(root + "/made.html", "made").status, 200);
-  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/folder"}}).status, 200);
-  EXPECT_EQ(
-      call("POST", "rename", {{"path", root + "/made.html"}, {"to", root + "/moved.html"}}).status,
-      200);
+  EXPECT_EQ(create(root + "/deep/er/made.html", "made in new folders").status, 200);
+  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/folder/in/folder"}}).status, 200);
+  auto rename = [&](const std::string& from, const std::string& to) {
+    return call("POST", "rename", {{"path", root + from}, {"to", root + to}}).status;
+  };
+  EXPECT_EQ(rename("/made.html", "/moved.html"), 200);
+  // A folder moves with everything in it, into a folder made for it.
+  EXPECT_EQ(rename("/sub", "/new/sub-moved"), 200);
+  EXPECT_EQ(call("DELETE", "file", {{"path", root + "/old.html"}}).status, 200);
   // Changes are handled in order, so once the marker written by another
   // program is reported, every echo of the bridge's writes has been handled.
   tmp.write("w/marker.html", "outside");

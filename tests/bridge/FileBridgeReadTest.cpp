@@ -241,16 +241,6 @@ TEST_F(FileBridgeReadTest, AFileThatCannotBeReadIsNotFoundNeverAServerError) {
   expectError(get("file", root + "/a.html"), 404, "not found: " + root + "/a.html");
 }
 
-TEST_F(FileBridgeReadTest, APipeIsListedAndStatedButNeverOpened) {
-  // Opening a pipe for reading would wait for a writer that never comes.
-  ASSERT_EQ(::mkfifo((root + "/pipe").c_str(), 0644), 0);
-  EXPECT_EQ(get("list", root).body, R"([{"kind":"file","name":"pipe"}])");
-  contracts::Json facts = bodyJson(get("stat", root + "/pipe"));
-  EXPECT_EQ(facts["size"], 0);
-  EXPECT_FALSE(facts.contains("fingerprint"));
-  expectError(get("file", root + "/pipe"), 404, "not found: " + root + "/pipe");
-}
-
 TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
   tmp.write("w/a.html", "old");
   testing::FaultInjectingFileSystem faulty;

@@ -34,9 +34,18 @@ TEST(SeenStatesTest, PathsBelowAFolderLeaveOutTheFolderAndItsNamesakeSiblings) {
                            "/w/docs2/c.html", "/w/docs.html", "/w/top.html"}) {
     states.assign(path, item(1, 1));
   }
-  EXPECT_EQ(sorted(states.pathsBelow("/w/docs")),
+  auto paths = [](const std::vector<std::pair<std::string, StateToken>>& entries) {
+    std::vector<std::string> found;
+    for (const auto& [path, token] : entries) {
+      found.push_back(path);
+    }
+    return sorted(found);
+  };
+  EXPECT_EQ(paths(states.entriesBelow("/w/docs")),
             (std::vector<std::string>{"/w/docs/a.html", "/w/docs/sub", "/w/docs/sub/b.html"}));
-  EXPECT_EQ(states.pathsBelow("/w/nothing"), std::vector<std::string>{});
+  EXPECT_EQ(paths(states.entriesBelow("/w/nothing")), std::vector<std::string>{});
+  EXPECT_EQ(paths(states.entriesIn("/w/docs")),
+            (std::vector<std::string>{"/w/docs/a.html", "/w/docs/sub"}));
 
   std::vector<std::string> all;
   states.forEach([&](const std::string& path, const StateToken&) { all.push_back(path); });

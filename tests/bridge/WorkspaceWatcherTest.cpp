@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include "bridge/WorkspaceWatcher.h"
 #include "storage/Fingerprint.h"
 #include "support/TempDir.h"
+#include "support/TimeLimit.h"
 
 namespace vorna::contracts {
 // Readable failure messages.
@@ -357,6 +359,125 @@ TEST_F(WorkspaceWatcherTest, NineAnnouncementsKeepOnlyTheNewestEight) {
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
   write("page.html", version(2));
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+}
+
+// A pipe opened for its content would hold the queue until a writer came:
+// nothing would be reported any more, and stop would wait for ever.
+TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
+  testing::makePipe(at("before.pipe"));
+  EXPECT_TRUE(testing::finishesWithin(
+      std::chrono::seconds(15),
+      [&] {
+        watcher.start(recorder.handler());
+        testing::makePipe(at("after.pipe"));
+        write("page.html", "p");
+        EXPECT_EQ(sortedByPath(settle()),
+                  (std::vector{change(Kind::created, at("after.pipe")),
+                               change(Kind::created, at("page.html"), fingerprintOf("p"))}));
+        watcher.stop();
+      },
+      [&] { testing::releasePipesIn(root); }));
+}
+
+// The host's own move of a folder echoes for the folder and everything that
+// was in it, at both places; another program's changes there do not.
+TEST_F(WorkspaceWatcherTest, AnAnnouncedMoveIsSilentBelowItButLaterOutsideChangesAreNot) {
+  temp.makeFolder("site/sub/deeper");
+  write("sub/inner.html", "i");
+  write("sub/deeper/x.html", "x");
+  write("gone.html", "g");
+  watcher.start(recorder.handler());
+
+  watcher.noteOwnMove(at("sub"), at("moved"));
+  move(at("sub"), at("moved"));
+  watcher.noteOwnMove(at("gone.html"), std::nullopt);
+  move(at("gone.html"), outside / "trashed.html");
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+
+  write("moved/deeper/x.html", "changed outside");
+  temp.makeFolder("site/sub");  // the old place taken again
+  write("gone.html", "back");
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{
+                change(Kind::created, at("gone.html"), fingerprintOf("back")),
+                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
+                change(Kind::created, at("sub"))}));
+}
+
+// Without inotify, or with part of the tree over the watch limit, folders are
+// looked at instead: what the editor shows often, the rest on a slower round.
+class WorkspaceWatcherPollingTest : public WorkspaceWatcherTest {
+ protected:
+  WorkspaceWatcher::Settings refusing(std::function<bool(const std::string&)> refuses) {
+    WorkspaceWatcher::Settings settings;
+    settings.hotInterval = 50ms;
+    settings.coldInterval = 300ms;
+    settings.inotify.addWatch = [refuses](int fd, const std::string& folder, uint32_t mask) {
+      if (refuses(folder)) {
+        errno = ENOSPC;
+        return -1;
+      }
+      return WorkspaceWatcher::Settings().inotify.addWatch(fd, folder, mask);
+    };
+    return settings;
+  }
+
+  std::vector<std::string> notices;
+  WorkspaceWatcher::NoticeHandler noticeHandler() {
+    return [this](const std::string& notice) { notices.push_back(notice); };
+  }
+};
+
+TEST_F(WorkspaceWatcherPollingTest, WithoutAnInotifyInstanceOutsideChangesStillArrive) {
+  temp.makeFolder("site/sub");
+  write("a.html", "a1");
+  WorkspaceWatcher::Settings settings = refusing([](const std::string&) { return false; });
+  settings.inotify.init = [](int) {
+    errno = EMFILE;
+    return -1;
+  };
+  WorkspaceWatcher polled(WorkspaceBoundary(root), storage::FileSystem::real(), settings);
+  ::testing::internal::CaptureStderr();
+  polled.start(recorder.handler(), noticeHandler());
+  std::string log = ::testing::internal::GetCapturedStderr();
+  polled.noteInterest(root);  // the editor lists the workspace folder
+
+  write("a.html", "a2 longer");
+  EXPECT_EQ(settle(),
+            std::vector{change(Kind::modified, at("a.html"), fingerprintOf("a2 longer"))});
+  // Nobody shows sub: the slower round finds it.
+  write("sub/b.html", "b");
+  EXPECT_TRUE(recorder.waitFor(at("sub/b.html")));
+  EXPECT_EQ(recorder.takeUntil(at("sub/b.html")), std::vector<WorkspaceChange>{});
+
+  EXPECT_EQ(notices, std::vector<std::string>{WorkspaceWatcher::kNoInstanceNotice});
+  EXPECT_EQ(log, "Vorna bridge: cannot watch " + root +
+                     " with inotify: Too many open files; looking for changes in it instead\n");
+  polled.stop();
+}
+
+TEST_F(WorkspaceWatcherPollingTest, FoldersOverTheWatchLimitAreLookedAtAndTheRestIsWatched) {
+  temp.makeFolder("site/limited/below");
+  WorkspaceWatcher polled(WorkspaceBoundary(root), storage::FileSystem::real(),
+                          refusing([](const std::string& folder) {
+                            return folder.find("/limited") != std::string::npos;
+                          }));
+  ::testing::internal::CaptureStderr();
+  polled.start(recorder.handler(), noticeHandler());
+  ::testing::internal::GetCapturedStderr();
+  polled.noteInterest(at("limited"));
+
+  write("limited/x.html", "x");
+  EXPECT_TRUE(recorder.waitFor(at("limited/x.html")));
+  write("limited/below/y.html", "y");
+  EXPECT_TRUE(recorder.waitFor(at("limited/below/y.html")));
+  write("watched.html", "w");
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{change(Kind::created, at("limited/below/y.html"), fingerprintOf("y")),
+                         change(Kind::created, at("limited/x.html"), fingerprintOf("x")),
+                         change(Kind::created, at("watched.html"), fingerprintOf("w"))}));
+  EXPECT_EQ(notices, std::vector<std::string>{WorkspaceWatcher::kWatchLimitNotice});
+  polled.stop();
 }
 
 TEST_F(WorkspaceWatcherTest, StopIsIdempotentAndARestartTakesAFreshSnapshot) {

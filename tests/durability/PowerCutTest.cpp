@@ -611,6 +611,13 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
 
 // The flushes that no state shows to be needed, each with why it stays. Keyed
 // by sequence and by the flush's label (see flushLabels).
+// operations.json, begun and finished around a rename: the move holds no
+// version, so losing the entry loses none; it only stops the page's history
+// from following that one move.
+constexpr const char* kJournalFlush =
+    "operations.json: the rename's journal entry; a lost one loses no version, only the "
+    "history's link across this move";
+
 const std::map<std::pair<std::string, std::string>, std::string>& explainedFlushes() {
   static const std::map<std::pair<std::string, std::string>, std::string> explained = {
       {{"save, store refuses the displaced version", "/home/u/site/.vn-swap-{uuid}-index.html"},
@@ -626,6 +633,15 @@ const std::map<std::pair<std::string, std::string>, std::string>& explainedFlush
       {{"create in new folders", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
        "drafts.json: the created file holds the bytes once answered; needed where the draft is "
        "the only copy (drafts.json)"},
+      {{"rename into a new folder", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
+       kJournalFlush},
+      {{"rename into a new folder", "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
+       kJournalFlush},
+      {{"rename onto another file system", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
+       kJournalFlush},
+      {{"rename onto another file system",
+        "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
+       kJournalFlush},
       {{"trash", "/home/u/.local/share/Trash"},
        "files/ in a new trash: carried by the flush for info/, made next in the same folder"},
   };

@@ -8,8 +8,13 @@
 //   waitFor(probe, what, ms)   resolves to the probe's first truthy value, or
 //     records "timed out waiting for {what}" and resolves to null;
 //   ask(action, ...words)      one "E2E" line for the runner (write, check-trashed);
-//   restartWith(name)          ends this run by asking the runner to kill the
-//     host and start it again with scenario `name` (only when nothing failed);
+//   restartWith(name, signal)  ends this run by asking the runner to kill the
+//     host (SIGKILL, or SIGTERM with signal 'TERM') and start it again with
+//     scenario `name` (only when nothing failed);
+//   handOver(path, name)       ends this run by asking the host to open the
+//     folder or page `path` the way Open… does and run scenario `name` there;
+//   input(...words)            asks the runner to press keys or click in the
+//     window as a person would (xdotool words: "key ctrl+z", "click 3");
 //   path(relative), read(relative), status(path), open(relative),
 //   type(text, where), click(selector), banner(id), note(key, value).
 
@@ -18,6 +23,7 @@ function scenario(body) {
   const notes = {};
   let checks = 0;
   let handOver = null;
+  let openNext = null;
   const show = (value) => {
     try {
       return JSON.stringify(value);
@@ -65,8 +71,14 @@ function scenario(body) {
     ask(action, ...words) {
       window.__e2eSay([action, ...words].join(' '));
     },
-    restartWith(name) {
-      handOver = name;
+    restartWith(name, signal = 'KILL') {
+      handOver = { name, signal };
+    },
+    handOver(path, name) {
+      openNext = { open: path, then: name };
+    },
+    input(...words) {
+      t.ask('input', ...words);
     },
     note(key, value) {
       notes[key] = value;
@@ -96,17 +108,16 @@ function scenario(body) {
       t.check(opened === true && window.VN.path() === t.path(relative), `${relative} opens in the editor`);
       return opened;
     },
-    /** Types into the source editor as a keystroke does, before `where` (or at the end). */
+    /**
+     * Types into the source editor as a keystroke does (the engine's
+     * insertText command), before `where` (or at the end).
+     */
     type(text, where = null) {
-      const area = document.getElementById('source');
-      area.focus();
-      const at = where === null ? area.value.length : area.value.indexOf(where);
+      const plain = window.VN.text().replace(/^\uFEFF/, '').replace(/\r\n?/g, '\n');
+      const at = where === null ? plain.length : plain.indexOf(where);
       if (at < 0) throw new Error(`no "${where}" in the editor's text`);
-      area.setSelectionRange(at, at);
-      if (!document.execCommand('insertText', false, text)) {
-        area.setRangeText(text, at, at, 'end');
-        area.dispatchEvent(new InputEvent('input', { bubbles: true, inputType: 'insertText', data: text }));
-      }
+      window.VN.select(at);
+      if (!document.execCommand('insertText', false, text)) throw new Error('the editor refused insertText');
     },
     click(selector) {
       const element = document.querySelector(selector);
@@ -126,9 +137,73 @@ function scenario(body) {
       failures.push(`the scenario threw: ${e && e.stack ? e.stack : e}`);
     }
     if (handOver !== null && failures.length === 0) {
-      t.ask('kill-and-restart', handOver);
+      t.ask(handOver.signal === 'TERM' ? 'term-and-restart' : 'kill-and-restart', handOver.name);
+      return;
+    }
+    if (openNext !== null && failures.length === 0) {
+      window.webkit.messageHandlers.vornaE2E.postMessage(openNext);
       return;
     }
     window.__e2eDone({ ok: failures.length === 0, failures, checks, ...notes });
   })();
+}
+
+// ---- for the benchmark scenarios ----
+
+/** Resolves once the page has painted twice more. */
+function benchPainted() {
+  return new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+}
+
+/**
+ * Types `runs` single keystrokes at the end of `page`'s body, each timed from
+ * the keystroke to the preview's document holding it, painted; notes the
+ * times as "keystroke_ms".
+ */
+async function benchKeystrokes(t, page, runs) {
+  await t.open(page);
+  const frame = document.getElementById('preview');
+  const tail = () => {
+    const body = frame.contentDocument && frame.contentDocument.body;
+    return body && body.lastChild && body.lastChild.nodeType === Node.TEXT_NODE ? body.lastChild.nodeValue : '';
+  };
+  await t.waitFor(() => frame.contentDocument && frame.contentDocument.readyState === 'complete' && frame.contentDocument.body
+    && frame.contentDocument.body.childElementCount > 2, `the first preview of ${page}`);
+  // The cursor goes before </body> once; each keystroke then types there.
+  const plain = window.VN.text().replace(/\r\n?/g, '\n');
+  window.VN.select(plain.indexOf('</body>'));
+  await benchPainted();
+  const samples = [];
+  for (let i = 1; i <= runs; i++) {
+    const typed = 'x'.repeat(i);
+    const shown = new Promise((resolve) => {
+      const check = () => {
+        if (!tail().trimEnd().endsWith(typed)) return false;
+        observer.disconnect();
+        resolve();
+        return true;
+      };
+      const observer = new MutationObserver(check);
+      observer.observe(frame.contentDocument.documentElement, { childList: true, characterData: true, subtree: true });
+    });
+    const start = performance.now();
+    document.execCommand('insertText', false, 'x');
+    const reached = await Promise.race([shown.then(() => true), new Promise((r) => setTimeout(() => r(false), 10000))]);
+    await benchPainted();
+    const took = performance.now() - start;
+    if (!t.check(reached, `keystroke ${i} reached the preview`)) break;
+    samples.push(Math.round(took * 100) / 100);
+    // A pause between keystrokes: each is timed on its own, not in a burst.
+    await new Promise((resolve) => setTimeout(resolve, 250));
+  }
+  t.note('keystroke_ms', samples);
+  // The reference on the same machine in the same run: two painted frames of
+  // the page with nothing to do.
+  const idle = [];
+  for (let i = 0; i < runs; i++) {
+    const start = performance.now();
+    await benchPainted();
+    idle.push(Math.round((performance.now() - start) * 100) / 100);
+  }
+  t.note('idle_frames_ms', idle);
 }

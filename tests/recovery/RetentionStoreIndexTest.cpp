@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <thread>
 
 #include "ServiceFixture.h"
 #include "recovery/RetentionStoreIndex.h"
@@ -70,9 +73,38 @@ TEST_F(RetentionStoreIndexTest, DeletedSidecarsLeaveAndUnreadableOnesWaitForThei
   index.refresh(store);
   EXPECT_EQ(index.size(), 2u);
 
+  // A changed folder that cannot be listed counts as empty.
   fs.failWhere(FsCall::listDirectory, "retained", EIO);
+  store.retain("c", RecoveryKind::displacedExpected, "/w/c.html");
   EXPECT_TRUE(index.refresh(store).empty());
   EXPECT_EQ(index.size(), 0u);
+}
+
+TEST_F(RetentionStoreIndexTest, AnUnchangedFolderIsNotListedAgainButHalfWrittenSidecarsAreReread) {
+  auto listings = [&] {
+    auto calls = fs.calls();
+    return std::count_if(calls.begin(), calls.end(),
+                         [](const auto& call) { return call.call == FsCall::listDirectory; });
+  };
+  auto a = store.retain("a", RecoveryKind::displacedExpected, "/w/a.html");
+  std::string late = store.sidecarPathFor("1700000000000-000009-displacedExpected-Z");
+  writeRaw(late, "{");  // a sidecar still being written
+  // The folder's status stands for a listing once the clock is past its last change.
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  index.refresh(store);
+  auto listed = listings();
+  auto b = a;
+  b.id = "1700000000000-000009-displacedExpected-Z";
+  b.pagePath = "/w/b.html";
+  writeRaw(late, contracts::writeJson(b.toJson()));  // rewriting a file leaves the folder as it was
+  EXPECT_EQ(index.refresh(store).at("/w/b.html"), std::vector<storage::RecoveryEntry>{b});
+  EXPECT_EQ(listings(), listed);
+
+  auto c = store.retain("c", RecoveryKind::displacedExpected, "/w/c.html");
+  EXPECT_EQ(index.refresh(store).at("/w/c.html"), std::vector<storage::RecoveryEntry>{c});
+  EXPECT_EQ(listings(), listed + 1);
+  EXPECT_EQ(*index.find(a.id), a);
+  EXPECT_EQ(index.find("nope"), nullptr);
 }
 
 }  // namespace

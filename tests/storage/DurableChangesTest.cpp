@@ -2,7 +2,9 @@
 // the flushes are where they must be is proven against power cuts in
 // tests/durability.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,8 +12,10 @@
 #include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
+#include "storage/Fingerprint.h"
 #include "support/FaultInjectingFileSystem.h"
 #include "support/TempDir.h"
+#include "support/TimeLimit.h"
 
 namespace vorna::storage {
 namespace {
@@ -147,6 +151,24 @@ TEST(DurableChanges, MoveIntoFolderKeepsTheInodeAndNeverOverwrites) {
   EXPECT_FALSE(dir.exists("a"));
 }
 
+// Nothing that appeared at the destination, however late, is replaced; a
+// file system that cannot rename without replacing (EINVAL) looks first.
+TEST(DurableChanges, MoveIntoFolderNeverReplacesAFolderEvenAnEmptyOne) {
+  TempDir dir;
+  dir.makeFolder("from/inner");
+  dir.makeFolder("empty");
+  EXPECT_EQ(errorOf([&] { DurableChanges().moveIntoFolder(dir / "from", dir / "empty"); }),
+            FileOpError::wouldOverwrite(dir / "empty"));
+  FaultInjectingFileSystem fs;
+  fs.failNth(FsCall::rename, 1, EINVAL);
+  EXPECT_EQ(errorOf([&] { DurableChanges(fs).moveIntoFolder(dir / "from", dir / "empty"); }),
+            FileOpError::wouldOverwrite(dir / "empty"));
+  fs.failNth(FsCall::rename, 2, EINVAL);
+  DurableChanges(fs).moveIntoFolder(dir / "from", dir / "to");
+  EXPECT_TRUE(dir.exists("to/inner"));
+  EXPECT_FALSE(dir.exists("from"));
+}
+
 TEST(DurableChanges, MoveIntoFolderCopiesOnlyRegularFilesAcrossFileSystemsAndOnlyWhenAllowed) {
   TempDir dir;
   dir.write("a", "cross", 0600);
@@ -209,6 +231,9 @@ TEST(DurableChanges, MakeFolderMakesEveryMissingFolderAndNamesWhatIsInTheWay) {
             FileOpError::syscall("mkdir", EEXIST, dir / "file"));
   EXPECT_EQ(errorOf([&] { changes.makeFolder(dir / "file/x/y", 0755); }),
             FileOpError::syscall("mkdir", EEXIST, dir / "file"));
+  std::vector<std::string> made;
+  changes.makeFolder(dir / "a/d/e", 0700, [&](const std::string& folder) { made.push_back(folder); });
+  EXPECT_EQ(made, (std::vector<std::string>{dir / "a/d", dir / "a/d/e"}));
 }
 
 TEST(ReadFileWhole, ReadsFilesOfAnySizeAndReportsFailures) {
@@ -228,6 +253,33 @@ TEST(ReadFileWhole, ReadsFilesOfAnySizeAndReportsFailures) {
             FileOpError::syscall("read", EIO, dir / "bin"));
   EXPECT_EQ(errorOf([&] { readFileWhole(dir / "missing"); }),
             FileOpError::syscall("open", ENOENT, dir / "missing"));
+}
+
+// A pipe would hold the reader until a writer came, and a device could be
+// endless: neither is read, and neither waits.
+TEST(ReadFileWhole, OnlyRegularFilesAreReadOrFingerprintedAndNothingElseWaits) {
+  TempDir dir;
+  testing::makePipe(dir / "pipe");
+  int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::string socketPath = dir / "socket";
+  socketPath.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  EXPECT_TRUE(testing::finishesWithin(
+      std::chrono::seconds(5),
+      [&] {
+        // A socket cannot even be opened.
+        for (const auto& [path, error] :
+             {std::pair{dir / "pipe", FileOpError::notAFile(dir / "pipe")},
+              std::pair{std::string("/dev/zero"), FileOpError::notAFile("/dev/zero")},
+              std::pair{socketPath, FileOpError::syscall("open", ENXIO, socketPath)}}) {
+          EXPECT_EQ(errorOf([&] { fingerprintFile(path); }), error) << path;
+          EXPECT_EQ(errorOf([&] { readFileWhole(path); }), error) << path;
+        }
+      },
+      [&] { testing::releasePipe(dir / "pipe"); }));
+  ::close(listener);
 }
 
 TEST(BestEffortPrimitives, CarryPermissionsAndReportNothingOnFailure) {

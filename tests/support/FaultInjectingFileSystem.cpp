@@ -191,6 +191,11 @@ int FaultInjectingFileSystem::rename(const std::string& from, const std::string&
   return target().rename(from, to);
 }
 
+int FaultInjectingFileSystem::renameNoReplace(const std::string& from, const std::string& to) {
+  VORNA_ADMIT(FsCall::rename, from);
+  return target().renameNoReplace(from, to);
+}
+
 int FaultInjectingFileSystem::exchange(const std::string& a, const std::string& b) {
   VORNA_ADMIT(FsCall::exchange, a);
   return target().exchange(a, b);

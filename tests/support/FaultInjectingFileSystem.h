@@ -10,7 +10,8 @@
 
 namespace vorna::testing {
 
-// The file-system calls a test can observe and fail.
+// The file-system calls a test can observe and fail. `rename` stands for both
+// kinds of rename, the replacing one and renameNoReplace.
 enum class FsCall {
   open,
   close,
@@ -76,6 +77,7 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   int fsync(int fd) override;
   int fstat(int fd, struct stat* out) override;
   int rename(const std::string& from, const std::string& to) override;
+  int renameNoReplace(const std::string& from, const std::string& to) override;
   int exchange(const std::string& a, const std::string& b) override;
   int unlink(const std::string& path) override;
   int mkdir(const std::string& path, mode_t mode) override;

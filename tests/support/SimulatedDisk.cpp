@@ -310,6 +310,14 @@ int SimulatedDisk::fstat(int fd, struct stat* out) {
 }
 
 int SimulatedDisk::rename(const std::string& from, const std::string& to) {
+  return move(from, to, /*replace=*/true);
+}
+
+int SimulatedDisk::renameNoReplace(const std::string& from, const std::string& to) {
+  return move(from, to, /*replace=*/false);
+}
+
+int SimulatedDisk::move(const std::string& from, const std::string& to, bool replace) {
   std::lock_guard lock(mutex_);
   Id fromFolder = 0;
   Id toFolder = 0;
@@ -327,6 +335,9 @@ int SimulatedDisk::rename(const std::string& from, const std::string& to) {
   }
   auto target = nodes_[toFolder].entries.find(toName);
   if (target != nodes_[toFolder].entries.end()) {
+    if (!replace) {
+      return fail(EEXIST);
+    }
     if (target->second == moved) {
       return 0;
     }

@@ -113,6 +113,7 @@ class SimulatedDisk final : public storage::FileSystem {
   int fsync(int fd) override;
   int fstat(int fd, struct stat* out) override;
   int rename(const std::string& from, const std::string& to) override;
+  int renameNoReplace(const std::string& from, const std::string& to) override;
   int exchange(const std::string& a, const std::string& b) override;
   int unlink(const std::string& path) override;
   int mkdir(const std::string& path, mode_t mode) override;
@@ -161,6 +162,8 @@ class SimulatedDisk final : public storage::FileSystem {
   int lookupParent(const std::string& path, Id& folder, std::string& name) const;
   // As lookupParent, and the node of the entry there (ENOENT when none).
   int lookupEntry(const std::string& path, Id& folder, std::string& name, Id& node) const;
+  // rename(2), or renameat2 with RENAME_NOREPLACE when `replace` is false.
+  int move(const std::string& from, const std::string& to, bool replace);
   // Applies `change` to `nodes` (entry changes and data changes alike).
   static void apply(std::vector<Node>& nodes, const Change& change);
   // Records and applies a change; needs mutex_.

@@ -1,358 +1,219 @@
-// The source editor: a plain textarea (native undo, selection, input methods
-// and accessibility), a line-number gutter and a find bar.
+// The source editor: CodeMirror 6 with highlighting for the file's language,
+// find and replace, go to line, bracket matching, closing tags, folding and a
+// line-wrap toggle. One editor state per open file, so undo reaches back to
+// the file's opening; replacing the text (reload, restore, a script's
+// setText) is one more undoable edit.
 //
-// Pages may be several MiB. The gutter therefore only ever holds the numbers
-// of the rows in view, as one text node, and the textarea's value is read at
-// most once per frame (small pages) or after a short pause (large ones).
+// The document holds the text with "\n" line breaks; the page's own endings
+// and byte-order mark live beside it (page-text.js) and come back in
+// `encoded()`, the text a save writes.
 
-import { $ } from './dom.js';
+import { basicSetup } from 'codemirror';
+import { indentWithTab, invertedEffects, redo, selectAll, undo, deleteCharForward } from '@codemirror/commands';
+import { css } from '@codemirror/lang-css';
+import { html } from '@codemirror/lang-html';
+import { javascript } from '@codemirror/lang-javascript';
+import { markdown } from '@codemirror/lang-markdown';
+import { gotoLine, openSearchPanel } from '@codemirror/search';
+import { Compartment, EditorState, RangeSet, Text } from '@codemirror/state';
+import { EditorView, keymap } from '@codemirror/view';
+import { extname } from '../paths.js';
+import { changeTo, encodeState, endingLabel, pageFormat, readText, setPageFormat } from '../page-text.js';
 
-const LARGE = 256 * 1024;
+const LANGUAGES = {
+  html: html, htm: html, xhtml: html, svg: html, xml: html,
+  css: css,
+  js: javascript, mjs: javascript, cjs: javascript, json: javascript,
+  md: markdown, markdown: markdown,
+};
 
-function countLines(text) {
-  let n = 1;
-  let i = -1;
-  while ((i = text.indexOf('\n', i + 1)) !== -1) n++;
-  return n;
+const theme = EditorView.theme({
+  '&': { height: '100%', fontSize: '12.5px', backgroundColor: 'var(--panel)' },
+  '.cm-scroller': { fontFamily: 'var(--mono)', lineHeight: 'var(--line-height)' },
+  '.cm-gutters': { backgroundColor: '#fafbfc', borderRight: '1px solid #eceef2', color: '#a0a7b4' },
+  '.cm-activeLine': { backgroundColor: '#f5f8ff' },
+  '.cm-activeLineGutter': { backgroundColor: '#eef2fb' },
+  '&.cm-focused': { outline: 'none' },
+  '.cm-panels': { backgroundColor: '#fafbfc', borderColor: 'var(--line)' },
+});
+
+// Undoing a replacement of the whole text brings back the format it had.
+const formatHistory = invertedEffects.of((tr) => {
+  const out = [];
+  for (const effect of tr.effects) if (effect.is(setPageFormat)) out.push(setPageFormat.of(tr.startState.field(pageFormat)));
+  return out;
+});
+
+function sameFormat(a, b) {
+  return a.eol === b.eol && a.bom === b.bom && RangeSet.eq([a.odd], [b.odd]);
 }
 
-function lineOf(text, pos) {
-  let n = 0;
-  let i = -1;
-  while ((i = text.indexOf('\n', i + 1)) !== -1 && i < pos) n++;
-  return n;
-}
-
-export class EditorView {
-  /** `onEdit()` on every edit; `onSync(text)` when the exact text has been read. */
-  constructor({ onEdit, onSync, onEscape }) {
-    this.area = $('source');
-    this.gutter = $('gutter-lines');
+export class SourceEditor {
+  /**
+   * `onEdit(dirty)` after every change of the text; `onCursor()` when the
+   * selection moved; `onWrap(on)` when line wrapping was switched.
+   */
+  constructor(parent, { onEdit, onCursor = () => {}, onWrap = () => {} }) {
     this.onEdit = onEdit;
-    this.onSync = onSync;
-    this.onEscape = onEscape || (() => {});
-    this.lines = 1;
-    this.length = 0;
-    this.frame = 0;
-    this.syncTimer = null;
-    this.tabEscapes = false;
-    this.hitLine = -1;
-    this.indentUnit = '  ';
-    this.lineHeight = 20;
-
-    this.area.addEventListener('input', () => this.edited());
-    this.area.addEventListener('scroll', () => this.paintGutter());
-    this.area.addEventListener('keydown', (e) => this.onKey(e));
-    this.area.addEventListener('keyup', () => this.paintCursor());
-    this.area.addEventListener('click', () => this.paintCursor());
-    this.area.addEventListener('focus', () => this.paintCursor());
-    new ResizeObserver(() => this.paintGutter()).observe(this.area);
-    this.find = new FindBar(this);
+    this.onCursor = onCursor;
+    this.onWrap = onWrap;
+    this.language = new Compartment();
+    this.readOnly = new Compartment();
+    this.wrap = new Compartment();
+    this.wrapping = false;
+    this.saved = null; // {doc, format} of the text on disk, when the editor holds it
+    this.pulled = null; // {text, doc, format} of the last encoded()
+    this.view = new EditorView({ parent, state: this.createState(Text.empty) });
   }
 
-  /** Replaces the whole text (opening, reloading); clears undo history. */
-  setValue(text, { keepScroll = false } = {}) {
-    const top = this.area.scrollTop;
-    const left = this.area.scrollLeft;
-    this.cancelSync();
-    this.area.value = text;
-    this.length = text.length;
-    this.lines = countLines(text);
-    this.indentUnit = /^\t/m.test(text.slice(0, 20000)) && !/^ {2}/m.test(text.slice(0, 20000)) ? '\t' : '  ';
-    this.hitLine = -1;
-    if (keepScroll) {
-      this.area.scrollTop = top;
-      this.area.scrollLeft = left;
-    } else {
-      this.area.scrollTop = 0;
-      this.area.scrollLeft = 0;
-      this.area.setSelectionRange(0, 0);
-    }
-    this.paintGutter();
-    this.paintCursor();
-    this.find.refresh();
+  createState(doc, { ext = '', readOnly = false, format = null } = {}) {
+    const language = LANGUAGES[ext];
+    return EditorState.create({
+      doc,
+      extensions: [
+        basicSetup,
+        keymap.of([indentWithTab, { key: 'Alt-z', run: () => this.toggleWrap() }]),
+        this.language.of(language ? language() : []),
+        this.readOnly.of(EditorState.readOnly.of(readOnly)),
+        this.wrap.of(this.wrapping ? EditorView.lineWrapping : []),
+        format ? pageFormat.init(() => format) : pageFormat,
+        formatHistory,
+        theme,
+        EditorView.updateListener.of((update) => this.updated(update)),
+      ],
+    });
   }
 
-  value() {
-    return this.area.value;
+  updated(update) {
+    const formatChanged = update.transactions.some((tr) => tr.effects.some((e) => e.is(setPageFormat)));
+    if (update.docChanged || formatChanged) this.onEdit(!this.isClean());
+    if (update.docChanged || update.selectionSet) this.onCursor();
   }
 
-  setEnabled(on) {
-    this.area.disabled = !on;
+  get state() {
+    return this.view.state;
   }
 
-  setReadOnly(on) {
-    this.area.readOnly = on;
+  /** Shows a page (from decodePage); starts a fresh undo history. */
+  load(page, path, { readOnly = false } = {}) {
+    const format = { eol: page.eol, bom: page.bom, odd: page.odd };
+    const state = this.createState(page.text, { ext: extname(path), readOnly, format });
+    this.view.setState(state);
+    this.saved = { doc: state.doc, format: state.field(pageFormat) };
+    this.pulled = null;
+    this.onCursor();
   }
 
-  focus() {
-    this.area.focus();
+  /**
+   * Replaces the text with `page` as one undoable edit. With `saved`, the new
+   * text is also what the disk holds now.
+   */
+  replace(page, { saved = false, userEvent = 'input.replace' } = {}) {
+    const format = { eol: page.eol, bom: page.bom, odd: page.odd };
+    this.view.dispatch({
+      changes: changeTo(this.state.doc, page.text),
+      effects: setPageFormat.of(format),
+      userEvent,
+    });
+    if (saved) this.saved = { doc: this.state.doc, format };
+    this.onEdit(!this.isClean());
   }
 
-  edited() {
-    this.onEdit();
-    this.hitLine = -1;
-    this.cancelSync();
-    if (this.length < LARGE) {
-      if (!this.frame) this.frame = requestAnimationFrame(() => {
-        this.frame = 0;
-        this.sync();
-      });
-    } else {
-      this.syncTimer = setTimeout(() => this.sync(), 250);
-    }
+  /** Text given by a script, in the page's own form (endings per line, a leading BOM). */
+  setText(text) {
+    this.replace(readText(text, this.state.field(pageFormat).eol), { userEvent: 'input.script' });
   }
 
-  cancelSync() {
-    if (this.frame) cancelAnimationFrame(this.frame);
-    this.frame = 0;
-    if (this.syncTimer) clearTimeout(this.syncTimer);
-    this.syncTimer = null;
+  /** The text with "\n" line breaks (what the preview shows). */
+  text() {
+    return this.state.doc.toString();
   }
 
-  /** Reads the text now; returns it. */
-  sync() {
-    this.cancelSync();
-    const text = this.area.value;
-    this.length = text.length;
-    const lines = countLines(text);
-    if (lines !== this.lines) {
-      this.lines = lines;
-      this.paintGutter();
-    }
-    this.onSync(text);
-    this.find.refresh();
-    this.paintCursor();
+  get length() {
+    return this.state.doc.length;
+  }
+
+  /** The text as a save writes it. */
+  encoded() {
+    const { state } = this;
+    if (this.pulled && this.pulled.doc === state.doc && this.pulled.format === state.field(pageFormat)) return this.pulled.text;
+    const text = encodeState(state);
+    this.pulled = { text, doc: state.doc, format: state.field(pageFormat) };
     return text;
   }
 
-  paintGutter() {
-    const digits = String(this.lines).length;
-    if (digits !== this.digits) {
-      this.digits = digits;
-      this.gutter.parentElement.style.width = `${Math.max(3, digits) * 8 + 28}px`;
+  /** The disk now holds `text` (a save went through). */
+  markSaved(text) {
+    if (this.pulled && this.pulled.text === text) this.saved = { doc: this.pulled.doc, format: this.pulled.format };
+    else {
+      const read = readText(text, this.state.field(pageFormat).eol);
+      this.saved = { doc: Text.of(read.text.split('\n')), format: { eol: read.eol, bom: read.bom, odd: read.odd } };
     }
-    const lh = this.lineHeight;
-    const top = this.area.scrollTop;
-    const padTop = 8;
-    const first = Math.max(0, Math.floor((top - padTop) / lh));
-    const count = Math.ceil(this.area.clientHeight / lh) + 2;
-    const last = Math.min(this.lines, first + count);
-    let out = '';
-    for (let n = first + 1; n <= last; n++) out += (n === first + 1 ? '' : '\n') + n;
-    if (this.hitLine >= first && this.hitLine < last) {
-      // The line of the current find match stands out in the gutter, since the
-      // textarea shows no selection while the find field has focus.
-      const before = out.split('\n');
-      this.gutter.replaceChildren();
-      before.forEach((num, i) => {
-        const line = first + i;
-        if (i) this.gutter.append('\n');
-        if (line === this.hitLine) {
-          const mark = document.createElement('span');
-          mark.className = 'hit';
-          mark.textContent = num;
-          this.gutter.append(mark);
-        } else this.gutter.append(num);
-      });
-    } else this.gutter.textContent = out;
-    this.gutter.style.transform = `translateY(${padTop + first * lh - top}px)`;
+    this.onEdit(!this.isClean());
   }
 
-  paintCursor() {
-    const pos = $('cursor-pos');
-    if (this.area.disabled || document.activeElement !== this.area) return;
-    const at = this.area.selectionStart;
-    const text = this.area.value;
-    const line = lineOf(text, at);
-    const col = at - (text.lastIndexOf('\n', at - 1) + 1);
-    pos.textContent = `Ln ${line + 1}, Col ${col + 1}`;
+  /** After "Convert to UTF-8": the text no longer equals the bytes on disk. */
+  forgetSaved() {
+    this.saved = null;
   }
 
-  /** Selects [start, end) and scrolls it into view without taking focus. */
-  reveal(start, end, { focus = false } = {}) {
-    const text = this.area.value;
-    const line = lineOf(text, start);
-    this.area.setSelectionRange(start, end);
-    const lh = this.lineHeight;
-    const target = 8 + line * lh;
-    if (target < this.area.scrollTop + lh || target > this.area.scrollTop + this.area.clientHeight - 2 * lh) {
-      this.area.scrollTop = Math.max(0, target - this.area.clientHeight / 3);
-    }
-    const col = start - (text.lastIndexOf('\n', start - 1) + 1);
-    const charWidth = 7.6;
-    const x = 12 + col * charWidth;
-    if (x < this.area.scrollLeft || x > this.area.scrollLeft + this.area.clientWidth - 40) {
-      this.area.scrollLeft = Math.max(0, x - this.area.clientWidth / 3);
-    }
-    this.hitLine = line;
-    this.paintGutter();
-    if (focus) this.area.focus();
+  isClean() {
+    const { saved, state } = this;
+    return Boolean(saved) && state.doc.eq(saved.doc) && sameFormat(state.field(pageFormat), saved.format);
   }
 
-  insert(text) {
-    // execCommand keeps the edit on the textarea's own undo stack.
-    if (!document.execCommand('insertText', false, text)) {
-      this.area.setRangeText(text, this.area.selectionStart, this.area.selectionEnd, 'end');
-      this.area.dispatchEvent(new Event('input', { bubbles: true }));
-    }
+  setReadOnly(on) {
+    this.view.dispatch({ effects: this.readOnly.reconfigure(EditorState.readOnly.of(on)) });
   }
 
-  onKey(e) {
-    if (e.key === 'Escape') {
-      this.tabEscapes = true;
-      this.onEscape();
-      return;
-    }
-    if (e.key === 'Tab' && !e.ctrlKey && !e.altKey && !e.metaKey) {
-      if (this.tabEscapes) {
-        this.tabEscapes = false;
-        return;
-      }
-      e.preventDefault();
-      this.indent(e.shiftKey);
-      return;
-    }
-    this.tabEscapes = false;
-    if (e.key === 'Enter' && !e.ctrlKey && !e.metaKey && !e.altKey && !e.shiftKey) {
-      const text = this.area.value;
-      const at = this.area.selectionStart;
-      const lineStart = text.lastIndexOf('\n', at - 1) + 1;
-      const indent = /^[ \t]*/.exec(text.slice(lineStart, Math.min(at, lineStart + 400)))[0];
-      if (indent) {
-        e.preventDefault();
-        this.insert('\n' + indent);
-      }
-    }
+  get isReadOnly() {
+    return this.state.readOnly;
   }
 
-  indent(outdent) {
-    const area = this.area;
-    const text = area.value;
-    const start = area.selectionStart;
-    const end = area.selectionEnd;
-    const unit = this.indentUnit;
-    const multi = text.slice(start, end).includes('\n');
-    if (!multi && !outdent) {
-      this.insert(unit);
-      return;
-    }
-    const from = text.lastIndexOf('\n', start - 1) + 1;
-    // A selection ending at the start of a line does not take that line along.
-    const to = end > start && text[end - 1] === '\n' ? end - 1 : end;
-    const block = text.slice(from, to);
-    const lines = block.split('\n');
-    let firstDelta = 0;
-    const changed = lines.map((line, i) => {
-      if (!outdent) {
-        if (i === 0) firstDelta = unit.length;
-        return line.length ? unit + line : line;
-      }
-      const m = /^(\t| {1,2})/.exec(line);
-      const cut = m ? m[0].length : 0;
-      if (i === 0) firstDelta = -cut;
-      return line.slice(cut);
-    });
-    const replacement = changed.join('\n');
-    if (replacement === block) return;
-    area.setSelectionRange(from, to);
-    this.insert(replacement);
-    const newStart = Math.max(from, start + firstDelta);
-    if (multi) area.setSelectionRange(newStart, from + replacement.length + (end - to));
-    else area.setSelectionRange(newStart, newStart);
-  }
-}
-
-class FindBar {
-  constructor(editor) {
-    this.editor = editor;
-    this.bar = $('findbar');
-    this.input = $('find-input');
-    this.count = $('find-count');
-    this.caseBox = $('find-case');
-    this.matches = [];
-    this.current = -1;
-    this.input.addEventListener('input', () => this.search(true));
-    this.caseBox.addEventListener('change', () => this.search(true));
-    this.input.addEventListener('keydown', (e) => {
-      if (e.key === 'Enter') {
-        e.preventDefault();
-        this.step(e.shiftKey ? -1 : 1);
-      } else if (e.key === 'Escape') {
-        e.preventDefault();
-        this.close();
-      }
-    });
-    $('find-next').addEventListener('click', () => this.step(1));
-    $('find-prev').addEventListener('click', () => this.step(-1));
-    $('find-close').addEventListener('click', () => this.close());
+  toggleWrap(on = !this.wrapping) {
+    this.wrapping = on;
+    this.view.dispatch({ effects: this.wrap.reconfigure(on ? EditorView.lineWrapping : []) });
+    this.onWrap(on);
+    return true;
   }
 
-  get isOpen() {
-    return !this.bar.hidden;
+  focus() {
+    this.view.focus();
   }
 
-  open() {
-    this.bar.hidden = false;
-    const area = this.editor.area;
-    const selected = area.value.slice(area.selectionStart, area.selectionEnd);
-    if (selected && !selected.includes('\n') && selected.length < 200) this.input.value = selected;
-    this.input.focus();
-    this.input.select();
-    this.search(false);
+  get hasFocus() {
+    return this.view.hasFocus;
   }
 
-  close() {
-    this.bar.hidden = true;
-    this.matches = [];
-    this.editor.hitLine = -1;
-    this.editor.paintGutter();
-    this.editor.focus();
+  /** Selects [from, to) of the document (offsets into text()) and shows it. */
+  select(from, to = from) {
+    const len = this.state.doc.length;
+    const clamp = (n) => Math.max(0, Math.min(len, n));
+    this.view.focus();
+    this.view.dispatch({ selection: { anchor: clamp(from), head: clamp(to) }, scrollIntoView: true });
   }
 
-  /** Re-runs the search after the text changed, keeping the position. */
-  refresh() {
-    if (this.isOpen) this.search(false, false);
+  /** Runs an editing command of the menus on the editor. */
+  command(name) {
+    const run = { undo, redo, selectAll, delete: deleteCharForward, find: openSearchPanel, gotoLine }[name];
+    if (!run) return false;
+    this.view.focus();
+    return run(this.view);
   }
 
-  search(jump, reveal = true) {
-    const needle = this.input.value;
-    const text = this.editor.area.value;
-    this.matches = [];
-    if (needle) {
-      const cased = this.caseBox.checked;
-      const hay = cased ? text : text.toLowerCase();
-      const n = cased ? needle : needle.toLowerCase();
-      let i = hay.indexOf(n);
-      while (i !== -1 && this.matches.length < 10000) {
-        this.matches.push(i);
-        i = hay.indexOf(n, i + n.length);
-      }
-    }
-    const from = this.editor.area.selectionStart;
-    this.current = this.matches.length ? Math.max(0, this.matches.findIndex((m) => m >= from)) : -1;
-    if (jump && this.current >= 0 && reveal) this.show();
-    this.paintCount();
+  cursorLabel() {
+    const head = this.state.selection.main.head;
+    const line = this.state.doc.lineAt(head);
+    return `Ln ${line.number}, Col ${head - line.from + 1}`;
   }
 
-  step(dir) {
-    if (!this.matches.length) this.search(false);
-    if (!this.matches.length) return;
-    this.current = (this.current + dir + this.matches.length) % this.matches.length;
-    this.show();
-    this.paintCount();
+  /** {eol, bom, odd} of the text. */
+  format() {
+    return this.state.field(pageFormat);
   }
 
-  show() {
-    const at = this.matches[this.current];
-    this.editor.reveal(at, at + this.input.value.length);
-  }
-
-  paintCount() {
-    const needle = this.input.value;
-    this.input.classList.toggle('no-match', Boolean(needle) && this.matches.length === 0);
-    if (!needle) this.count.textContent = '';
-    else if (!this.matches.length) this.count.textContent = 'No matches';
-    else this.count.textContent = `${this.current + 1} of ${this.matches.length}${this.matches.length >= 10000 ? '+' : ''}`;
+  endingLabel() {
+    const { eol, odd } = this.state.field(pageFormat);
+    return endingLabel(eol, odd);
   }
 }

@@ -1,85 +1,126 @@
-// The live preview: a sandboxed iframe fed through srcdoc. The sandbox has no
-// allow-scripts, so the page's scripts never run; "allow-same-origin" only
-// lets the editor keep the scroll position and see where a followed link led.
-// (WebKit runs no listener at all inside such a frame, not even the editor's.)
+// The live preview: a sandboxed iframe (no allow-scripts, so the page's
+// scripts never run; "allow-same-origin" lets the editor reach into the frame).
+// A page is shown once through srcdoc; after that every edit patches the shown
+// document in place (morphdom), so a keystroke costs a parse and a diff, not a
+// reload with every stylesheet and image, and the scroll position stays.
 //
-// srcdoc documents resolve relative URLs against the editor's own address,
-// so the document gets <base href="about:srcdoc"> (unresolvable: nothing
-// relative loads by accident) and its workspace references are rewritten to
-// reads of /api/file. Anything else (http, data, …) is left as written; the
-// host decides what may load.
+// The document gets a <base> in the page's folder under the host's
+// path-shaped workspace URLs, so relative references, and those inside
+// stylesheets, resolve by themselves. Links to workspace files lead the frame
+// to a marker address that the editor turns into opening that file.
 
+import morphdom from 'morphdom';
 import { dirname, fileKind } from '../paths.js';
-import { previewDelay, referenceMapper, rewriteCssUrls, rewriteSrcset } from '../preview-doc.js';
+import {
+  isRootRelative, linkTarget, markerTarget, openMarker, rewriteCssUrls, rewriteSrcset, rootRelativeUrl,
+  workspacePathOf, workspaceUrl,
+} from '../preview-doc.js';
 
-const RESOURCE_ATTRS = [
-  ['img', 'src'], ['link', 'href'], ['script', 'src'], ['source', 'src'], ['video', 'src'],
-  ['video', 'poster'], ['audio', 'src'], ['track', 'src'], ['iframe', 'src'], ['embed', 'src'],
-  ['object', 'data'], ['input', 'src'], ['image', 'href'], ['use', 'href'],
-];
+// Elements that may load a root-relative reference ("/css/a.css"); relative
+// ones resolve against the <base> by themselves.
+const ROOTED = ['src', 'href', 'poster', 'data'].map((attr) => `[${attr}^="/"]:not(a, area)`).join(', ');
+
+// An update quicker than this runs at once, before the next frame.
+const QUICK_MS = 8;
 
 function escapeHtml(s) {
   return s.replace(/[&<>"]/g, (c) => ({ '&': '&amp;', '<': '&lt;', '>': '&gt;', '"': '&quot;' })[c]);
 }
 
-export function buildPreviewDocument(html, { pagePath, root, origin }) {
-  const map = referenceMapper({ origin, pageDir: dirname(pagePath), root });
+/** The page's HTML as the preview shows it: a parsed document, not yet attached. */
+export function previewDocument(html, { pagePath, root, origin }) {
   const doc = new DOMParser().parseFromString(html, 'text/html');
+  const pageDir = dirname(pagePath);
+  const fromRoot = (ref) => (isRootRelative(ref) ? rootRelativeUrl(origin, root, ref) : null);
   for (const el of doc.querySelectorAll('base, meta[http-equiv="refresh" i]')) el.remove();
-  for (const [tag, attr] of RESOURCE_ATTRS) {
-    for (const el of doc.getElementsByTagName(tag)) {
-      const value = el.getAttribute(attr);
-      if (value === null) continue;
-      const to = map(value);
-      if (to !== null) el.setAttribute(attr, to);
+  // Selectors, not a walk over every element: a long page has tens of
+  // thousands of them, and only a few ever need a change.
+  for (const el of doc.querySelectorAll('a[href], area[href]')) {
+    const href = el.getAttribute('href');
+    if (href.trim().startsWith('#')) {
+      // The <base> would send a fragment-only link to the folder.
+      el.setAttribute('href', `about:srcdoc${href.trim()}`);
+    } else {
+      const target = linkTarget(pageDir, href, root);
+      if (target) {
+        el.setAttribute('href', openMarker(target));
+        el.removeAttribute('target');
+      }
     }
   }
-  for (const el of doc.querySelectorAll('[srcset]')) el.setAttribute('srcset', rewriteSrcset(el.getAttribute('srcset'), map));
-  for (const el of doc.querySelectorAll('style')) el.textContent = rewriteCssUrls(el.textContent, map);
-  for (const el of doc.querySelectorAll('[style]')) el.setAttribute('style', rewriteCssUrls(el.getAttribute('style'), map));
-  for (const a of doc.querySelectorAll('a[href], area[href]')) {
-    // A link to a workspace file navigates the frame to that file's read URL;
-    // the frame's load handler then opens pages in the editor. No script runs
-    // in the frame for that, so it works under the sandbox.
-    const href = a.getAttribute('href');
-    if (href.trim().startsWith('#')) continue;
-    const to = map(href);
-    if (to !== null) a.setAttribute('href', to);
+  for (const el of doc.querySelectorAll(ROOTED)) {
+    for (const attr of ['src', 'href', 'poster', 'data']) {
+      const value = el.getAttribute(attr);
+      if (isRootRelative(value)) el.setAttribute(attr, fromRoot(value));
+    }
   }
+  for (const el of doc.querySelectorAll('[srcset]')) el.setAttribute('srcset', rewriteSrcset(el.getAttribute('srcset'), (r) => fromRoot(r)));
+  for (const el of doc.querySelectorAll('style')) el.textContent = rewriteCssUrls(el.textContent, fromRoot);
+  for (const el of doc.querySelectorAll('[style*="url("]')) el.setAttribute('style', rewriteCssUrls(el.getAttribute('style'), fromRoot));
   const base = doc.createElement('base');
-  base.setAttribute('href', 'about:srcdoc');
+  base.setAttribute('href', `${workspaceUrl(origin, pageDir)}/`);
   doc.head.prepend(base);
+  return doc;
+}
+
+function serialize(doc) {
   return (doc.doctype ? '<!DOCTYPE html>\n' : '') + doc.documentElement.outerHTML;
 }
 
 export class Preview {
-  constructor(frame, { onOpenPage, onNote }) {
+  /** `onOpenLink(path, fragment)` when a link in the page leads to a workspace file. */
+  constructor(frame, { onOpenLink, onNote }) {
     this.frame = frame;
-    this.onOpenPage = onOpenPage;
+    this.onOpenLink = onOpenLink;
     this.onNote = onNote || (() => {});
     this.timer = null;
-    this.scroll = null;
     this.visible = true;
     this.source = null;
+    this.shown = null; // the html the frame's document shows, once loaded
+    this.loading = false;
+    this.scroll = null;
+    this.fragment = '';
+    this.earliest = 0; // no update starts before this time
+    this.used = null; // {html, paths} of the files the shown document uses
+    this.cost = 0; // how long the last render or update took, in ms
+    this.queued = false;
+    this.frames = 0; // counts the renders asked for by setSource; only the last one runs
     frame.addEventListener('load', () => this.loaded());
   }
 
   setVisible(on) {
     this.visible = on;
-    if (on && this.source) this.renderNow();
+    if (on && this.source) this.render();
   }
 
-  /** What to render: `read()` returns the current text; called when the timer fires. */
-  setSource(source) {
+  /**
+   * What to show. A page: {kind: 'page', read, pagePath, root, origin}, where
+   * `read()` gives the current text; an image: {kind: 'image', url}; else a
+   * {message}. `fragment` is scrolled to once shown.
+   */
+  setSource(source, { fragment = '' } = {}) {
     this.source = source;
-    this.cancel();
+    this.fragment = fragment;
     this.scroll = null;
-    this.renderNow();
+    this.cancel();
+    // The editor shows the page first; the preview follows once that is
+    // painted, so a large page's preview never holds up its text.
+    this.shown = null;
+    this.loading = true;
+    const frames = ++this.frames;
+    requestAnimationFrame(() => requestAnimationFrame(() => {
+      this.timer = setTimeout(() => {
+        this.timer = null;
+        if (frames === this.frames) this.render();
+      }, 0);
+    }));
   }
 
   clear() {
     this.cancel();
+    this.frames++;
     this.source = null;
+    this.shown = null;
     this.frame.srcdoc = '<!DOCTYPE html><html><body></body></html>';
     this.onNote('');
   }
@@ -89,81 +130,186 @@ export class Preview {
     this.timer = null;
   }
 
-  /** The text changed; render after a pause that grows with the page. */
-  changed(length) {
-    if (!this.source || !this.visible) return;
-    this.cancel();
+  /**
+   * The text changed. A quick update runs before the next frame, so the edit
+   * shows in the editor and the preview together; a slow one (a large page)
+   * runs after the editor had its frame, and never sooner after the last one
+   * than that one took, so the preview takes at most half the time while
+   * someone types.
+   */
+  changed() {
+    if (!this.source || !this.visible || this.timer || this.queued) return;
+    const wait = Math.max(0, this.earliest - performance.now());
+    if (wait === 0 && this.cost < QUICK_MS) {
+      this.queued = true;
+      queueMicrotask(() => {
+        this.queued = false;
+        this.update();
+      });
+      return;
+    }
     this.timer = setTimeout(() => {
       this.timer = null;
-      this.renderNow();
-    }, previewDelay(length));
+      this.update();
+    }, wait);
   }
 
-  renderNow() {
+  /** Shows the source afresh: a new document, every file it uses loaded again. */
+  render() {
     this.cancel();
+    this.frames++;
     if (!this.source || !this.visible) return;
-    const { kind, read, pagePath, root, origin, url } = this.source;
-    this.rememberScroll();
+    const { kind } = this.source;
     let doc;
     if (kind === 'page') {
       const started = performance.now();
+      const html = this.source.read();
+      this.rememberScroll();
       try {
-        doc = buildPreviewDocument(read(), { pagePath, root, origin });
+        doc = serialize(previewDocument(html, this.source));
+        this.cost = performance.now() - started;
+        this.shown = html;
       } catch (e) {
         doc = `<!DOCTYPE html><p style="font:13px system-ui;color:#c0352b;padding:16px">The preview failed: ${escapeHtml(String(e && e.message))}</p>`;
+        this.shown = null;
       }
-      const spent = performance.now() - started;
-      this.onNote(spent > 250 ? 'Large page: the preview follows after a pause' : '');
     } else if (kind === 'image') {
+      this.shown = null;
       doc = `<!DOCTYPE html><html><body style="margin:0;display:flex;align-items:center;justify-content:center;min-height:100vh;background:#f6f7f9">
-<img src="${escapeHtml(url)}" alt="" style="max-width:92%;max-height:92vh;box-shadow:0 2px 10px rgba(0,0,0,.12);background:#fff"></body></html>`;
-      this.onNote('');
+<img src="${escapeHtml(this.source.url)}" alt="" style="max-width:92%;max-height:92vh;box-shadow:0 2px 10px rgba(0,0,0,.12);background:#fff"></body></html>`;
     } else {
+      this.shown = null;
       doc = `<!DOCTYPE html><html><body style="font:13px system-ui,sans-serif;color:#667085;display:flex;align-items:center;justify-content:center;min-height:90vh;margin:0">
 <p>${escapeHtml(this.source.message || 'No preview for this kind of file.')}</p></body></html>`;
-      this.onNote('');
     }
+    this.onNote('');
+    this.loading = true;
+    this.used = null;
     this.frame.srcdoc = doc;
+  }
+
+  /** Patches the shown document to the current text. */
+  update() {
+    if (!this.source || !this.visible || this.source.kind !== 'page') return;
+    const shownDoc = this.document();
+    if (this.loading || !shownDoc || this.shown === null) {
+      if (!this.loading) this.render();
+      return; // loaded() catches up with the text
+    }
+    const started = performance.now();
+    const html = this.source.read();
+    if (html === this.shown) return;
+    try {
+      const next = previewDocument(html, this.source);
+      morphdom(shownDoc.documentElement, next.documentElement, {
+        onBeforeElUpdated: (from, to) => !from.isEqualNode(to),
+      });
+      this.shown = html;
+    } catch {
+      this.render();
+      return;
+    }
+    this.cost = performance.now() - started;
+    this.earliest = performance.now() + this.cost;
+    this.onNote(this.cost > 150 ? 'Large page: the preview follows after a pause' : '');
+  }
+
+  document() {
+    try {
+      const doc = this.frame.contentDocument;
+      return doc && doc.documentElement ? doc : null;
+    } catch {
+      return null;
+    }
   }
 
   rememberScroll() {
     try {
       const win = this.frame.contentWindow;
-      if (win && win.document && win.document.body) this.scroll = { x: win.scrollX, y: win.scrollY };
+      if (win && win.document && win.document.body && !this.fragment) this.scroll = { x: win.scrollX, y: win.scrollY };
     } catch {
       this.scroll = null;
     }
   }
 
-  loaded() {
-    let win;
-    try {
-      win = this.frame.contentWindow;
-      if (!win || !win.document) return;
-    } catch {
-      return;
+  /**
+   * Workspace paths of the files the shown page uses: what its elements load,
+   * its stylesheets with those they import, and what their rules reference
+   * (images, fonts).
+   */
+  usedFiles() {
+    // Kept until the document changes: a burst of change events costs one look.
+    if (this.used && this.used.html === this.shown) return this.used.paths;
+    const doc = this.document();
+    const used = new Set();
+    if (!doc || !this.source) return used;
+    const urls = [];
+    for (const el of doc.querySelectorAll('link[href], [src], video[poster], object[data]')) {
+      urls.push(el.href || el.src || el.poster || el.data);
     }
+    const sheets = [...doc.styleSheets];
+    while (sheets.length) {
+      const sheet = sheets.pop();
+      if (sheet.href) urls.push(sheet.href);
+      let rules = [];
+      try {
+        rules = sheet.cssRules;
+      } catch {
+        continue;
+      }
+      for (const rule of rules) {
+        if (rule.styleSheet) sheets.push(rule.styleSheet);
+        for (const m of rule.cssText.matchAll(/url\(\s*(['"]?)([^'")]*)\1\s*\)/g)) {
+          try {
+            urls.push(new URL(m[2], sheet.href || doc.baseURI).href);
+          } catch {
+            // not a URL
+          }
+        }
+      }
+    }
+    for (const url of urls) {
+      const path = workspacePathOf(url, this.source.origin);
+      if (path) used.add(path);
+    }
+    if (!this.loading) this.used = { html: this.shown, paths: used };
+    return used;
+  }
+
+  /** A workspace file changed on disk; shows the page afresh when it uses that file. */
+  fileChanged(path) {
+    if (!this.source || this.source.kind !== 'page' || fileKind(path) === 'page') return false;
+    if (!this.usedFiles().has(path)) return false;
+    this.render();
+    return true;
+  }
+
+  loaded() {
     let href = '';
     try {
-      href = win.location.href;
+      href = this.frame.contentWindow.location.href;
     } catch {
       return;
     }
-    const prefix = `${this.source && this.source.origin}/api/file?path=`;
-    if (this.source && href.startsWith(prefix)) {
-      // A followed link: open the page it led to in the editor.
-      const path = decodeURIComponent(href.slice(prefix.length).split('#')[0].split('&')[0]);
-      if (fileKind(path) === 'page') {
-        this.onOpenPage(path);
-        return;
-      }
+    const target = markerTarget(href);
+    if (target) {
+      this.onOpenLink(target.path, target.fragment);
+      return;
     }
-    if (this.scroll && href === 'about:srcdoc') {
-      try {
-        win.scrollTo(this.scroll.x, this.scroll.y);
-      } catch {
-        // a frame that navigated away cannot be scrolled from here
-      }
+    if (href !== 'about:srcdoc') {
+      // The frame went somewhere on its own (a form, a refresh): back to the page.
+      this.render();
+      return;
     }
+    this.loading = false;
+    const doc = this.document();
+    if (doc && this.fragment) {
+      const el = doc.getElementById(this.fragment) || doc.getElementsByName(this.fragment)[0];
+      if (el) el.scrollIntoView();
+      this.fragment = '';
+    } else if (doc && this.scroll) {
+      this.frame.contentWindow.scrollTo(this.scroll.x, this.scroll.y);
+    }
+    if (this.source && this.source.kind === 'page' && this.shown !== null && this.source.read() !== this.shown) this.changed();
   }
 }

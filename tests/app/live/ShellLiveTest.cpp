@@ -10,12 +10,14 @@
 #include <memory>
 #include <stdexcept>
 
+#include "../../bridge/ScopedVariable.h"
 #include "../support/FakeBridge.h"
 #include "LiveHarness.h"
 #include "LoopbackListener.h"
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
 #include "storage/Fingerprint.h"
+#include "support/TempDir.h"
 
 namespace vorna::app::testing {
 namespace {
@@ -199,10 +201,23 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
       await new Promise((resolve) => { f.onload = resolve; document.body.appendChild(f); });
       out[kind] = f.contentWindow.__vornaBodyGuard === true;
       if (kind === 'srcdoc') {
-        out.srcdocBlob = (await (await f.contentWindow.fetch('vorna://app/api/echo',
-            { method: 'PUT', body: new f.contentWindow.Blob(['abc']) })).json()).bytes;
+        // Relative URLs resolve against the parent's address here, where the
+        // frame's own (about:srcdoc) resolves nothing.
+        const sw = f.contentWindow;
+        out.srcdocBlob = (await (await sw.fetch('vorna://app/api/echo',
+            { method: 'PUT', body: new sw.Blob(['abc']) })).json()).bytes;
+        out.srcdocRelative = (await (await sw.fetch('/api/echo',
+            { method: 'PUT', body: new sw.Blob(['abcd']) })).json()).bytes;
+        out.srcdocXhr = await new Promise((resolve) => {
+          const x = new sw.XMLHttpRequest();
+          x.open('PUT', 'api/echo');
+          x.onload = () => resolve(JSON.parse(x.responseText).bytes);
+          x.onerror = () => resolve(-1);
+          x.send(new sw.Blob(['abcde']));
+        });
       }
     }
+    try { new Worker('frame.html'); out.worker = 'started'; } catch (e) { out.worker = e.name; }
     return JSON.stringify(out);
   )JS");
   EXPECT_EQ(result["guarded"], true);
@@ -226,6 +241,10 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
   EXPECT_EQ(result["srcdoc"], true);
   EXPECT_EQ(result["blank"], true);
   EXPECT_EQ(result["srcdocBlob"], 3);
+  EXPECT_EQ(result["srcdocRelative"], 4);
+  EXPECT_EQ(result["srcdocXhr"], 5);
+  // No worker starts: no script could guard its bodies.
+  EXPECT_EQ(result["worker"], "SecurityError");
   // Every body that was sent reached the bridge whole; none arrived empty.
   for (const contracts::BridgeRequest& request : bridge->requests()) {
     EXPECT_FALSE(request.body.empty()) << request.method << " " << request.op;
@@ -385,6 +404,34 @@ TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
   EXPECT_TRUE(runUntil([&] { return listener.connections() == 1; }));
 }
 
+TEST_F(ShellLiveTest, WithoutAUsableCacheFolderTheBlockerIsCompiledForTheRunAlone) {
+  vorna::testing::TempDir temp;
+  temp.write("file", "a file where a folder would have to be");
+  bridge::testfixture::ScopedVariable cache("XDG_CACHE_HOME", (temp / "file/cache").c_str());
+  LoopbackListener listener;
+  ::testing::internal::CaptureStderr();
+  auto controller = makeController();
+  loadAndWait(*controller);
+  std::string errors = ::testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(controller->contentBlockerReady());
+  EXPECT_NE(errors.find("Vorna: the content filter could not be kept in " +
+                        temp / "file/cache/vorna/content-filters"),
+            std::string::npos)
+      << errors;
+  Json image = runScript(*controller, R"JS(
+    const image = new Image();
+    const settled = new Promise((resolve) => {
+      image.onload = () => resolve('loaded');
+      image.onerror = () => resolve('failed');
+    });
+    image.src = 'http://127.0.0.1:' + arg + '/image.png';
+    return JSON.stringify({ image: await settled });
+  )JS",
+                         std::to_string(listener.port()));
+  EXPECT_EQ(image["image"], "failed");
+  EXPECT_EQ(listener.connections(), 0);
+}
+
 constexpr const char* kClickInFrame = R"JS(
   const frame = document.createElement('iframe');
   frame.id = '__vornaSmokeFrame';
@@ -482,11 +529,40 @@ TEST_F(ShellLiveTest, AFolderThatCannotBeOpenedLeavesNoBridge) {
   };
   ::testing::internal::CaptureStderr();
   controller->openFolder("/tmp", std::nullopt);
+  // The old bridge stays until the page had its chance to store a draft.
+  EXPECT_EQ(controller->bridge(), bridge);
+  runUntil([&] { return controller->bridge() == nullptr; });
   std::string errors = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(errors, "Vorna: Could not open that folder: the recovery store is not writable\n");
   EXPECT_EQ(controller->bridge(), nullptr);
   EXPECT_EQ(controller->host()->bridge(), nullptr);
   EXPECT_EQ(bridge->log(), (std::vector<std::string>{"stop /fake/workspace"}));
+}
+
+// The page's answer to the host's question before it goes: a draft stored
+// after a while (reported on the shell channel first), or no answer at all.
+TEST_F(ShellLiveTest, ClosingWaitsUntilThePageStoredItsDraftOrTheWaitRanOut) {
+  for (const char* flush :
+       {"new Promise((resolve) => setTimeout(() => {"
+        " window.webkit.messageHandlers.vornaShell.postMessage({ op: 'stored' });"
+        " resolve(true); }, 300))",
+        "new Promise(() => {})"}) {
+    auto controller = makeController();
+    controller->useSmokeBridge(bridge);
+    controller->present();
+    loadAndWait(*controller);
+    runScript(*controller, std::string("window.vornaHost = { flush: () => ") + flush +
+                               " }; return JSON.stringify(true);");
+    ::testing::internal::CaptureStderr();
+    auto* window = GTK_WIDGET(controller->window());
+    gtk_window_close(controller->window());
+    EXPECT_TRUE(gtk_widget_get_visible(window)) << flush;
+    EXPECT_TRUE(runUntil([&] { return !gtk_widget_get_visible(window); }, 5s)) << flush;
+    std::string errors = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(errors.find("unknown shell op stored") != std::string::npos,
+              std::string(flush).find("stored") != std::string::npos)
+        << errors;
+  }
 }
 
 TEST_F(ShellLiveTest, ShellMessagesReachTheirHandler) {
