@@ -27,7 +27,7 @@
 #include "bridge/NaturalOrder.h"
 #include "contracts/BridgeRequest.h"
 #include "recovery/LocalRecoveryService.h"
-#include "storage/DurableFiles.h"
+#include "storage/DurableChanges.h"
 #include "storage/Fingerprint.h"
 #include "storage/NaiveAdapter.h"
 #include "support/BenchSupport.h"
@@ -113,7 +113,7 @@ std::vector<std::string> readdirSorted(const std::string& folder) {
 void benchGet(bridge::FileBridge& bridge, recovery::LocalRecoveryService& service,
               const std::string& root) {
   const std::string big = root + "/video.bin";
-  storage::writeDurably(patterned(64 << 20, 1), big, true, 0644);
+  storage::DurableChanges().createExclusively(big, patterned(64 << 20, 1), 0644);
   readAndHash(big);  // both sides read from the page cache
   std::vector<double> raw;
   std::vector<double> bridged;
@@ -130,7 +130,7 @@ void benchGet(bridge::FileBridge& bridge, recovery::LocalRecoveryService& servic
   printBench("get_64m_vs_raw", median(raw) / median(bridged));
 
   const std::string page = root + "/page.html";
-  storage::writeDurably(patterned(4 << 20, 2), page, true, 0644);
+  storage::DurableChanges().createExclusively(page, patterned(4 << 20, 2), 0644);
   readAndHash(page);
   size_t before = service.retentionStore().entries().size();
   double first = timeRuns(1, [&] { bridge.handle(request("GET", "file", page)); })[0];
@@ -150,7 +150,7 @@ void benchPut(bridge::FileBridge& bridge, const std::string& root, const std::st
   constexpr int kRuns = 15;
   const std::string page = root + "/save.html";
   std::string current = patterned(kSize, 0);
-  storage::writeDurably(current, page, true, 0644);
+  storage::DurableChanges().createExclusively(page, current, 0644);
   std::vector<double> bridged;
   for (int run = 1; run <= kRuns; ++run) {
     std::string next = patterned(kSize, run);
@@ -167,7 +167,7 @@ void benchPut(bridge::FileBridge& bridge, const std::string& root, const std::st
   storage::NaiveAdapter naive(unused);
   const std::string plain = scratch + "/naive.html";
   current = patterned(kSize, 0);
-  storage::writeDurably(current, plain, true, 0644);
+  storage::DurableChanges().createExclusively(plain, current, 0644);
   std::vector<double> naiveTimes;
   for (int run = 1; run <= kRuns; ++run) {
     std::string next = patterned(kSize, run);

@@ -2,7 +2,10 @@
 // its floor: the sum of the primitives the safe save cannot avoid, each timed
 // alone. Overlapping independent work can take the safe save below that sum;
 // the serial variant shows what the overlap gains.
+#include <fcntl.h>
+#include <stdio.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -13,7 +16,7 @@
 #include <vector>
 
 #include "contracts/Json.h"
-#include "storage/DurableFiles.h"
+#include "storage/DurableChanges.h"
 #include "storage/Fingerprint.h"
 #include "storage/NaiveAdapter.h"
 #include "storage/RecoveryStore.h"
@@ -57,6 +60,15 @@ std::string ms(double seconds) {
   return text;
 }
 
+// The bare folder flush, which DurableChanges keeps to itself.
+void flushFolder(const std::string& folder) {
+  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd >= 0) {
+    ::fsync(fd);
+    ::close(fd);
+  }
+}
+
 template <typename Body>
 double timed(Body body) {
   auto start = Clock::now();
@@ -71,7 +83,7 @@ class PageUnderSave {
   PageUnderSave(const std::string& folder, storage::PageStorageAdapter& adapter, size_t size)
       : page_(folder + "/index.html"), adapter_(adapter), size_(size) {
     std::string first = versionBytes(size, 0);
-    storage::writeDurably(first, page_, true, 0644);
+    storage::DurableChanges().createExclusively(page_, first, 0644);
     expected_ = storage::Fingerprint::ofBytes(first);
   }
 
@@ -102,7 +114,7 @@ class Floor {
  public:
   Floor(const std::string& folder, const std::string& store, size_t size)
       : folder_(folder), store_(store), page_(folder + "/index.html"), size_(size) {
-    storage::writeDurably(versionBytes(size, 0), page_, true, 0644);
+    storage::DurableChanges().createExclusively(page_, versionBytes(size, 0), 0644);
   }
 
   // The sum of this run's primitives; each one's time is also kept by name.
@@ -128,15 +140,14 @@ class Floor {
       total += seconds;
     };
     step("hash new bytes", [&] { storage::Fingerprint::ofBytes(bytes); });
-    step("stage: write and flush", [&] { storage::writeDurably(bytes, swap, true, 0644); });
-    step("exchange", [&] { storage::swapPaths(swap, page_); });
-    step("flush page folder", [&] { storage::fsyncDirectory(folder_); });
+    step("stage: write and flush", [&] { changes_.stage(swap, bytes, 0644); });
+    step("exchange", [&] { changes_.exchange(swap, page_); });
     step("settle: read displaced", [&] { storage::fingerprintFile(swap); });
     step("settle: pause", [&] { sleepNanos(kSettleInterval); });
     step("settle: read displaced again", [&] { storage::fingerprintFile(swap); });
-    step("move into store", [&] { storage::renameReplace(swap, payload); });
-    step("sidecar: write and flush", [&] { storage::writeDurably(json, sidecar, true, 0600); });
-    step("flush store folder", [&] { storage::fsyncDirectory(store_); });
+    step("sidecar: write and flush", [&] { changes_.stage(sidecar, json, 0600); });
+    step("move into store", [&] { ::rename(swap.c_str(), payload.c_str()); });
+    step("flush store folder", [&] { flushFolder(store_); });
     step("read back page", [&] { storage::fingerprintFile(page_); });
     return total;
   }
@@ -153,6 +164,7 @@ class Floor {
   std::string store_;
   std::string page_;
   size_t size_;
+  storage::DurableChanges changes_;
   std::map<std::string, std::vector<double>> steps_;
 };
 

@@ -10,7 +10,6 @@
 
 #include "bridge/ContentTypes.h"
 #include "bridge/ExecutableRefusal.h"
-#include "bridge/FolderCreation.h"
 #include "bridge/FreedesktopTrash.h"
 #include "bridge/ItemFacts.h"
 #include "bridge/NaturalOrder.h"
@@ -561,18 +560,8 @@ BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::s
   watcher_.noteOwnWrite(path, fingerprint);
   const std::string folder = storage::parentFolder(path);
   try {
-    makeFolders(folder, kFolderMode, fs_, announceFolder());
-    try {
-      storage::writeDurably(request.body, path, /*exclusive=*/true, kCreatedFileMode, fs_);
-    } catch (const storage::FileOpError& error) {
-      if (error.op() != "open") {
-        // The exclusive open made this file, so nobody else's version is lost
-        // by removing it; a half-written page must not stay behind.
-        fs_.unlink(path);
-      }
-      throw;
-    }
-    storage::fsyncDirectory(folder, fs_);
+    changes_.makeFolder(folder, kFolderMode, announceFolder());
+    changes_.createExclusively(path, request.body, kCreatedFileMode);
   } catch (const std::exception& error) {
     if (kindOf(path, fs_)) {
       return BridgeResponse::error(409, "exists");  // another writer created it first
@@ -589,7 +578,7 @@ BridgeResponse FileBridge::makeFolder(const BridgeRequest&, const std::string& p
     return ok();
   }
   try {
-    makeFolders(path, kFolderMode, fs_, announceFolder());
+    changes_.makeFolder(path, kFolderMode, announceFolder());
   } catch (const std::exception& error) {
     return BridgeResponse::error(400, error.what());
   }
@@ -643,14 +632,13 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
     watcher_.noteOwnWrite(destination, fingerprint);
   }
   try {
-    makeFolders(storage::parentFolder(destination), kFolderMode, fs_, announceFolder());
-    // Neither move replaces what another program put at the destination
-    // after the look above; folders move only within one file system.
-    if (regular) {
-      storage::moveFilePreservingInode(source, destination, fs_);
-    } else {
-      storage::moveWithoutReplacing(source, destination, fs_);
-    }
+    changes_.makeFolder(storage::parentFolder(destination), kFolderMode, announceFolder());
+    // Neither move replaces what another program put at the destination after
+    // the look above; folders (and pipes or devices) move only within one file
+    // system.
+    changes_.moveIntoFolder(source, destination,
+                            regular ? storage::DurableChanges::AcrossFileSystems::copy
+                                    : storage::DurableChanges::AcrossFileSystems::refuse);
   } catch (const storage::FileOpError& error) {
     closeJournal(journal, /*landed=*/false);
     if (error.kind() == storage::FileOpError::Kind::wouldOverwrite) {
@@ -661,8 +649,6 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
     closeJournal(journal, /*landed=*/false);
     return BridgeResponse::error(409, error.what());
   }
-  storage::fsyncDirectory(storage::parentFolder(destination), fs_);
-  storage::fsyncDirectory(storage::parentFolder(source), fs_);
   Json answer{{"ok", true}};
   // The move is made; an entry left unfinished only means the history does
   // not follow it.

@@ -21,6 +21,7 @@
 #include "contracts/OperationRecord.h"
 #include "recovery/RecoveryServicing.h"
 #include "storage/ConflictInfo.h"
+#include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/SafeAdapter.h"
@@ -188,6 +189,7 @@ class FileBridge final : public contracts::BridgeHandling {
   std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept
   BridgeEnvironment environment_;
   storage::FileSystem& fs_;
+  storage::DurableChanges changes_{fs_};
   WorkspaceWatcher::NoticeHandler watchNotice_;
 };
 

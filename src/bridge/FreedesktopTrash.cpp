@@ -7,9 +7,7 @@
 #include <cerrno>
 #include <memory>
 
-#include "bridge/FolderCreation.h"
 #include "bridge/PathExtension.h"
-#include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
 #include "storage/UserFolders.h"
@@ -66,7 +64,7 @@ FreedesktopTrash::Location FreedesktopTrash::locationFor(const std::string& path
     probe = storage::parentFolder(probe);
   }
   if (home.st_dev == item.st_dev) {
-    makeFolders(homeTrash_, 0700, fs_);
+    changes_.makeFolder(homeTrash_, 0700);
     makeTrashFolders(homeTrash_);
     return Location{homeTrash_, std::nullopt};
   }
@@ -116,10 +114,10 @@ void FreedesktopTrash::makeTrashFolders(const std::string& directory) {
 }
 
 void FreedesktopTrash::makePrivateFolder(const std::string& folder) {
-  if (fs_.mkdir(folder, 0700) != 0 && errno != EEXIST) {
-    throw FileOpError::fromErrno("mkdir", folder);
-  }
   struct stat info {};
+  if (fs_.lstat(folder, &info) != 0) {
+    changes_.makeFolder(folder, 0700);
+  }
   if (fs_.lstat(folder, &info) != 0) {
     throw FileOpError::fromErrno("lstat", folder);
   }
@@ -146,32 +144,35 @@ std::string FreedesktopTrash::trashInto(const Location& location, const std::str
       continue;  // an item without its record: the name is still taken
     }
     const std::string record = storage::joinPath(info, trashName + std::string(kInfoSuffix));
+    // The record is durable before the item can be in the trash, so the item
+    // is never there without it.
     try {
-      storage::writeDurably(text, record, /*exclusive=*/true, 0600, fs_);
+      changes_.createExclusively(record, text, 0600);
     } catch (const FileOpError& error) {
-      if (error.op() == "open") {
-        if (error.code() == EEXIST) {
-          continue;
-        }
-        throw;
+      if (error.op() == "open" && error.code() == EEXIST) {
+        continue;
       }
-      fs_.unlink(record);  // ours, but incomplete
       throw;
     }
-    storage::fsyncDirectory(info, fs_);
     try {
-      storage::moveFilePreservingInode(path, target, fs_);
+      changes_.moveIntoFolder(path, target);
     } catch (const FileOpError& error) {
-      // A record without its item would show a ghost in the file manager.
-      fs_.unlink(record);
-      storage::fsyncDirectory(info, fs_);
+      // A record without its item would show a ghost in the file manager, so
+      // it goes again when the move never began. After any later failure the
+      // item may be in the trash, even if only until a power cut undoes its
+      // way back, and an item must never be there without its record.
+      const bool neverBegan =
+          error.kind() == FileOpError::Kind::wouldOverwrite ||
+          (error.path() == path &&
+           (error.op() == "rename" || error.op() == "open" || error.op() == "read"));
+      if (neverBegan) {
+        fs_.unlink(record);
+      }
       if (error.kind() == FileOpError::Kind::wouldOverwrite) {
         continue;
       }
       throw;
     }
-    storage::fsyncDirectory(files, fs_);
-    storage::fsyncDirectory(storage::parentFolder(path), fs_);
     return target;
   }
   throw FileOpError::syscall("trash", EEXIST, path);

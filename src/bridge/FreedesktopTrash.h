@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 
 namespace vorna::bridge {
@@ -24,9 +25,10 @@ namespace vorna::bridge {
 //   the sticky bit, else $topdir/.Trash-$uid; its record holds the path
 //   relative to $topdir. Files are never copied across file systems to a trash.
 //
-// The record is created first, exclusively, and flushed; only then is the item
-// moved. A NAME already used by either half is never reused, so nothing earlier
-// in the trash is overwritten.
+// The record is created first, exclusively, and made durable; only then is
+// the item moved. Every folder made on the way is durable in its parent. A
+// NAME already used by either half is never reused, so nothing earlier in the
+// trash is overwritten.
 //
 // Stateless apart from its settings; trash calls on different files may run on
 // any threads at once.
@@ -93,6 +95,7 @@ class FreedesktopTrash {
 
   std::string homeTrash_;
   storage::FileSystem& fs_;
+  storage::DurableChanges changes_{fs_};
   std::function<std::time_t()> now_;
 };
 

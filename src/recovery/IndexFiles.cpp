@@ -5,10 +5,10 @@
 #include <cerrno>
 
 #include "contracts/RecoveryError.h"
+#include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
-#include "storage/RandomUuid.h"
 
 namespace vorna::recovery {
 
@@ -17,8 +17,6 @@ using storage::FileOpError;
 
 void writeIndex(const contracts::Json& value, const std::string& path, storage::FileSystem& fs) {
   const std::string name = storage::lastComponent(path);
-  const std::string folder = storage::parentFolder(path);
-  const std::string temporary = storage::joinPath(folder, ".tmp-" + storage::randomUuid());
   std::string text = contracts::writeJson(value);
   // The writer answers "{}" for a value it cannot write; writing that would
   // silently empty the index, so it is a failure like any other.
@@ -27,13 +25,10 @@ void writeIndex(const contracts::Json& value, const std::string& path, storage::
                                           ": it holds text that is not valid UTF-8");
   }
   try {
-    storage::writeDurably(text, temporary, /*exclusive=*/true, 0600, fs);
-    storage::renameReplace(temporary, path, fs);
+    storage::DurableChanges(fs).replace(path, text, 0600);
   } catch (const FileOpError& error) {
-    fs.unlink(temporary);  // may never have been created; either way it must go
     throw RecoveryError::storeUnavailable("cannot write " + name + ": " + error.description());
   }
-  storage::fsyncDirectory(folder, fs);
 }
 
 bool indexExists(const std::string& path, storage::FileSystem& fs) {

@@ -13,11 +13,10 @@
 // repaired. Every failure is a contracts::RecoveryError of kind storeUnavailable.
 namespace vorna::recovery {
 
-// Writes `value` with the system's JSON writer to ".tmp-{UUID}" beside `path`
-// (exclusive, 0600, flushed), renames it over `path` and flushes the folder, so
-// a reader sees the old or the new content and never a part. On failure the
-// temporary file is removed and "cannot write {file name}: {error}" thrown;
-// the old file stays in force.
+// Writes `value` with the system's JSON writer over `path` (mode 0600) with
+// DurableChanges::replace, so a reader, and a power cut, finds the old or the
+// new content and never a part. On failure "cannot write {file name}: {error}"
+// is thrown and the old file stays in force, with no temporary file left.
 void writeIndex(const contracts::Json& value, const std::string& path, storage::FileSystem& fs);
 
 // Whether an index file is there to be read. Only a missing file (ENOENT)

@@ -14,6 +14,7 @@
 #include "recovery/PathForms.h"
 #include "recovery/StoreLocation.h"
 #include "recovery/SwapFiles.h"
+#include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
@@ -41,9 +42,8 @@ constexpr const char* kConflictsFile = "conflicts.json";
 constexpr const char* kOperationsFile = "operations.json";
 constexpr const char* kRetainedFolder = "retained";
 constexpr mode_t kStoreFolderMode = 0700;
-// How long the sweep lets a swap file settle before taking its fingerprint:
-// the same rhythm as the safe adapter's own settling.
-constexpr uint64_t kSwapSettleNanos = 8'000'000;
+// How often the sweep reads a swap file before taking its last reading: the
+// safe adapter's own number.
 constexpr int kSwapSettleAttempts = 25;
 
 // The sidecar beside a payload: its extension replaced by "json", or ".json"
@@ -95,7 +95,7 @@ LocalRecoveryService::LocalRecoveryService(const std::string& workspaceRoot,
   }
   storeDirectory_ = candidate;
   try {
-    createFolders(storeDirectory_, kStoreFolderMode, fs_);
+    storage::DurableChanges(fs_).makeFolder(storeDirectory_, kStoreFolderMode);
   } catch (const FileOpError& error) {
     throw RecoveryError::storeUnavailable("cannot create " + storeDirectory_ + ": " +
                                           error.description());
@@ -544,8 +544,8 @@ std::vector<RecoveryEntry> LocalRecoveryService::sweepOrphanedSwaps() {
   std::vector<RecoveryEntry> adopted;
   std::vector<std::pair<std::string, std::string>> failures;
   for (const std::string& swap : swaps) {
-    storage::StabilizedFingerprint settled =
-        storage::stabilizedFingerprint(swap, kSwapSettleNanos, kSwapSettleAttempts, fs_);
+    storage::StabilizedFingerprint settled = storage::stabilizedFingerprint(
+        swap, environment_.swapSettleInterval, kSwapSettleAttempts, fs_);
     try {
       adopted.push_back(retentionStore_->adopt(swap, RecoveryKind::displacedExternal,
                                                pageForSwap(swap), settled.fingerprint,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -26,6 +27,9 @@ struct RecoveryEnvironment {
   std::function<std::optional<std::string>()> userDataDirectory = xdgDataHome;
   // The mount table that says which mount point holds a path.
   std::string mountTable = "/proc/self/mountinfo";
+  // The pause between two readings of an orphaned swap file that may still be
+  // written, in nanoseconds: the rhythm of the safe adapter's own settling.
+  std::uint64_t swapSettleInterval = 8'000'000;
 
   static void writeToStandardError(std::string_view line);
   static std::optional<std::string> xdgDataHome();

@@ -8,6 +8,7 @@
 
 #include "contracts/RecoveryError.h"
 #include "recovery/PathForms.h"
+#include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
@@ -143,38 +144,15 @@ std::string volumeRoot(const std::string& path, const std::string& mountTable,
   return highestAncestorOnSameDevice(path, fs);
 }
 
-void createFolders(const std::string& path, mode_t mode, storage::FileSystem& fs) {
-  if (fs.mkdir(path, mode) == 0) {
-    return;
-  }
-  int code = errno;
-  if (code == ENOENT) {
-    std::string parent = storage::parentFolder(path);
-    if (parent != path) {
-      createFolders(parent, mode, fs);
-      if (fs.mkdir(path, mode) == 0) {
-        return;
-      }
-      code = errno;
-    }
-  }
-  if (code == EEXIST) {
-    struct stat st {};
-    if (fs.stat(path, &st) == 0 && S_ISDIR(st.st_mode)) {
-      return;
-    }
-  }
-  throw FileOpError::syscall("mkdir", code, path);
-}
-
 std::string defaultStoreRoot(const std::string& root, const RecoveryEnvironment& environment,
                              storage::FileSystem& fs) {
+  storage::DurableChanges changes(fs);
   try {
     std::optional<std::string> dataHome = environment.userDataDirectory();
     if (dataHome) {
-      createFolders(*dataHome, kPrivateFolder, fs);
+      changes.makeFolder(*dataHome, kPrivateFolder);
       std::string folder = joinPath(joinPath(*dataHome, "Vorna"), "Recovery");
-      createFolders(folder, kPrivateFolder, fs);
+      changes.makeFolder(folder, kPrivateFolder);
       std::optional<dev_t> rootVolume = volumeIdentifier(root, fs);
       std::optional<dev_t> folderVolume = volumeIdentifier(folder, fs);
       if (rootVolume && folderVolume && *rootVolume == *folderVolume) {
@@ -189,11 +167,11 @@ std::string defaultStoreRoot(const std::string& root, const RecoveryEnvironment&
   try {
     struct stat st {};
     if (fs.stat(shared, &st) != 0) {
-      createFolders(shared, kSharedParent, fs);
+      changes.makeFolder(shared, kSharedParent);
       // mkdir honours the umask, which would keep other users out.
       fs.chmod(shared, kSharedParent);
     }
-    createFolders(folder, kPrivateFolder, fs);
+    changes.makeFolder(folder, kPrivateFolder);
   } catch (const FileOpError& error) {
     throw RecoveryError::storeUnavailable("no writable recovery location for " + root + ": " +
                                           error.description());

@@ -33,14 +33,10 @@ std::string volumeRoot(const std::string& path, const std::string& mountTable,
 // per-user data folder + "Vorna/Recovery" when it is on the same volume as
 // `root`; otherwise "{volume root}/.VornaRecovery/{uid}" on the workspace's own
 // volume, so that retained copies never cross to a disk that may be absent next
-// time. Creates the folders it returns. Throws storeUnavailable "no writable
-// recovery location for {root}: {error}" when the fallback cannot be created.
+// time. Creates the folders it returns, each durable in its parent. Throws
+// storeUnavailable "no writable recovery location for {root}: {error}" when the
+// fallback cannot be created.
 std::string defaultStoreRoot(const std::string& root, const RecoveryEnvironment& environment,
                              storage::FileSystem& fs);
-
-// mkdir -p with `mode` for each folder it creates. Throws FileOpError with op
-// "mkdir" on the first folder that cannot be made; something other than a
-// folder already at `path` fails with EEXIST.
-void createFolders(const std::string& path, mode_t mode, storage::FileSystem& fs);
 
 }  // namespace vorna::recovery

@@ -41,7 +41,7 @@ Bytes readAll(int fd, const std::string& path, FileSystem& fs) {
   // byte lets the read that sees the end return 0 without growing the buffer.
   // The loop still reads to the end, so a file that grows or shrinks meanwhile
   // is read as it is.
-  struct stat st{};
+  struct stat st {};
   size_t size = kReadChunk;
   if (fs.fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size >= 0) {
     size = static_cast<size_t>(st.st_size) + 1;
@@ -82,84 +82,15 @@ Bytes readFileWhole(const std::string& path, FileSystem& fs) {
   return readAll(fd.get(), path, fs);
 }
 
-void writeDurably(std::string_view bytes, const std::string& path, bool exclusive, mode_t mode,
-                  FileSystem& fs) {
-  int flags = O_WRONLY | O_CREAT | (exclusive ? O_EXCL : O_TRUNC);
-  UniqueFd fd(fs, fs.open(path, flags, mode));
-  if (!fd) {
-    throw FileOpError::fromErrno("open", path);
-  }
-  writeAll(fd.get(), bytes, path, fs);
-  if (fs.fsync(fd.get()) != 0) {
-    throw FileOpError::fromErrno("fsync", path);
-  }
-  // The data is on disk once fsync returned; a failing close cannot undo that.
-  fd.reset();
-}
-
-void renameReplace(const std::string& source, const std::string& destination, FileSystem& fs) {
-  if (fs.rename(source, destination) != 0) {
-    throw FileOpError::fromErrno("rename", source);
-  }
-}
-
-void swapPaths(const std::string& a, const std::string& b, FileSystem& fs) {
-  if (fs.exchange(a, b) != 0) {
-    throw FileOpError::fromErrno(kSwapOp, a);
-  }
-}
-
-void moveWithoutReplacing(const std::string& source, const std::string& destination,
-                          FileSystem& fs) {
-  if (fs.renameNoReplace(source, destination) == 0) {
-    return;
-  }
-  if (errno == EEXIST) {
-    throw FileOpError::wouldOverwrite(destination);
-  }
-  if (errno != EINVAL) {
-    throw FileOpError::fromErrno("rename", source);
-  }
-  // The file system cannot rename without replacing (some network ones): look
-  // first, which leaves only the moment between the look and the rename.
-  struct stat st {};
-  if (fs.lstat(destination, &st) == 0) {
-    throw FileOpError::wouldOverwrite(destination);
-  }
-  renameReplace(source, destination, fs);
-}
-
-bool moveFilePreservingInode(const std::string& source, const std::string& destination,
-                             FileSystem& fs) {
-  try {
-    moveWithoutReplacing(source, destination, fs);
-    return false;
-  } catch (const FileOpError& error) {
-    if (error.code() != EXDEV) {
-      throw;
-    }
-  }
-  Bytes bytes = readFileWhole(source, fs);
-  writeDurably(bytes, destination, /*exclusive=*/true, 0644, fs);
-  // The copy is durable; a source that cannot be removed is a harmless duplicate.
-  fs.unlink(source);
-  return true;
-}
-
-void fsyncDirectory(const std::string& directory, FileSystem& fs) {
-  UniqueFd fd(fs, fs.open(directory, O_RDONLY | O_DIRECTORY, 0));
-  if (fd) {
-    fs.fsync(fd.get());
-  }
-}
-
 void copyPermissions(const std::string& from, const std::string& to, FileSystem& fs) {
-  struct stat st{};
+  struct stat st {};
   if (fs.stat(from, &st) == 0) {
     fs.chmod(to, st.st_mode & 07777);
   }
 }
 
-void makeReadOnly(const std::string& path, FileSystem& fs) { fs.chmod(path, 0444); }
+void makeReadOnly(const std::string& path, FileSystem& fs) {
+  fs.chmod(path, 0444);
+}
 
 }  // namespace vorna::storage

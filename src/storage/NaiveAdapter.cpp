@@ -1,5 +1,6 @@
 #include "storage/NaiveAdapter.h"
 
+#include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 
@@ -27,8 +28,11 @@ SaveOutcome NaiveAdapter::save(const std::string& pagePath, const contracts::Byt
   // A leftover of an earlier failed save must not block this one.
   fs_.unlink(temporary);
   try {
-    writeDurably(newBytes, temporary, /*exclusive=*/true, 0644, fs_);
-    renameReplace(temporary, pagePath, fs_);
+    // Naive on purpose: the page's folder is never flushed after the rename.
+    DurableChanges(fs_).stage(temporary, newBytes, 0644);
+    if (fs_.rename(temporary, pagePath) != 0) {
+      throw FileOpError::fromErrno("rename", temporary);
+    }
   } catch (const std::exception& error) {
     return SaveOutcome::error(SaveFailure::underlying(error.what()));
   }

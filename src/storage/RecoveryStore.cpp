@@ -25,28 +25,6 @@ namespace {
 constexpr std::string_view kPayloadSuffix = ".bin";
 constexpr std::string_view kSidecarSuffix = ".json";
 
-void createFolders(const std::string& path, FileSystem& fs) {
-  struct stat st {};
-  if (fs.stat(path, &st) == 0) {
-    if (!S_ISDIR(st.st_mode)) {
-      throw FileOpError::syscall("mkdir", EEXIST, path);
-    }
-    return;
-  }
-  std::string parent = parentFolder(path);
-  if (parent != path && parent != ".") {
-    createFolders(parent, fs);
-  }
-  // Retained copies are the user's private work; nobody else needs to list them.
-  if (fs.mkdir(path, 0700) != 0) {
-    int code = errno;
-    // Another process may have created it in the meantime; only a folder will do.
-    if (code != EEXIST || fs.stat(path, &st) != 0 || !S_ISDIR(st.st_mode)) {
-      throw FileOpError::syscall("mkdir", code, path);
-    }
-  }
-}
-
 void requireUtf8(const std::string& path) {
   if (!isValidUtf8(path)) {
     throw std::invalid_argument("cannot record a path that is not valid UTF-8: " + path);
@@ -56,8 +34,9 @@ void requireUtf8(const std::string& path) {
 }  // namespace
 
 RecoveryStore::RecoveryStore(std::string directory, FileSystem& fs)
-    : directory_(std::move(directory)), fs_(fs) {
-  createFolders(directory_, fs_);
+    : directory_(std::move(directory)), fs_(fs), changes_(fs) {
+  // Retained copies are the user's private work; nobody else needs to list them.
+  changes_.makeFolder(directory_, 0700);
 }
 
 std::string RecoveryStore::payloadPathFor(std::string_view id) const {
@@ -106,11 +85,12 @@ std::string RecoveryStore::drawId(RecoveryKind kind, const std::string& pagePath
   return nextId(kind);
 }
 
-RecoveryEntry RecoveryStore::record(std::string id, RecoveryKind kind, const std::string& pagePath,
-                                    std::optional<Fingerprint> fingerprint, int64_t byteCount,
-                                    bool stabilized, bool movedByCopy) {
+RecoveryEntry RecoveryStore::describe(std::string id, RecoveryKind kind,
+                                      const std::string& pagePath,
+                                      std::optional<Fingerprint> fingerprint, int64_t byteCount,
+                                      bool stabilized, bool movedByCopy) const {
   std::string payload = payloadPathFor(id);
-  RecoveryEntry entry{
+  return RecoveryEntry{
       .id = std::move(id),
       .kind = kind,
       .pagePath = pagePath,
@@ -121,41 +101,74 @@ RecoveryEntry RecoveryStore::record(std::string id, RecoveryKind kind, const std
       .movedByCopy = movedByCopy,
       .capturedAt = contracts::wholeSecondsNow(),
   };
-  writeSidecar(entry);
-  return entry;
 }
 
 RecoveryEntry RecoveryStore::retain(std::string_view bytes, RecoveryKind kind,
                                     const std::string& pagePath) {
-  std::string id = drawId(kind, pagePath);
-  std::string payload = payloadPathFor(id);
+  RecoveryEntry entry =
+      describe(drawId(kind, pagePath), kind, pagePath, Fingerprint::ofBytes(bytes),
+               static_cast<int64_t>(bytes.size()), /*stabilized=*/true,
+               /*movedByCopy=*/false);
   struct stat st {};
-  if (fs_.lstat(payload, &st) == 0) {
-    throw FileOpError::wouldOverwrite(payload);
+  if (fs_.lstat(entry.payloadPath, &st) == 0) {
+    throw FileOpError::wouldOverwrite(entry.payloadPath);
   }
-  writeDurably(bytes, payload, /*exclusive=*/true, 0600, fs_);
-  makeReadOnly(payload, fs_);
-  return record(std::move(id), kind, pagePath, Fingerprint::ofBytes(bytes),
-                static_cast<int64_t>(bytes.size()), /*stabilized=*/true, /*movedByCopy=*/false);
+  // The bytes are still held elsewhere (by the editor, or by the page) until
+  // this returns, so a power cut before the sidecar leaves at worst a payload
+  // that nothing names. The sidecar's folder flush makes the payload's name
+  // durable too.
+  changes_.stage(entry.payloadPath, bytes, 0600);
+  makeReadOnly(entry.payloadPath, fs_);
+  changes_.createExclusively(sidecarPathFor(entry.id), sidecarText(entry), 0600);
+  return entry;
 }
 
 RecoveryEntry RecoveryStore::adopt(const std::string& filePath, RecoveryKind kind,
                                    const std::string& pagePath,
                                    std::optional<Fingerprint> fingerprint, int64_t byteCount,
                                    bool stabilized) {
-  std::string id = drawId(kind, pagePath);
-  std::string payload = payloadPathFor(id);
-  bool movedByCopy = moveFilePreservingInode(filePath, payload, fs_);
-  makeReadOnly(payload, fs_);
-  return record(std::move(id), kind, pagePath, std::move(fingerprint), byteCount, stabilized,
-                movedByCopy);
+  RecoveryEntry entry = describe(drawId(kind, pagePath), kind, pagePath, std::move(fingerprint),
+                                 byteCount, stabilized, !onOneFileSystem(filePath));
+  const std::string sidecar = sidecarPathFor(entry.id);
+  // The file may hold the only copy of a version, and once it is a payload no
+  // sweep looks for it again; so its sidecar is staged first, and the move's
+  // flush of this folder makes both durable, the sidecar no later than the
+  // payload. A power cut in between leaves at worst a sidecar whose payload is
+  // missing (staleFingerprints lists it) beside the file still in its place.
+  for (;;) {
+    changes_.stage(sidecar, sidecarText(entry), 0600);
+    try {
+      changes_.moveIntoFolder(filePath, entry.payloadPath,
+                              entry.movedByCopy ? DurableChanges::AcrossFileSystems::copy
+                                                : DurableChanges::AcrossFileSystems::refuse);
+      break;
+    } catch (const FileOpError& error) {
+      struct stat st {};
+      if (fs_.lstat(entry.payloadPath, &st) == 0) {
+        throw;  // the file did arrive: its sidecar stays with it
+      }
+      fs_.unlink(sidecar);  // it describes nothing
+      // Two mounts of one file system refuse a rename between them although
+      // they share a device number: the file is copied after all.
+      if (entry.movedByCopy || error.op() != "rename" || error.code() != EXDEV) {
+        throw;
+      }
+      entry.movedByCopy = true;
+    }
+  }
+  makeReadOnly(entry.payloadPath, fs_);
+  return entry;
 }
 
-void RecoveryStore::writeSidecar(const RecoveryEntry& entry) {
-  // Exclusive: an existing sidecar is never replaced.
-  writeDurably(contracts::writeJson(entry.toJson()), sidecarPathFor(entry.id),
-               /*exclusive=*/true, 0600, fs_);
-  fsyncDirectory(directory_, fs_);
+bool RecoveryStore::onOneFileSystem(const std::string& filePath) const {
+  struct stat file {};
+  struct stat folder {};
+  return fs_.stat(filePath, &file) != 0 || fs_.stat(directory_, &folder) != 0 ||
+         file.st_dev == folder.st_dev;
+}
+
+std::string RecoveryStore::sidecarText(const RecoveryEntry& entry) {
+  return contracts::writeJson(entry.toJson());
 }
 
 std::vector<std::string> RecoveryStore::namesEndingIn(std::string_view suffix) const {

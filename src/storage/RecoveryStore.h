@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 #include "storage/Fingerprint.h"
 #include "storage/RecoveryEntry.h"
@@ -28,9 +29,10 @@ namespace vorna::storage {
 // path that a sidecar cannot hold (not valid UTF-8).
 class RecoveryStore {
  public:
-  // Creates `directory` (absolute) with any missing parents; an existing folder
-  // is kept. Throws FileOpError with op "mkdir" naming the folder that could
-  // not be created (also when something that is not a folder is in the way).
+  // Creates `directory` (absolute) with any missing parents, each durable in
+  // its parent (DurableChanges::makeFolder); an existing folder is kept.
+  // Throws FileOpError with op "mkdir" naming the folder that could not be
+  // created (also when something that is not a folder is in the way).
   explicit RecoveryStore(std::string directory, FileSystem& fs = FileSystem::real());
   RecoveryStore(const RecoveryStore&) = delete;
   RecoveryStore& operator=(const RecoveryStore&) = delete;
@@ -38,17 +40,18 @@ class RecoveryStore {
   const std::string& directory() const { return directory_; }
   FileSystem& fileSystem() const { return fs_; }
 
-  // Copies bytes in memory into a new payload (exclusive, 0600, flushed, then
-  // 0444) and writes its sidecar. The entry's fingerprint is of `bytes` and
-  // counts as stabilized. A failure after the payload is written leaves it
-  // without a sidecar. Errors: wouldOverwrite, and the primitives' errors.
+  // Copies bytes in memory into a new payload (exclusive, 0600, then 0444) and
+  // writes its sidecar; both are durable when this returns. The entry's
+  // fingerprint is of `bytes` and counts as stabilized. A failure after the
+  // payload is written leaves it without a sidecar. Errors: wouldOverwrite,
+  // and DurableChanges' errors.
   RecoveryEntry retain(std::string_view bytes, RecoveryKind kind, const std::string& pagePath);
 
   // Moves the file at `filePath` into the store as a new payload, keeping its
-  // inode where the file systems allow (movedByCopy otherwise), makes it
-  // read-only and writes its sidecar with the given facts about its bytes. When
-  // the move fails the file stays where it was and nothing is recorded; when the
-  // sidecar fails the payload stays without one.
+  // inode where the file systems allow (movedByCopy otherwise), with a sidecar
+  // holding the given facts about its bytes, and makes it read-only; both are
+  // durable when this returns. The sidecar is written first: when it or the
+  // move fails, the file stays where it was and nothing is recorded.
   RecoveryEntry adopt(const std::string& filePath, RecoveryKind kind, const std::string& pagePath,
                       std::optional<Fingerprint> fingerprint, int64_t byteCount, bool stabilized);
 
@@ -86,16 +89,20 @@ class RecoveryStore {
   std::string nextId(RecoveryKind kind);
   // Checks requireRecordable, then draws an id.
   std::string drawId(RecoveryKind kind, const std::string& pagePath);
-  // Describes the payload now in place under `id` and writes its sidecar.
-  RecoveryEntry record(std::string id, RecoveryKind kind, const std::string& pagePath,
-                       std::optional<Fingerprint> fingerprint, int64_t byteCount, bool stabilized,
-                       bool movedByCopy);
-  void writeSidecar(const RecoveryEntry& entry);
+  // The entry for a payload under `id`, captured now.
+  RecoveryEntry describe(std::string id, RecoveryKind kind, const std::string& pagePath,
+                         std::optional<Fingerprint> fingerprint, int64_t byteCount, bool stabilized,
+                         bool movedByCopy) const;
+  static std::string sidecarText(const RecoveryEntry& entry);
+  // Whether a rename can bring `filePath` into this folder (one device); true
+  // when either cannot be examined, so that the rename itself decides.
+  bool onOneFileSystem(const std::string& filePath) const;
   // Names in the folder ending in `suffix`, ascending.
   std::vector<std::string> namesEndingIn(std::string_view suffix) const;
 
   const std::string directory_;
   FileSystem& fs_;
+  DurableChanges changes_;
   std::mutex lock_;
   uint64_t sequence_ = 0;  // ids issued by this object; the first id carries 1
 };

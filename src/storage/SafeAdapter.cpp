@@ -67,7 +67,8 @@ SafeAdapter::SafeAdapter(RecoveryStore& recoveryStore, uint64_t settleInterval, 
       settleInterval_(settleInterval),
       settleAttempts_(settleAttempts),
       retainPendingBytes_(retainPendingBytes),
-      restoreExternalVersion_(restoreExternalVersion) {}
+      restoreExternalVersion_(restoreExternalVersion),
+      changes_(fs) {}
 
 std::string SafeAdapter::swapFileName(std::string_view pageName, std::string_view uuid) {
   std::string_view namePart = pageName;
@@ -95,29 +96,8 @@ SaveOutcome SafeAdapter::save(const std::string& pagePath, const Bytes& newBytes
   }
 }
 
-StabilizedFingerprint SafeAdapter::flushAndSettle(const std::string& folder,
-                                                  const std::string& swapPath,
-                                                  const Settings& settings) {
-  std::future<void> flushed;
-  if (settings.overlapIndependentWork) {
-    // The readings do not depend on the folder flush, so they run while it is
-    // in flight. Waiting for it before returning keeps the flush ahead of the
-    // next change on disk (the move into the store or the exchange back).
-    try {
-      flushed = std::async(std::launch::async, [&] { fsyncDirectory(folder, fs_); });
-    } catch (const std::system_error&) {
-      // No thread to be had: flush here instead.
-    }
-  }
-  if (!flushed.valid()) {
-    fsyncDirectory(folder, fs_);
-  }
-  StabilizedFingerprint settled =
-      stabilizedFingerprint(swapPath, settings.settleInterval, settings.settleAttempts, fs_);
-  if (flushed.valid()) {
-    flushed.get();  // passes on anything thrown on the way (a test's simulated crash)
-  }
-  return settled;
+StabilizedFingerprint SafeAdapter::settle(const std::string& swapPath, const Settings& settings) {
+  return stabilizedFingerprint(swapPath, settings.settleInterval, settings.settleAttempts, fs_);
 }
 
 std::optional<Fingerprint> SafeAdapter::readBack(const std::string& pagePath) {
@@ -155,14 +135,17 @@ SaveOutcome SafeAdapter::performSave(const std::string& pagePath, const Bytes& n
   }
 
   // Staged in the page's own folder, so that it is on the page's file system
-  // and can be exchanged with it.
+  // and can be exchanged with it. Its bytes are flushed before the exchange can
+  // reach the disk; no folder is flushed until the displaced version lands in
+  // the store, whose flush carries every change made here before it (one
+  // folder's changes reach the disk in order, a rename as a whole).
   const std::string swapPath =
       joinPath(folder, swapFileName(lastComponent(pagePath), randomUuid()));
-  writeDurably(newBytes, swapPath, /*exclusive=*/true, 0644, fs_);
+  changes_.stage(swapPath, newBytes, 0644);
   // The page takes the staged inode, and with it the staged permission bits.
   copyPermissions(pagePath, swapPath, fs_);
   try {
-    swapPaths(swapPath, pagePath, fs_);
+    changes_.exchange(swapPath, pagePath);
   } catch (const FileOpError&) {
     // The page is untouched and the staged file holds only the editor's bytes,
     // which the editor still has.
@@ -170,8 +153,9 @@ SaveOutcome SafeAdapter::performSave(const std::string& pagePath, const Bytes& n
     throw;
   }
   // From here the page holds the new bytes and the swap file the displaced
-  // version; nothing below removes either.
-  const StabilizedFingerprint displaced = flushAndSettle(folder, swapPath, settings);
+  // version; nothing below removes either. Until the store takes the swap file,
+  // a power cut leaves the folder as it was before, or holding both versions.
+  const StabilizedFingerprint displaced = settle(swapPath, settings);
 
   // An unreadable displaced version is never taken for the expected one.
   const bool isExpected = !expectedFingerprint ||
@@ -201,8 +185,8 @@ SaveOutcome SafeAdapter::performSave(const std::string& pagePath, const Bytes& n
 
   // The foreign version goes back. On failure the swap file keeps it, and is
   // left for the sweep rather than removed.
-  swapPaths(swapPath, pagePath, fs_);
-  const StabilizedFingerprint withdrawn = flushAndSettle(folder, swapPath, settings);
+  changes_.exchange(swapPath, pagePath);
+  const StabilizedFingerprint withdrawn = settle(swapPath, settings);
   // Anything but the editor's bytes means the page changed yet again between
   // the two exchanges: a third version, kept as a foreign one.
   const RecoveryKind kind = withdrawn.fingerprint && *withdrawn.fingerprint == newFingerprint.get()

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 #include "storage/PageStorageAdapter.h"
 #include "storage/RecoveryStore.h"
@@ -16,7 +17,10 @@ namespace vorna::storage {
 // Saves a page as a compare-and-swap on its content: the new bytes are staged
 // and flushed beside the page, exchanged with it in one atomic step, and only
 // then is the displaced version examined. Every version that leaves the page's
-// path goes into the recovery store; no version is ever deleted.
+// path goes into the recovery store; no version is ever deleted. The save does
+// not flush the page's folder after an exchange: moving the displaced file into
+// the store, flushed there, carries the staging and the exchanges with it (a
+// copy into a store on another file system flushes the page's folder itself).
 //
 // - The displaced version is the expected one: the save stands, the old version
 //   is retained (displacedExpected) and the page is read back -> saved, or
@@ -30,11 +34,12 @@ namespace vorna::storage {
 // A missing page or a folder is SaveOutcome::error(pageMissing); anything else
 // that is not a regular file (a pipe, a device, a socket: "not a regular file:
 // {path}") and a page path that is not valid UTF-8 (which no sidecar could
-// record) are errors as well; all before anything is written. A later step that fails yields
-// SaveOutcome::error with that step's error text. What it leaves: a staged
-// ".vn-swap-" file beside the page holding a prefix of the new bytes, a
-// displaced or withdrawn version, or nothing; a payload in the store without
-// its sidecar. The page always holds one whole version.
+// record) are errors as well; all before anything is written. A later step
+// that fails yields SaveOutcome::error with that step's error text. What it
+// leaves: a displaced or withdrawn version in a ".vn-swap-" file beside the
+// page, for the next sweep, or nothing; with retainPendingBytes, a payload of
+// the editor's bytes without its sidecar. The page always holds one whole
+// version, and so does every state a power cut may leave.
 //
 // The page path must be canonical: its last component must not be a symbolic
 // link, since an exchange moves the link itself, not the file it names. The
@@ -76,11 +81,9 @@ class SafeAdapter final : public PageStorageAdapter {
   // On a foreign displaced version, put it back and withdraw the editor's bytes.
   bool restoreExternalVersion() const { return restoreExternalVersion_; }
   void setRestoreExternalVersion(bool restore) { restoreExternalVersion_ = restore; }
-  // Run work that touches no disk, or that the next change on disk does not
-  // depend on, alongside the steps before it: hashing a large page's new bytes
-  // while its staged copy is written, and flushing the page's folder while the
-  // displaced file is settled. The disk effects and their order are the same
-  // either way; on by default, off only to measure what it gains.
+  // Hash a large page's new bytes on another thread while its staged copy is
+  // written. Hashing touches no disk, so the disk effects and their order are
+  // the same either way; on by default, off only to measure what it gains.
   bool overlapIndependentWork() const { return overlapIndependentWork_; }
   void setOverlapIndependentWork(bool overlap) { overlapIndependentWork_ = overlap; }
 
@@ -99,10 +102,8 @@ class SafeAdapter final : public PageStorageAdapter {
 
   SaveOutcome performSave(const std::string& pagePath, const contracts::Bytes& newBytes,
                           const std::optional<Fingerprint>& expectedFingerprint);
-  // Flushes `folder` after an exchange and settles the fingerprint of the file
-  // that the exchange put at `swapPath`.
-  StabilizedFingerprint flushAndSettle(const std::string& folder, const std::string& swapPath,
-                                       const Settings& settings);
+  // The settled fingerprint of the file an exchange put at `swapPath`.
+  StabilizedFingerprint settle(const std::string& swapPath, const Settings& settings);
   // The page's fingerprint as the adapter leaves it; none when unreadable.
   std::optional<Fingerprint> readBack(const std::string& pagePath);
 
@@ -114,6 +115,7 @@ class SafeAdapter final : public PageStorageAdapter {
   std::atomic<bool> retainPendingBytes_;
   std::atomic<bool> restoreExternalVersion_;
   std::atomic<bool> overlapIndependentWork_{true};
+  DurableChanges changes_;
   std::mutex writeLock_;  // held for the whole of one save
 };
 

@@ -199,7 +199,7 @@ TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileIsReported) {
               LocalRecoveryService(workspace, dir / "plain", 20, 86400, fs, environment());
             }),
             "recovery store unavailable: cannot create " + dir / "plain/" + id +
-                ": mkdir failed on " + dir / "plain/" + id + ": Not a directory (20)");
+                ": mkdir failed on " + dir / "plain" + ": File exists (17)");
 
   std::string other = dir / "other";
   dir.makeFolder("other/" + id);

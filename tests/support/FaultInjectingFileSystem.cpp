@@ -7,14 +7,14 @@ namespace vorna::testing {
 
 const char* fsCallName(FsCall call) {
   static constexpr const char* kNames[] = {
-      "open", "close", "read", "write", "fsync", "fstat", "rename", "exchange", "unlink",
-      "mkdir", "rmdir", "stat", "lstat", "chmod", "readlink", "listDirectory",
+      "open",   "close", "read",  "write", "fsync", "fstat", "rename",   "exchange",
+      "unlink", "mkdir", "rmdir", "stat",  "lstat", "chmod", "readlink", "listDirectory",
   };
   return kNames[static_cast<int>(call)];
 }
 
-FaultInjectingFileSystem::FaultInjectingFileSystem()
-    : ForwardingFileSystem(storage::FileSystem::real()) {}
+FaultInjectingFileSystem::FaultInjectingFileSystem(storage::FileSystem& target)
+    : ForwardingFileSystem(target) {}
 
 void FaultInjectingFileSystem::failNth(FsCall call, int occurrence, int errorNumber) {
   std::lock_guard lock(mutex_);
@@ -32,20 +32,9 @@ void FaultInjectingFileSystem::failNthMatching(FsCall call, PathMatcher matches,
   rules_.push_back({call, occurrence, "", errorNumber, std::move(matches)});
 }
 
-void FaultInjectingFileSystem::afterNthMatching(FsCall call, PathMatcher matches, int occurrence,
-                                                std::function<void()> action) {
-  std::lock_guard lock(mutex_);
-  afterRules_.push_back({call, std::move(matches), occurrence, std::move(action)});
-}
-
 void FaultInjectingFileSystem::limitWrites(size_t limit) {
   std::lock_guard lock(mutex_);
   writeLimit_ = limit;
-}
-
-void FaultInjectingFileSystem::crashAtCall(size_t index) {
-  std::lock_guard lock(mutex_);
-  crashAt_ = index;
 }
 
 void FaultInjectingFileSystem::beforeCall(FsCall call,
@@ -57,10 +46,8 @@ void FaultInjectingFileSystem::beforeCall(FsCall call,
 void FaultInjectingFileSystem::clearFaults() {
   std::lock_guard lock(mutex_);
   rules_.clear();
-  afterRules_.clear();
   hooks_.clear();
   writeLimit_.reset();
-  crashAt_.reset();
 }
 
 std::vector<FaultInjectingFileSystem::Call> FaultInjectingFileSystem::calls() const {
@@ -94,15 +81,6 @@ FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
   {
     std::lock_guard lock(mutex_);
     calls_.push_back({call, path});
-    if (crashAt_ && calls_.size() == *crashAt_) {
-      throw SimulatedCrash{call, path};
-    }
-    for (const AfterRule& rule : afterRules_) {
-      if (rule.call == call && rule.matches(path) &&
-          countMatching(call, rule.matches) == rule.occurrence) {
-        admission.after = rule.action;
-      }
-    }
     for (const Rule& rule : rules_) {
       if (rule.call != call) {
         continue;
@@ -130,16 +108,6 @@ FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
   return admission;
 }
 
-template <typename Result>
-Result FaultInjectingFileSystem::finish(const Admission& admission, Result result) {
-  if (admission.after) {
-    int savedErrno = errno;
-    admission.after();
-    errno = savedErrno;
-  }
-  return result;
-}
-
 std::string FaultInjectingFileSystem::pathOf(int fd) const {
   std::lock_guard lock(mutex_);
   for (auto it = openPaths_.rbegin(); it != openPaths_.rend(); ++it) {
@@ -156,7 +124,7 @@ std::string FaultInjectingFileSystem::pathOf(int fd) const {
   Admission admission = admit(call, path); \
   if (admission.injectedErrno != 0) {      \
     errno = admission.injectedErrno;       \
-    return finish(admission, -1);          \
+    return -1;                             \
   }
 
 int FaultInjectingFileSystem::open(const std::string& path, int flags, mode_t mode) {
@@ -166,7 +134,7 @@ int FaultInjectingFileSystem::open(const std::string& path, int flags, mode_t mo
     std::lock_guard lock(mutex_);
     openPaths_.emplace_back(fd, path);
   }
-  return finish(admission, fd);
+  return fd;
 }
 
 int FaultInjectingFileSystem::close(int fd) {
@@ -186,12 +154,12 @@ int FaultInjectingFileSystem::close(int fd) {
     errno = admission.injectedErrno;
     result = -1;
   }
-  return finish(admission, result);
+  return result;
 }
 
 ssize_t FaultInjectingFileSystem::read(int fd, void* buffer, size_t count) {
   VORNA_ADMIT(FsCall::read, pathOf(fd));
-  return finish(admission, target().read(fd, buffer, count));
+  return target().read(fd, buffer, count);
 }
 
 ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count) {
@@ -201,77 +169,77 @@ ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count
     if (writeLimit_) {
       count = std::min(count, *writeLimit_);
       if (count == 0) {
-        return finish(admission, ssize_t{0});
+        return ssize_t{0};
       }
     }
   }
-  return finish(admission, target().write(fd, buffer, count));
+  return target().write(fd, buffer, count);
 }
 
 int FaultInjectingFileSystem::fsync(int fd) {
   VORNA_ADMIT(FsCall::fsync, pathOf(fd));
-  return finish(admission, target().fsync(fd));
+  return target().fsync(fd);
 }
 
 int FaultInjectingFileSystem::fstat(int fd, struct stat* out) {
   VORNA_ADMIT(FsCall::fstat, pathOf(fd));
-  return finish(admission, target().fstat(fd, out));
+  return target().fstat(fd, out);
 }
 
 int FaultInjectingFileSystem::rename(const std::string& from, const std::string& to) {
   VORNA_ADMIT(FsCall::rename, from);
-  return finish(admission, target().rename(from, to));
+  return target().rename(from, to);
 }
 
 int FaultInjectingFileSystem::renameNoReplace(const std::string& from, const std::string& to) {
   VORNA_ADMIT(FsCall::rename, from);
-  return finish(admission, target().renameNoReplace(from, to));
+  return target().renameNoReplace(from, to);
 }
 
 int FaultInjectingFileSystem::exchange(const std::string& a, const std::string& b) {
   VORNA_ADMIT(FsCall::exchange, a);
-  return finish(admission, target().exchange(a, b));
+  return target().exchange(a, b);
 }
 
 int FaultInjectingFileSystem::unlink(const std::string& path) {
   VORNA_ADMIT(FsCall::unlink, path);
-  return finish(admission, target().unlink(path));
+  return target().unlink(path);
 }
 
 int FaultInjectingFileSystem::mkdir(const std::string& path, mode_t mode) {
   VORNA_ADMIT(FsCall::mkdir, path);
-  return finish(admission, target().mkdir(path, mode));
+  return target().mkdir(path, mode);
 }
 
 int FaultInjectingFileSystem::rmdir(const std::string& path) {
   VORNA_ADMIT(FsCall::rmdir, path);
-  return finish(admission, target().rmdir(path));
+  return target().rmdir(path);
 }
 
 int FaultInjectingFileSystem::stat(const std::string& path, struct stat* out) {
   VORNA_ADMIT(FsCall::stat, path);
-  return finish(admission, target().stat(path, out));
+  return target().stat(path, out);
 }
 
 int FaultInjectingFileSystem::lstat(const std::string& path, struct stat* out) {
   VORNA_ADMIT(FsCall::lstat, path);
-  return finish(admission, target().lstat(path, out));
+  return target().lstat(path, out);
 }
 
 int FaultInjectingFileSystem::chmod(const std::string& path, mode_t mode) {
   VORNA_ADMIT(FsCall::chmod, path);
-  return finish(admission, target().chmod(path, mode));
+  return target().chmod(path, mode);
 }
 
 ssize_t FaultInjectingFileSystem::readlink(const std::string& path, std::string& target_) {
   VORNA_ADMIT(FsCall::readlink, path);
-  return finish(admission, target().readlink(path, target_));
+  return target().readlink(path, target_);
 }
 
 int FaultInjectingFileSystem::listDirectory(const std::string& path,
                                             std::vector<std::string>& names) {
   VORNA_ADMIT(FsCall::listDirectory, path);
-  return finish(admission, target().listDirectory(path, names));
+  return target().listDirectory(path, names);
 }
 
 #undef VORNA_ADMIT

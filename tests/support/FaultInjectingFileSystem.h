@@ -13,25 +13,32 @@ namespace vorna::testing {
 // The file-system calls a test can observe and fail. `rename` stands for both
 // kinds of rename, the replacing one and renameNoReplace.
 enum class FsCall {
-  open, close, read, write, fsync, fstat, rename, exchange, unlink, mkdir, rmdir,
-  stat, lstat, chmod, readlink, listDirectory,
+  open,
+  close,
+  read,
+  write,
+  fsync,
+  fstat,
+  rename,
+  exchange,
+  unlink,
+  mkdir,
+  rmdir,
+  stat,
+  lstat,
+  chmod,
+  readlink,
+  listDirectory,
 };
 
 const char* fsCallName(FsCall call);
 
-// Thrown from inside a call to stand for the process dying at that instant:
-// nothing after it runs, and the test then inspects what the disk holds.
-struct SimulatedCrash {
-  FsCall call;
-  std::string path;
-};
-
-// A real file system that records every call and fails the calls a test picks.
+// A file system (the real one unless another is given) that records every call
+// and fails the calls a test picks.
 //
 //   FaultInjectingFileSystem fs;
 //   fs.failNth(FsCall::exchange, 1, EXDEV);     // the first exchange fails
 //   fs.failWhere(FsCall::open, "/store/", EIO); // every open under /store/ fails
-//   fs.crashAtCall(7);                          // the 7th call never returns
 //
 // Paths are recorded for calls that take one; descriptor calls record the path
 // the descriptor was opened with. Thread-safe.
@@ -43,7 +50,7 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   };
   using PathMatcher = std::function<bool(const std::string& path)>;
 
-  FaultInjectingFileSystem();
+  explicit FaultInjectingFileSystem(storage::FileSystem& target = storage::FileSystem::real());
 
   // Fails the `occurrence`-th (1-based) call of `call` with `errorNumber`.
   void failNth(FsCall call, int occurrence, int errorNumber);
@@ -51,20 +58,12 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   void failWhere(FsCall call, std::string pathPart, int errorNumber);
   // Makes every write transfer at most `limit` bytes (0 makes writes return 0).
   void limitWrites(size_t limit);
-  // Throws SimulatedCrash instead of making the `index`-th call (1-based, all kinds counted).
-  void crashAtCall(size_t index);
   // Fails the `occurrence`-th (1-based) call of `call` among those whose path
   // `matches` accepts. Counting within such a group stays deterministic when
   // the code under test spreads other calls over several threads.
   void failNthMatching(FsCall call, PathMatcher matches, int occurrence, int errorNumber);
   // Runs `hook` just before each call of `call` is forwarded (after fault checks pass).
   void beforeCall(FsCall call, std::function<void(const std::string& path)> hook);
-  // Runs `action` right after the `occurrence`-th call of `call` whose path
-  // `matches` accepts has been made, before its result returns (errno kept).
-  // A crash test in a forked child passes an action that ends the process with
-  // _exit: the call's effect is on disk and nothing after it runs.
-  void afterNthMatching(FsCall call, PathMatcher matches, int occurrence,
-                        std::function<void()> action);
   void clearFaults();
 
   std::vector<Call> calls() const;
@@ -97,34 +96,22 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
     int errorNumber;
     PathMatcher matches;  // when set, occurrences count only the calls it accepts
   };
-  struct AfterRule {
-    FsCall call;
-    PathMatcher matches;
-    int occurrence;
-    std::function<void()> action;
-  };
   struct Admission {
-    int injectedErrno = 0;        // 0: forward the call
-    std::function<void()> after;  // to run once the call has been made
+    int injectedErrno = 0;  // 0: forward the call
   };
 
-  // Records the call, decides whether it fails and what runs after it.
+  // Records the call and decides whether it fails.
   Admission admit(FsCall call, const std::string& path);
   // Calls of `call` recorded so far whose path `matches` accepts. Needs mutex_.
   int countMatching(FsCall call, const PathMatcher& matches) const;
-  // Runs the admission's after-action, keeping errno, and returns `result`.
-  template <typename Result>
-  static Result finish(const Admission& admission, Result result);
   std::string pathOf(int fd) const;
 
   mutable std::mutex mutex_;
   std::vector<Call> calls_;
   std::vector<Rule> rules_;
-  std::vector<AfterRule> afterRules_;
   std::vector<std::pair<FsCall, std::function<void(const std::string&)>>> hooks_;
   std::vector<std::pair<int, std::string>> openPaths_;
   std::optional<size_t> writeLimit_;
-  std::optional<size_t> crashAt_;
 };
 
 }  // namespace vorna::testing

@@ -125,19 +125,6 @@ std::string VersionCensus::whereIs(const std::string& fingerprintHex) const {
   return "";
 }
 
-std::vector<std::string> VersionCensus::allVersions() const {
-  std::vector<std::string> versions;
-  if (pageFile_) {
-    versions.push_back(pageFile_->version);
-  }
-  for (const auto* files : {&swapFiles_, &payloads_, &others_}) {
-    for (const auto& [name, file] : *files) {
-      versions.push_back(file.version);
-    }
-  }
-  return versions;
-}
-
 std::vector<std::string> VersionCensus::inconsistentSidecars() const {
   std::vector<std::string> problems;
   for (const auto& [name, sidecar] : sidecars_) {
@@ -154,20 +141,6 @@ std::vector<std::string> VersionCensus::inconsistentSidecars() const {
     }
   }
   return problems;
-}
-
-std::optional<std::string> VersionCensus::versionOfInode(ino_t inode) const {
-  if (pageFile_ && pageFile_->inode == inode) {
-    return pageFile_->version;
-  }
-  for (const auto* files : {&swapFiles_, &payloads_, &others_}) {
-    for (const auto& [name, file] : *files) {
-      if (file.inode == inode) {
-        return file.version;
-      }
-    }
-  }
-  return std::nullopt;
 }
 
 }  // namespace vorna::testing

@@ -25,22 +25,14 @@ class VersionCensus {
   // changes a file, and a census is only taken while nobody writes.
   void take();
 
-  // The page's bytes; none when no regular file is at the page's path.
-  const std::optional<std::string>& page() const { return page_; }
   // "page", "swap", "store" or "other": where a whole copy of the version is
   // (the first of these that holds one); "" when there is none.
   std::string whereIs(const std::string& fingerprintHex) const;
-  // Every version found anywhere.
-  std::vector<std::string> allVersions() const;
   size_t swapFileCount() const { return swapFiles_.size(); }
-  size_t payloadCount() const { return payloads_.size(); }
   // Sidecars that decode but disagree with their payload: it is missing, or its
   // bytes do not have the recorded fingerprint or byte count. Sidecars that do
   // not decode (cut short by a crash) are not judged here.
   std::vector<std::string> inconsistentSidecars() const;
-  // The fingerprint of the scanned file with this inode; none when no scanned
-  // file has it (the file is gone).
-  std::optional<std::string> versionOfInode(ino_t inode) const;
 
  private:
   struct File {
