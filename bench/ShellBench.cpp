@@ -29,9 +29,9 @@
 #include <vector>
 
 #include "app/EditorWindowController.h"
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
 #include "contracts/BridgeResponse.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 #include "support/BenchSupport.h"
 
 extern char** environ;
@@ -103,12 +103,13 @@ int childShellStart() {
 int childBareStart() {
   gtk_init();
   static std::string page = kPage;
-  auto context = app::GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
+  auto context = contracts::GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
   webkit_web_context_register_uri_scheme(
       context.get(), "vorna",
       [](WebKitURISchemeRequest* request, gpointer) {
-        auto stream = app::GObjectPtr<GInputStream>::adopt(g_memory_input_stream_new_from_data(
-            page.data(), static_cast<gssize>(page.size()), nullptr));
+        auto stream =
+            contracts::GObjectPtr<GInputStream>::adopt(g_memory_input_stream_new_from_data(
+                page.data(), static_cast<gssize>(page.size()), nullptr));
         webkit_uri_scheme_request_finish(request, stream.get(), static_cast<gint64>(page.size()),
                                          "text/html");
       },
@@ -142,14 +143,14 @@ std::string pageCall(app::EditorWindowController& controller, const std::string&
       [](GObject* view, GAsyncResult* result, gpointer data) {
         auto* pending = static_cast<Call*>(data);
         GError* error = nullptr;
-        auto value =
-            app::GObjectPtr<JSCValue>::adopt(webkit_web_view_call_async_javascript_function_finish(
-                WEBKIT_WEB_VIEW(view), result, &error));
-        app::GErrorPtr owned(error);
+        auto value = contracts::GObjectPtr<JSCValue>::adopt(
+            webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(view), result,
+                                                                  &error));
+        contracts::GErrorPtr owned(error);
         if (owned) {
           std::fprintf(stderr, "ShellBench: page script failed: %s\n", owned->message);
         } else if (value) {
-          app::GText text(jsc_value_to_string(value.get()));
+          contracts::GText text(jsc_value_to_string(value.get()));
           pending->result = text.get();
         }
         pending->done = true;

@@ -9,13 +9,14 @@
 #include "app/CommandLineHelp.h"
 #include "app/E2ERunner.h"
 #include "app/EditorWindowController.h"
-#include "app/FilePaths.h"
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
 #include "app/MainMenu.h"
 #include "app/SignalConnect.h"
 #include "app/SmokeRunner.h"
 #include "app/UserDefaults.h"
+#include "bridge/ItemFacts.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
+#include "recovery/PathForms.h"
 
 #ifndef VORNA_VERSION
 #define VORNA_VERSION "0"
@@ -68,7 +69,8 @@ int AppDelegate::run(const char* programPath) {
   // The self-test modes run beside any editor that is open, never through it.
   auto flags = static_cast<GApplicationFlags>(G_APPLICATION_HANDLES_OPEN |
                                               (options_.selfTest() ? G_APPLICATION_NON_UNIQUE : 0));
-  auto application = GObjectPtr<GtkApplication>::adopt(gtk_application_new(kApplicationId, flags));
+  auto application =
+      contracts::GObjectPtr<GtkApplication>::adopt(gtk_application_new(kApplicationId, flags));
   application_ = application.get();
 
   connectSignal(
@@ -88,7 +90,7 @@ int AppDelegate::run(const char* programPath) {
         auto* self = static_cast<AppDelegate*>(data);
         std::vector<std::string> paths;
         for (int i = 0; i < count; ++i) {
-          GText path(g_file_get_path(files[i]));
+          contracts::GText path(g_file_get_path(files[i]));
           if (path) {
             paths.emplace_back(path.get());
           }
@@ -102,7 +104,7 @@ int AppDelegate::run(const char* programPath) {
 
   GError* error = nullptr;
   if (!g_application_register(G_APPLICATION(application.get()), nullptr, &error)) {
-    GErrorPtr owned(error);
+    contracts::GErrorPtr owned(error);
     std::fprintf(stderr, "Vorna: could not start: %s\n", owned->message);
     return 1;
   }
@@ -119,8 +121,8 @@ int AppDelegate::run(const char* programPath) {
   }
   std::vector<std::string> uris;
   for (const std::string& path : paths) {
-    auto file = GObjectPtr<GFile>::adopt(g_file_new_for_commandline_arg(path.c_str()));
-    GText uri(g_file_get_uri(file.get()));
+    auto file = contracts::GObjectPtr<GFile>::adopt(g_file_new_for_commandline_arg(path.c_str()));
+    contracts::GText uri(g_file_get_uri(file.get()));
     uris.emplace_back(uri.get());
   }
   std::vector<char*> argv{const_cast<char*>(programPath)};
@@ -256,7 +258,7 @@ void AppDelegate::openFolder() {
       GTK_RESPONSE_CANCEL, "Open Folder", kOpenFolderResponse, "Open", GTK_RESPONSE_ACCEPT,
       nullptr);
   gtk_dialog_set_default_response(GTK_DIALOG(dialog), GTK_RESPONSE_ACCEPT);
-  auto pages = GObjectPtr<GtkFileFilter>::adopt(gtk_file_filter_new());
+  auto pages = contracts::GObjectPtr<GtkFileFilter>::adopt(gtk_file_filter_new());
   gtk_file_filter_set_name(pages.get(), "HTML pages");
   for (const char* suffix : {"html", "htm"}) {
     gtk_file_filter_add_suffix(pages.get(), suffix);
@@ -268,16 +270,16 @@ void AppDelegate::openFolder() {
       +[](GtkDialog* shown, int response, gpointer data) {
         auto* self = static_cast<AppDelegate*>(data);
         GtkFileChooser* chooser = GTK_FILE_CHOOSER(shown);
-        auto file = GObjectPtr<GFile>::adopt(response == GTK_RESPONSE_ACCEPT ||
-                                                     response == kOpenFolderResponse
-                                                 ? gtk_file_chooser_get_file(chooser)
-                                                 : nullptr);
+        auto file = contracts::GObjectPtr<GFile>::adopt(response == GTK_RESPONSE_ACCEPT ||
+                                                                response == kOpenFolderResponse
+                                                            ? gtk_file_chooser_get_file(chooser)
+                                                            : nullptr);
         if (response == kOpenFolderResponse &&
             (!file || g_file_query_file_type(file.get(), G_FILE_QUERY_INFO_NONE, nullptr) !=
                           G_FILE_TYPE_DIRECTORY)) {
-          file = GObjectPtr<GFile>::adopt(gtk_file_chooser_get_current_folder(chooser));
+          file = contracts::GObjectPtr<GFile>::adopt(gtk_file_chooser_get_current_folder(chooser));
         }
-        GText path(file ? g_file_get_path(file.get()) : nullptr);
+        contracts::GText path(file ? g_file_get_path(file.get()) : nullptr);
         gtk_window_destroy(GTK_WINDOW(shown));
         if (!path || !self->controller_) {
           return;
@@ -295,7 +297,8 @@ void AppDelegate::openFolder() {
 std::optional<std::string> AppDelegate::rememberedFolder() const {
   std::optional<std::string> path =
       UserDefaults(UserDefaults::standardPath()).string(UserDefaults::kLastFolderKey);
-  if (!path || !isDirectory(*path)) {
+  if (!path ||
+      !(bridge::kindOf(*path, storage::FileSystem::real()) == bridge::ItemKind::directory)) {
     return std::nullopt;
   }
   return path;
@@ -306,7 +309,7 @@ void AppDelegate::remember(const std::string& folder) {
     return;
   }
   UserDefaults(UserDefaults::standardPath())
-      .setString(UserDefaults::kLastFolderKey, standardizedPath(folder));
+      .setString(UserDefaults::kLastFolderKey, recovery::standardisedPath(folder));
 }
 
 void AppDelegate::installActions() {

@@ -12,15 +12,16 @@
 #include <filesystem>
 #include <thread>
 
-#include "app/FilePaths.h"
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
-#include "app/MIME.h"
 #include "app/MainThread.h"
 #include "app/UrlParts.h"
 #include "app/UserScripts.h"
+#include "bridge/ContentTypes.h"
+#include "bridge/PathExtension.h"
 #include "contracts/BridgeRequest.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 #include "contracts/Json.h"
+#include "recovery/PathForms.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 
@@ -92,8 +93,8 @@ class EngineBodyStream : public RequestBodyStream {
 }  // namespace
 
 struct AppSchemeHandler::PendingRequest {
-  GObjectPtr<WebKitURISchemeRequest> request;
-  GObjectPtr<GInputStream> body;
+  contracts::GObjectPtr<WebKitURISchemeRequest> request;
+  contracts::GObjectPtr<GInputStream> body;
 };
 
 AppSchemeHandler::AppSchemeHandler(std::shared_ptr<HostContext> host)
@@ -121,7 +122,7 @@ void AppSchemeHandler::registerWith(WebKitWebContext* context, std::shared_ptr<H
 void AppSchemeHandler::start(WebKitURISchemeRequest* request) {
   live_.insert(request);
   auto pending = std::make_shared<PendingRequest>();
-  pending->request = GObjectPtr<WebKitURISchemeRequest>::ref(request);
+  pending->request = contracts::GObjectPtr<WebKitURISchemeRequest>::ref(request);
 
   SchemeRequest copy;
   if (const char* uri = webkit_uri_scheme_request_get_uri(request)) {
@@ -145,8 +146,8 @@ void AppSchemeHandler::start(WebKitURISchemeRequest* request) {
   // bytes; api() refuses that call.
   std::optional<std::string> path = copy.url ? decodedPath(*copy.url) : std::nullopt;
   if (path && startsWith(*path, "/api/") && bodyMayBeRead(copy)) {
-    pending->body =
-        GObjectPtr<GInputStream>::adopt(webkit_uri_scheme_request_get_http_body(request));
+    pending->body = contracts::GObjectPtr<GInputStream>::adopt(
+        webkit_uri_scheme_request_get_http_body(request));
     if (pending->body) {
       copy.bodyStream = std::make_shared<EngineBodyStream>(pending->body.get());
     }
@@ -269,9 +270,9 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
     return HTTPReply::error(500, "the editor (_app/) was not found next to this executable");
   }
   char resolved[PATH_MAX];
-  std::string root = standardizedPath(::realpath(host.appDirectory()->c_str(), resolved) != nullptr
-                                          ? resolved
-                                          : *host.appDirectory());
+  std::string root = recovery::standardisedPath(
+      ::realpath(host.appDirectory()->c_str(), resolved) != nullptr ? resolved
+                                                                    : *host.appDirectory());
   std::string rootPrefix = root.back() == '/' ? root : root + "/";
 
   std::string relative = decodedPath(url).value_or("");
@@ -280,7 +281,7 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   if (relative.find('\0') != std::string::npos) {
     return HTTPReply::error(404, "not found: " + relative);  // no file name holds a NUL
   }
-  std::string candidate = standardizedPath(rootPrefix + relative);
+  std::string candidate = recovery::standardisedPath(rootPrefix + relative);
   if (!startsWith(candidate, rootPrefix)) {
     return HTTPReply::error(403, "outside the editor folder");
   }
@@ -301,7 +302,7 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   }
   HTTPReply reply;
   reply.status = 200;
-  reply.headers["Content-Type"] = MIME::contentType(lowerExtension(target));
+  reply.headers["Content-Type"] = std::string(bridge::ContentTypes::forPath(target));
   std::string modified = httpDate(info.st_mtim.tv_sec);
   if (!modified.empty()) {
     reply.headers["Last-Modified"] = modified;
@@ -336,7 +337,8 @@ void AppSchemeHandler::deliver(HTTPReply reply, PendingRequest& pending) {
     return;
   }
   if (reply.status < 100 || reply.status > 599) {
-    GErrorPtr error(g_error_new(G_IO_ERROR, G_IO_ERROR_INVALID_DATA, "bad server response"));
+    contracts::GErrorPtr error(
+        g_error_new(G_IO_ERROR, G_IO_ERROR_INVALID_DATA, "bad server response"));
     webkit_uri_scheme_request_finish_error(request, error.get());
     return;
   }
@@ -346,11 +348,12 @@ void AppSchemeHandler::deliver(HTTPReply reply, PendingRequest& pending) {
 
   // The body moves into the stream without a copy; GBytes frees it.
   auto* body = new Bytes(head ? Bytes() : std::move(reply.body));
-  GBytesPtr bytes(g_bytes_new_with_free_func(
+  contracts::GBytesPtr bytes(g_bytes_new_with_free_func(
       body->data(), body->size(), [](gpointer data) { delete static_cast<Bytes*>(data); }, body));
-  auto stream = GObjectPtr<GInputStream>::adopt(g_memory_input_stream_new_from_bytes(bytes.get()));
+  auto stream =
+      contracts::GObjectPtr<GInputStream>::adopt(g_memory_input_stream_new_from_bytes(bytes.get()));
   auto length = static_cast<gint64>(g_bytes_get_size(bytes.get()));
-  auto response = GObjectPtr<WebKitURISchemeResponse>::adopt(
+  auto response = contracts::GObjectPtr<WebKitURISchemeResponse>::adopt(
       webkit_uri_scheme_response_new(stream.get(), length));
   webkit_uri_scheme_response_set_status(response.get(), static_cast<guint>(reply.status),
                                         soup_status_get_phrase(static_cast<guint>(reply.status)));

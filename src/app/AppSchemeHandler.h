@@ -23,7 +23,7 @@ namespace vorna::app {
 class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
  public:
   static constexpr const char* kScheme = "vorna";
-  static constexpr const char* kQueueLabel = "com.lumenfold.vorna.scheme";
+  static constexpr const char* kQueueLabel = "app.vorna.Vorna.scheme";
   // Sent with every answer, so every document of the editor has it, and the
   // srcdoc, data: and blob: frames in them inherit it. No script runs from a
   // javascript: URL or inline (a javascript: URL could replace the editor

@@ -6,12 +6,12 @@
 #include <exception>
 
 #include "app/BridgeMessage.h"
-#include "app/GObjectPtr.h"
 #include "app/JscJson.h"
 #include "app/MainThread.h"
 #include "app/MessageReply.h"
 #include "app/SignalConnect.h"
 #include "contracts/BridgeRequest.h"
+#include "contracts/GObjectPtr.h"
 
 namespace vorna::app {
 namespace {
@@ -26,16 +26,21 @@ using ReplyPtr = std::unique_ptr<WebKitScriptMessageReply, ReplyDeleter>;
 // The reply object is built member by member: the body can be tens of
 // megabytes of base64, which is cheaper as one string than as JSON text.
 void sendReply(WebKitScriptMessageReply* reply, JSCContext* context, const MessageReply& answer) {
-  auto object = GObjectPtr<JSCValue>::adopt(jsc_value_new_object(context, nullptr, nullptr));
-  auto status = GObjectPtr<JSCValue>::adopt(jsc_value_new_number(context, answer.status));
+  auto object =
+      contracts::GObjectPtr<JSCValue>::adopt(jsc_value_new_object(context, nullptr, nullptr));
+  auto status =
+      contracts::GObjectPtr<JSCValue>::adopt(jsc_value_new_number(context, answer.status));
   jsc_value_object_set_property(object.get(), "status", status.get());
-  auto headers = GObjectPtr<JSCValue>::adopt(jsc_value_new_object(context, nullptr, nullptr));
+  auto headers =
+      contracts::GObjectPtr<JSCValue>::adopt(jsc_value_new_object(context, nullptr, nullptr));
   for (const auto& [name, value] : answer.headers) {
-    auto text = GObjectPtr<JSCValue>::adopt(jsc_value_new_string(context, value.c_str()));
+    auto text =
+        contracts::GObjectPtr<JSCValue>::adopt(jsc_value_new_string(context, value.c_str()));
     jsc_value_object_set_property(headers.get(), name.c_str(), text.get());
   }
   jsc_value_object_set_property(object.get(), "headers", headers.get());
-  auto body = GObjectPtr<JSCValue>::adopt(jsc_value_new_string(context, answer.bodyBase64.c_str()));
+  auto body = contracts::GObjectPtr<JSCValue>::adopt(
+      jsc_value_new_string(context, answer.bodyBase64.c_str()));
   jsc_value_object_set_property(object.get(), "bodyBase64", body.get());
   webkit_script_message_reply_return_value(reply, object.get());
 }
@@ -77,9 +82,9 @@ void BridgeMessageHandler::connect(WebKitUserContentManager* manager) {
               std::move(message->body));
           // The reply and the context are engine objects: they travel to the
           // queue and back untouched and are released on the main thread.
-          auto held = std::make_shared<std::pair<ReplyPtr, GObjectPtr<JSCContext>>>(
+          auto held = std::make_shared<std::pair<ReplyPtr, contracts::GObjectPtr<JSCContext>>>(
               ReplyPtr(webkit_script_message_reply_ref(reply)),
-              GObjectPtr<JSCContext>::ref(context));
+              contracts::GObjectPtr<JSCContext>::ref(context));
           self->queue_.submit([bridge = std::move(bridge), request = std::move(request),
                                held = std::move(held)]() mutable {
             MessageReply answer;

@@ -15,7 +15,7 @@ namespace vorna::app {
 class BridgeMessageHandler {
  public:
   static constexpr const char* kName = "vorna";
-  static constexpr const char* kQueueLabel = "com.lumenfold.vorna.message";
+  static constexpr const char* kQueueLabel = "app.vorna.Vorna.message";
   static constexpr const char* kNotAnObject = "vorna: expected an object";
 
   explicit BridgeMessageHandler(std::shared_ptr<HostContext> host);

@@ -9,11 +9,11 @@
 #include <exception>
 
 #include "app/EditorWindowController.h"
-#include "app/FilePaths.h"
-#include "app/GUniquePtr.h"
 #include "app/JscJson.h"
 #include "app/PageTarget.h"
 #include "app/SignalConnect.h"
+#include "contracts/GUniquePtr.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 namespace {
@@ -36,7 +36,7 @@ std::optional<std::string> readText(const std::string& path) {
   if (!g_file_get_contents(path.c_str(), &contents, &length, nullptr)) {
     return std::nullopt;
   }
-  GText owned(contents);
+  contracts::GText owned(contents);
   if (!g_utf8_validate(contents, static_cast<gssize>(length), nullptr)) {
     return std::nullopt;
   }
@@ -49,7 +49,7 @@ E2ERunner::E2ERunner(EditorWindowController& controller, const std::string& fold
                      std::optional<std::string> page, std::string scenario, SelfTestOutput output,
                      Settings settings)
     : controller_(controller),
-      folder_(standardizedPath(folder)),
+      folder_(recovery::standardisedPath(folder)),
       page_(std::move(page)),
       scenario_(std::move(scenario)),
       output_(std::move(output)),
@@ -257,9 +257,9 @@ void E2ERunner::finishWithSnapshot() {
       [](GObject* view, GAsyncResult* result, gpointer data) {
         std::unique_ptr<Pending> pending(static_cast<Pending*>(data));
         GError* error = nullptr;
-        auto texture = GObjectPtr<GdkTexture>::adopt(
+        auto texture = contracts::GObjectPtr<GdkTexture>::adopt(
             webkit_web_view_get_snapshot_finish(WEBKIT_WEB_VIEW(view), result, &error));
-        GErrorPtr owned(error);
+        contracts::GErrorPtr owned(error);
         auto self = pending->alive.lock();
         if (!self || !(*self)->deadline_.pending()) {
           return;  // the runner is gone, or the run already ended without it

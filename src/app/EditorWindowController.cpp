@@ -11,15 +11,15 @@
 #include "app/BridgeMessageHandler.h"
 #include "app/EditingMenu.h"
 #include "app/EditorUrl.h"
-#include "app/FilePaths.h"
-#include "app/GUniquePtr.h"
 #include "app/JscJson.h"
 #include "app/MainThread.h"
 #include "app/NavigationPolicy.h"
 #include "app/SignalConnect.h"
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
+#include "contracts/GUniquePtr.h"
 #include "contracts/Json.h"
+#include "recovery/PathForms.h"
 #include "storage/PathNames.h"
 #include "storage/UserFolders.h"
 
@@ -73,7 +73,7 @@ std::string filterFolder() {
 }
 
 std::string blockerIdentifier() {
-  GText digest(
+  contracts::GText digest(
       g_compute_checksum_for_string(G_CHECKSUM_SHA256, NavigationPolicy::contentBlockRules(), -1));
   return "vorna-external-" + std::string(digest.get()).substr(0, 16);
 }
@@ -91,7 +91,7 @@ EditorWindowController::EditorWindowController(bool isSmoke, bool headless,
       seams_(std::move(seams)),
       host_(std::make_shared<HostContext>(HostContext::locateAppDirectory())),
       bridgeMessages_(std::make_unique<BridgeMessageHandler>(host_)),
-      cancellable_(GObjectPtr<GCancellable>::adopt(g_cancellable_new())) {
+      cancellable_(contracts::GObjectPtr<GCancellable>::adopt(g_cancellable_new())) {
   buildWebView();
   drafts_ = std::make_unique<DraftHandshake>(webView_.get());
   buildWindow(application);
@@ -122,14 +122,15 @@ EditorWindowController::~EditorWindowController() {
 }
 
 void EditorWindowController::buildWebView() {
-  context_ = GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
+  context_ = contracts::GObjectPtr<WebKitWebContext>::adopt(webkit_web_context_new());
   // The document-browser model keeps a page the main frame left whole for a
   // while (the document viewer keeps none), so that the editor can be brought
   // back as it was, the text being edited included (see keepEditor).
   webkit_web_context_set_cache_model(context_.get(), WEBKIT_CACHE_MODEL_DOCUMENT_BROWSER);
   AppSchemeHandler::registerWith(context_.get(), host_);
 
-  contentManager_ = GObjectPtr<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
+  contentManager_ =
+      contracts::GObjectPtr<WebKitUserContentManager>::adopt(webkit_user_content_manager_new());
   std::vector<UserScript> scripts = UserScripts::all();
   scripts.push_back(UserScripts::bodyGuard());
   for (const UserScript& script : scripts) {
@@ -144,7 +145,7 @@ void EditorWindowController::buildWebView() {
   webkit_user_content_manager_register_script_message_handler(contentManager_.get(),
                                                               ShellMessageHandler::kName, nullptr);
 
-  auto settings = GObjectPtr<WebKitSettings>::adopt(webkit_settings_new());
+  auto settings = contracts::GObjectPtr<WebKitSettings>::adopt(webkit_settings_new());
   webkit_settings_set_enable_javascript(settings.get(), TRUE);
   webkit_settings_set_enable_developer_extras(settings.get(), TRUE);
   webkit_settings_set_enable_back_forward_navigation_gestures(settings.get(), FALSE);
@@ -154,16 +155,16 @@ void EditorWindowController::buildWebView() {
   // variable, which would move with the folder the program was started from.
   std::string data = storage::joinPath(userFolder("XDG_DATA_HOME", ".local/share"), "vorna");
   std::string cache = storage::joinPath(userFolder("XDG_CACHE_HOME", ".cache"), "vorna");
-  auto session = GObjectPtr<WebKitNetworkSession>::adopt(
+  auto session = contracts::GObjectPtr<WebKitNetworkSession>::adopt(
       webkit_network_session_new(data.c_str(), cache.c_str()));
-  webView_ = GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(g_object_new(
+  webView_ = contracts::GObjectPtr<WebKitWebView>::ref(WEBKIT_WEB_VIEW(g_object_new(
       WEBKIT_TYPE_WEB_VIEW, "web-context", context_.get(), "network-session", session.get(),
       "user-content-manager", contentManager_.get(), "settings", settings.get(), nullptr)));
 }
 
 void EditorWindowController::buildWindow(GtkApplication* application) {
-  window_ =
-      GObjectPtr<GtkWindow>::ref(GTK_WINDOW(g_object_new(GTK_TYPE_APPLICATION_WINDOW, nullptr)));
+  window_ = contracts::GObjectPtr<GtkWindow>::ref(
+      GTK_WINDOW(g_object_new(GTK_TYPE_APPLICATION_WINDOW, nullptr)));
   if (application != nullptr) {
     gtk_window_set_application(window_.get(), application);
   }
@@ -224,7 +225,7 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
       {"find", "find"},
   };
   auto addAction = [this](const char* name, const char* command, GCallback run) {
-    auto action = GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));
+    auto action = contracts::GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));
     g_object_set_data(G_OBJECT(action.get()), "vorna-command", const_cast<char*>(command));
     connectSignal(action.get(), "activate", run, this);
     g_action_map_add_action(G_ACTION_MAP(window_.get()), G_ACTION(action.get()));
@@ -245,197 +246,209 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
   }
 }
 
+struct EditorWindowController::Signals {
+  static gboolean onCloseRequest(GtkWindow* window, gpointer data);
+  static void onDestroy(GtkWidget* window, gpointer data);
+  static void onTitleChanged(WebKitWebView* view, GParamSpec* property, gpointer data);
+  static gboolean onContextMenu(WebKitWebView* view, WebKitContextMenu* menu,
+                                WebKitHitTestResult* hit, gpointer data);
+  static void onShellMessage(WebKitUserContentManager* manager, JSCValue* value, gpointer data);
+  static gboolean onDecidePolicy(WebKitWebView* view, WebKitPolicyDecision* decision,
+                                 WebKitPolicyDecisionType type, gpointer data);
+  static GtkWidget* onCreate(WebKitWebView* view, WebKitNavigationAction* action, gpointer data);
+  static void onLoadChanged(WebKitWebView* view, WebKitLoadEvent event, gpointer data);
+  static gboolean onLoadFailed(WebKitWebView* view, WebKitLoadEvent event, char* uri, GError* error,
+                               gpointer data);
+  static void onWebProcessTerminated(WebKitWebView* view, WebKitWebProcessTerminationReason reason,
+                                     gpointer data);
+  static gboolean onScriptDialog(WebKitWebView* view, WebKitScriptDialog* dialog, gpointer data);
+  static gboolean onRunFileChooser(WebKitWebView* view, WebKitFileChooserRequest* request,
+                                   gpointer data);
+  // The URL a navigation asks for, and whether a link was clicked.
+  static std::pair<std::string, bool> navigationOf(WebKitNavigationAction* action);
+};
+
+// One handler per signal; `data` is the controller, which outlives the web
+// view and the window whose signals reach it.
 void EditorWindowController::connectSignals(EditorWindowController* self) {
-  connectSignal(
-      self->window_.get(), "close-request",
-      +[](GtkWindow*, gpointer data) -> gboolean {
-        auto* controller = static_cast<EditorWindowController*>(data);
-        if (!controller->closeAgreed_ && controller->bridge_) {
-          // The window closes once the page has stored any unsaved text.
-          controller->storePageDraft([alive = Alive(controller->alive_)] {
-            if (auto held = alive.lock(); held && !(*held)->windowClosed_) {
-              (*held)->closeAgreed_ = true;
-              gtk_window_close((*held)->window_.get());
-            }
-          });
-          return TRUE;
-        }
-        if (!controller->headless_) {
-          guarded("saving the window frame", [&] { controller->saveFrame(); });
-        }
-        return FALSE;
-      },
-      self);
-  connectSignal(
-      self->webView_.get(), "notify::title",
-      +[](WebKitWebView* view, GParamSpec*, gpointer data) {
-        // The editor names the page, its folder and whether it is saved.
-        const char* title = webkit_web_view_get_title(view);
-        gtk_window_set_title(static_cast<EditorWindowController*>(data)->window_.get(),
-                             title != nullptr && *title != '\0' ? title : "Vorna");
-      },
-      self);
-  connectSignal(
-      self->webView_.get(), "context-menu",
-      +[](WebKitWebView*, WebKitContextMenu* menu, WebKitHitTestResult*,
-          gpointer data) -> gboolean {
-        auto* controller = static_cast<EditorWindowController*>(data);
-        bool none = true;
-        guarded("a context menu", [&] {
-          std::vector<std::string> offered = EditingMenu::labels(menu);
-          std::vector<std::string> shown =
-              EditingMenu::trim(menu, G_ACTION_MAP(controller->window_.get()));
-          if (controller->contextMenuObserver_) {
-            controller->contextMenuObserver_(offered, shown);
-          }
-          none = shown.empty();
-        });
-        return none ? TRUE : FALSE;
-      },
-      self);
-  connectSignal(
-      self->window_.get(), "destroy",
-      +[](GtkWidget*, gpointer data) {
-        static_cast<EditorWindowController*>(data)->windowClosed_ = true;
-      },
-      self);
+  GtkWindow* window = self->window_.get();
+  WebKitWebView* view = self->webView_.get();
+  connectSignal(window, "close-request", Signals::onCloseRequest, self);
+  connectSignal(window, "destroy", Signals::onDestroy, self);
+  connectSignal(view, "notify::title", Signals::onTitleChanged, self);
+  connectSignal(view, "context-menu", Signals::onContextMenu, self);
+  connectSignal(self->contentManager_.get(), "script-message-received::vornaShell",
+                Signals::onShellMessage, self);
+  connectSignal(view, "decide-policy", Signals::onDecidePolicy, self);
+  connectSignal(view, "create", Signals::onCreate, self);
+  connectSignal(view, "load-changed", Signals::onLoadChanged, self);
+  connectSignal(view, "load-failed", Signals::onLoadFailed, self);
+  connectSignal(view, "web-process-terminated", Signals::onWebProcessTerminated, self);
+  connectSignal(view, "script-dialog", Signals::onScriptDialog, self);
+  connectSignal(view, "run-file-chooser", Signals::onRunFileChooser, self);
+}
 
-  connectSignal(
-      self->contentManager_.get(), "script-message-received::vornaShell",
-      +[](WebKitUserContentManager*, JSCValue* value, gpointer data) {
-        guarded("a shell message", [&] {
-          static_cast<EditorWindowController*>(data)->shellMessages_.receive(jsonFromJsc(value));
-        });
-      },
-      self);
+gboolean EditorWindowController::Signals::onCloseRequest(GtkWindow*, gpointer data) {
+  auto* controller = static_cast<EditorWindowController*>(data);
+  if (!controller->closeAgreed_ && controller->bridge_) {
+    // The window closes once the page has stored any unsaved text.
+    controller->storePageDraft([alive = Alive(controller->alive_)] {
+      if (auto held = alive.lock(); held && !(*held)->windowClosed_) {
+        (*held)->closeAgreed_ = true;
+        gtk_window_close((*held)->window_.get());
+      }
+    });
+    return TRUE;
+  }
+  if (!controller->headless_) {
+    guarded("saving the window frame", [&] { controller->saveFrame(); });
+  }
+  return FALSE;
+}
 
-  connectSignal(
-      self->webView_.get(), "decide-policy",
-      +[](WebKitWebView*, WebKitPolicyDecision* decision, WebKitPolicyDecisionType type,
-          gpointer data) -> gboolean {
-        auto* controller = static_cast<EditorWindowController*>(data);
-        bool allow = false;
-        guarded("a navigation decision", [&] {
-          if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
-            auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
-            const char* uri =
-                webkit_uri_request_get_uri(webkit_response_policy_decision_get_request(response));
-            // Unsupported types would otherwise turn into downloads.
-            allow = NavigationPolicy::allowsResponse(
-                        uri == nullptr ? "" : uri,
-                        webkit_response_policy_decision_is_main_frame_main_resource(response)) &&
-                    webkit_response_policy_decision_is_mime_type_supported(response);
-            return;
-          }
-          WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
-              WEBKIT_NAVIGATION_POLICY_DECISION(decision));
-          const char* uri =
-              webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
-          std::string url = uri == nullptr ? "" : uri;
-          bool link = webkit_navigation_action_get_navigation_type(action) ==
-                      WEBKIT_NAVIGATION_TYPE_LINK_CLICKED;
-          // The engine does not say which frame a navigation is for. So about:,
-          // blob: and data: pass here for every frame; a main-frame blob: or
-          // data: document is then refused by the response decision (and the
-          // engine refuses top-level data: itself). A main-frame about: page
-          // has no response: the commit brings the editor back (keepEditor).
-          NavigationDecision decided =
-              type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION
-                  ? NavigationPolicy::decideNewWindow(url, link)
-                  : NavigationPolicy::decide(url, link, NavigationPolicy::Frame::unknown);
-          controller->countNavigation(decided, url);
-          allow = decided.allow;
-        });
-        if (allow) {
-          webkit_policy_decision_use(decision);
-        } else {
-          webkit_policy_decision_ignore(decision);
-        }
-        return TRUE;
-      },
-      self);
+void EditorWindowController::Signals::onDestroy(GtkWidget*, gpointer data) {
+  static_cast<EditorWindowController*>(data)->windowClosed_ = true;
+}
 
-  connectSignal(
-      self->webView_.get(), "create",
-      +[](WebKitWebView*, WebKitNavigationAction* action, gpointer data) -> GtkWidget* {
-        guarded("a new-window request", [&] {
-          const char* uri =
-              webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
-          std::string url = uri == nullptr ? "" : uri;
-          bool link = webkit_navigation_action_get_navigation_type(action) ==
-                      WEBKIT_NAVIGATION_TYPE_LINK_CLICKED;
-          static_cast<EditorWindowController*>(data)->countNavigation(
-              NavigationPolicy::decideNewWindow(url, link), url);
-        });
-        return nullptr;
-      },
-      self);
+void EditorWindowController::Signals::onTitleChanged(WebKitWebView* view, GParamSpec*,
+                                                     gpointer data) {
+  // The editor names the page, its folder and whether it is saved.
+  const char* title = webkit_web_view_get_title(view);
+  gtk_window_set_title(static_cast<EditorWindowController*>(data)->window_.get(),
+                       title != nullptr && *title != '\0' ? title : "Vorna");
+}
 
-  connectSignal(
-      self->webView_.get(), "load-changed",
-      +[](WebKitWebView*, WebKitLoadEvent event, gpointer data) {
-        if (event == WEBKIT_LOAD_COMMITTED) {
-          guarded("a committed load",
-                  [&] { static_cast<EditorWindowController*>(data)->keepEditor(); });
-        }
-        if (event == WEBKIT_LOAD_FINISHED) {
-          guarded("a finished load",
-                  [&] { static_cast<EditorWindowController*>(data)->finishLoad(true); });
-          guarded("changes held back", [&] {
-            auto* controller = static_cast<EditorWindowController*>(data);
-            for (const contracts::WorkspaceChange& held :
-                 std::exchange(controller->heldChanges_, {})) {
-              controller->deliver(held);
-            }
-          });
-        }
-      },
-      self);
-  connectSignal(
-      self->webView_.get(), "load-failed",
-      +[](WebKitWebView*, WebKitLoadEvent, char*, GError*, gpointer data) -> gboolean {
-        guarded("a failed load",
-                [&] { static_cast<EditorWindowController*>(data)->finishLoad(false); });
-        return FALSE;
-      },
-      self);
+gboolean EditorWindowController::Signals::onContextMenu(WebKitWebView*, WebKitContextMenu* menu,
+                                                        WebKitHitTestResult*, gpointer data) {
+  auto* controller = static_cast<EditorWindowController*>(data);
+  bool none = true;
+  guarded("a context menu", [&] {
+    std::vector<std::string> offered = EditingMenu::labels(menu);
+    std::vector<std::string> shown =
+        EditingMenu::trim(menu, G_ACTION_MAP(controller->window_.get()));
+    if (controller->contextMenuObserver_) {
+      controller->contextMenuObserver_(offered, shown);
+    }
+    none = shown.empty();
+  });
+  return none ? TRUE : FALSE;
+}
 
-  connectSignal(
-      self->webView_.get(), "web-process-terminated",
-      +[](WebKitWebView*, WebKitWebProcessTerminationReason reason, gpointer) {
-        const char* why = reason == WEBKIT_WEB_PROCESS_CRASHED ? "it crashed"
-                          : reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT
-                              ? "it exceeded its memory limit"
-                              : "the host ended it";
-        std::fprintf(stderr, "Vorna: the editor's web process ended: %s\n", why);
-      },
-      nullptr);
+void EditorWindowController::Signals::onShellMessage(WebKitUserContentManager*, JSCValue* value,
+                                                     gpointer data) {
+  guarded("a shell message", [&] {
+    static_cast<EditorWindowController*>(data)->shellMessages_.receive(jsonFromJsc(value));
+  });
+}
 
-  connectSignal(
-      self->webView_.get(), "script-dialog",
-      +[](WebKitWebView*, WebKitScriptDialog* dialog, gpointer data) -> gboolean {
-        auto* controller = static_cast<EditorWindowController*>(data);
-        switch (webkit_script_dialog_get_dialog_type(dialog)) {
-          case WEBKIT_SCRIPT_DIALOG_ALERT:
-            break;
-          case WEBKIT_SCRIPT_DIALOG_BEFORE_UNLOAD_CONFIRM:
-            webkit_script_dialog_confirm_set_confirmed(dialog, TRUE);
-            return TRUE;
-          default:
-            return TRUE;  // confirm answers false and prompt null, as with no dialog at all
-        }
-        controller->showAlert(dialog);
-        return TRUE;
-      },
-      self);
+gboolean EditorWindowController::Signals::onDecidePolicy(WebKitWebView*,
+                                                         WebKitPolicyDecision* decision,
+                                                         WebKitPolicyDecisionType type,
+                                                         gpointer data) {
+  auto* controller = static_cast<EditorWindowController*>(data);
+  bool allow = false;
+  guarded("a navigation decision", [&] {
+    if (type == WEBKIT_POLICY_DECISION_TYPE_RESPONSE) {
+      auto* response = WEBKIT_RESPONSE_POLICY_DECISION(decision);
+      const char* uri =
+          webkit_uri_request_get_uri(webkit_response_policy_decision_get_request(response));
+      // Unsupported types would otherwise turn into downloads.
+      allow = NavigationPolicy::allowsResponse(
+                  uri == nullptr ? "" : uri,
+                  webkit_response_policy_decision_is_main_frame_main_resource(response)) &&
+              webkit_response_policy_decision_is_mime_type_supported(response);
+      return;
+    }
+    WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
+        WEBKIT_NAVIGATION_POLICY_DECISION(decision));
+    const auto [url, link] = navigationOf(action);
+    // The engine does not say which frame a navigation is for. So about:,
+    // blob: and data: pass here for every frame; a main-frame blob: or data:
+    // document is then refused by the response decision (and the engine
+    // refuses top-level data: itself). A main-frame about: page has no
+    // response: the commit brings the editor back (keepEditor).
+    NavigationDecision decided =
+        type == WEBKIT_POLICY_DECISION_TYPE_NEW_WINDOW_ACTION
+            ? NavigationPolicy::decideNewWindow(url, link)
+            : NavigationPolicy::decide(url, link, NavigationPolicy::Frame::unknown);
+    controller->countNavigation(decided, url);
+    allow = decided.allow;
+  });
+  if (allow) {
+    webkit_policy_decision_use(decision);
+  } else {
+    webkit_policy_decision_ignore(decision);
+  }
+  return TRUE;
+}
 
-  connectSignal(
-      self->webView_.get(), "run-file-chooser",
-      +[](WebKitWebView*, WebKitFileChooserRequest* request, gpointer data) -> gboolean {
-        static_cast<EditorWindowController*>(data)->chooseFiles(request);
-        return TRUE;
-      },
-      self);
+GtkWidget* EditorWindowController::Signals::onCreate(WebKitWebView*, WebKitNavigationAction* action,
+                                                     gpointer data) {
+  guarded("a new-window request", [&] {
+    const auto [url, link] = navigationOf(action);
+    static_cast<EditorWindowController*>(data)->countNavigation(
+        NavigationPolicy::decideNewWindow(url, link), url);
+  });
+  return nullptr;
+}
+
+void EditorWindowController::Signals::onLoadChanged(WebKitWebView*, WebKitLoadEvent event,
+                                                    gpointer data) {
+  auto* controller = static_cast<EditorWindowController*>(data);
+  if (event == WEBKIT_LOAD_COMMITTED) {
+    guarded("a committed load", [&] { controller->keepEditor(); });
+  }
+  if (event == WEBKIT_LOAD_FINISHED) {
+    guarded("a finished load", [&] { controller->finishLoad(true); });
+    guarded("changes held back", [&] {
+      for (const contracts::WorkspaceChange& held : std::exchange(controller->heldChanges_, {})) {
+        controller->deliver(held);
+      }
+    });
+  }
+}
+
+gboolean EditorWindowController::Signals::onLoadFailed(WebKitWebView*, WebKitLoadEvent, char*,
+                                                       GError*, gpointer data) {
+  guarded("a failed load", [&] { static_cast<EditorWindowController*>(data)->finishLoad(false); });
+  return FALSE;
+}
+
+void EditorWindowController::Signals::onWebProcessTerminated(
+    WebKitWebView*, WebKitWebProcessTerminationReason reason, gpointer) {
+  const char* why = reason == WEBKIT_WEB_PROCESS_CRASHED ? "it crashed"
+                    : reason == WEBKIT_WEB_PROCESS_EXCEEDED_MEMORY_LIMIT
+                        ? "it exceeded its memory limit"
+                        : "the host ended it";
+  std::fprintf(stderr, "Vorna: the editor's web process ended: %s\n", why);
+}
+
+gboolean EditorWindowController::Signals::onScriptDialog(WebKitWebView*, WebKitScriptDialog* dialog,
+                                                         gpointer data) {
+  switch (webkit_script_dialog_get_dialog_type(dialog)) {
+    case WEBKIT_SCRIPT_DIALOG_ALERT:
+      static_cast<EditorWindowController*>(data)->showAlert(dialog);
+      return TRUE;
+    case WEBKIT_SCRIPT_DIALOG_BEFORE_UNLOAD_CONFIRM:
+      webkit_script_dialog_confirm_set_confirmed(dialog, TRUE);
+      return TRUE;
+    default:
+      return TRUE;  // confirm answers false and prompt null, as with no dialog at all
+  }
+}
+
+gboolean EditorWindowController::Signals::onRunFileChooser(WebKitWebView*,
+                                                           WebKitFileChooserRequest* request,
+                                                           gpointer data) {
+  static_cast<EditorWindowController*>(data)->chooseFiles(request);
+  return TRUE;
+}
+
+std::pair<std::string, bool> EditorWindowController::Signals::navigationOf(
+    WebKitNavigationAction* action) {
+  const char* uri = webkit_uri_request_get_uri(webkit_navigation_action_get_request(action));
+  return {uri == nullptr ? "" : uri, webkit_navigation_action_get_navigation_type(action) ==
+                                         WEBKIT_NAVIGATION_TYPE_LINK_CLICKED};
 }
 
 namespace {
@@ -443,8 +456,8 @@ namespace {
 // A file chooser shown for a file input, with the request it answers; owned
 // by the chooser's response and released there.
 struct FileChoice {
-  GObjectPtr<GtkFileChooserNative> chooser;
-  GObjectPtr<WebKitFileChooserRequest> request;
+  contracts::GObjectPtr<GtkFileChooserNative> chooser;
+  contracts::GObjectPtr<WebKitFileChooserRequest> request;
 };
 
 }  // namespace
@@ -453,9 +466,9 @@ void EditorWindowController::chooseFiles(WebKitFileChooserRequest* request) {
   // The engine does not pass on a request for folders; file inputs pick files.
   G_GNUC_BEGIN_IGNORE_DEPRECATIONS
   auto* choice =
-      new FileChoice{GObjectPtr<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
+      new FileChoice{contracts::GObjectPtr<GtkFileChooserNative>::adopt(gtk_file_chooser_native_new(
                          "Open", window_.get(), GTK_FILE_CHOOSER_ACTION_OPEN, "Open", "Cancel")),
-                     GObjectPtr<WebKitFileChooserRequest>::ref(request)};
+                     contracts::GObjectPtr<WebKitFileChooserRequest>::ref(request)};
   GtkFileChooser* chooser = GTK_FILE_CHOOSER(choice->chooser.get());
   gtk_file_chooser_set_select_multiple(chooser,
                                        webkit_file_chooser_request_get_select_multiple(request));
@@ -469,11 +482,12 @@ void EditorWindowController::chooseFiles(WebKitFileChooserRequest* request) {
         std::unique_ptr<FileChoice> owned(static_cast<FileChoice*>(data));
         std::vector<std::string> paths;
         if (response == GTK_RESPONSE_ACCEPT) {
-          auto files =
-              GObjectPtr<GListModel>::adopt(gtk_file_chooser_get_files(GTK_FILE_CHOOSER(dialog)));
+          auto files = contracts::GObjectPtr<GListModel>::adopt(
+              gtk_file_chooser_get_files(GTK_FILE_CHOOSER(dialog)));
           for (guint i = 0; i < g_list_model_get_n_items(files.get()); ++i) {
-            auto file = GObjectPtr<GFile>::adopt(G_FILE(g_list_model_get_item(files.get(), i)));
-            GText path(g_file_get_path(file.get()));
+            auto file =
+                contracts::GObjectPtr<GFile>::adopt(G_FILE(g_list_model_get_item(files.get(), i)));
+            contracts::GText path(g_file_get_path(file.get()));
             if (path) {
               paths.emplace_back(path.get());
             }
@@ -523,7 +537,7 @@ void EditorWindowController::showAlert(WebKitScriptDialog* dialog) {
 }
 
 void EditorWindowController::installContentBlocker() {
-  filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
+  filterStore_ = contracts::GObjectPtr<WebKitUserContentFilterStore>::adopt(
       webkit_user_content_filter_store_new(filterFolder().c_str()));
   std::string identifier = blockerIdentifier();
   // A filter compiled by an earlier run is reused; otherwise it is compiled now.
@@ -546,7 +560,7 @@ void EditorWindowController::installContentBlocker() {
 }
 
 void EditorWindowController::compileContentBlocker(const std::string& folder, bool lastTry) {
-  GBytesPtr rules(
+  contracts::GBytesPtr rules(
       g_bytes_new_static(NavigationPolicy::contentBlockRules(),
                          std::char_traits<char>::length(NavigationPolicy::contentBlockRules())));
   struct Attempt {
@@ -561,7 +575,7 @@ void EditorWindowController::compileContentBlocker(const std::string& folder, bo
         GError* error = nullptr;
         ContentFilterPtr compiled(webkit_user_content_filter_store_save_finish(
             WEBKIT_USER_CONTENT_FILTER_STORE(saver), saved, &error));
-        GErrorPtr owned(error);
+        contracts::GErrorPtr owned(error);
         std::shared_ptr<EditorWindowController*> self = attempt->alive.lock();
         if (!self) {
           return;
@@ -587,13 +601,13 @@ void EditorWindowController::compileContentBlocker(const std::string& folder, bo
 
 std::optional<std::string> EditorWindowController::makePrivateFilterFolder() {
   GError* error = nullptr;
-  GText made(g_dir_make_tmp("vorna-content-filter-XXXXXX", &error));
-  GErrorPtr owned(error);
+  contracts::GText made(g_dir_make_tmp("vorna-content-filter-XXXXXX", &error));
+  contracts::GErrorPtr owned(error);
   if (!made) {
     return std::nullopt;
   }
   privateFilterFolder_ = made.get();
-  filterStore_ = GObjectPtr<WebKitUserContentFilterStore>::adopt(
+  filterStore_ = contracts::GObjectPtr<WebKitUserContentFilterStore>::adopt(
       webkit_user_content_filter_store_new(made.get()));
   return privateFilterFolder_;
 }
@@ -653,7 +667,7 @@ void EditorWindowController::swapFolder(const std::string& folder,
   }
   host_->setBridge(nullptr);
 
-  std::string standard = standardizedPath(folder);
+  std::string standard = recovery::standardisedPath(folder);
   std::shared_ptr<contracts::BridgeHandling> bridge;
   try {
     bridge = seams_.makeBridge(standard);
@@ -782,10 +796,10 @@ void EditorWindowController::openWithDefaultBrowser(const std::string& url) {
   g_app_info_launch_default_for_uri_async(
       url.c_str(), nullptr, nullptr,
       [](GObject*, GAsyncResult* result, gpointer data) {
-        GText uri(static_cast<char*>(data));
+        contracts::GText uri(static_cast<char*>(data));
         GError* error = nullptr;
         if (!g_app_info_launch_default_for_uri_finish(result, &error)) {
-          GErrorPtr owned(error);
+          contracts::GErrorPtr owned(error);
           std::fprintf(stderr, "Vorna: could not open %s: %s\n", uri.get(), owned->message);
         }
       },

@@ -4,15 +4,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "app/AppWiring.h"
 #include "app/DraftHandshake.h"
-#include "app/GObjectPtr.h"
 #include "app/HostContext.h"
 #include "app/NavigationDecision.h"
 #include "app/ShellMessageHandler.h"
 #include "contracts/BridgeHandling.h"
+#include "contracts/GObjectPtr.h"
 #include "contracts/WorkspaceChange.h"
 
 typedef struct _GCancellable GCancellable;
@@ -153,6 +154,8 @@ class EditorWindowController {
   void saveFrame();
 
   static void connectSignals(EditorWindowController* self);
+  // The handlers of the window's and the web view's signals, one per signal.
+  struct Signals;
 
   const bool isSmoke_;
   const bool headless_;
@@ -160,12 +163,12 @@ class EditorWindowController {
   std::shared_ptr<HostContext> host_;
   std::unique_ptr<BridgeMessageHandler> bridgeMessages_;
   ShellMessageHandler shellMessages_;
-  GObjectPtr<WebKitWebContext> context_;
-  GObjectPtr<WebKitUserContentManager> contentManager_;
-  GObjectPtr<WebKitUserContentFilterStore> filterStore_;
-  GObjectPtr<GCancellable> cancellable_;
-  GObjectPtr<WebKitWebView> webView_;
-  GObjectPtr<GtkWindow> window_;
+  contracts::GObjectPtr<WebKitWebContext> context_;
+  contracts::GObjectPtr<WebKitUserContentManager> contentManager_;
+  contracts::GObjectPtr<WebKitUserContentFilterStore> filterStore_;
+  contracts::GObjectPtr<GCancellable> cancellable_;
+  contracts::GObjectPtr<WebKitWebView> webView_;
+  contracts::GObjectPtr<GtkWindow> window_;
   bool windowClosed_ = false;
   bool closeAgreed_ = false;  // the page stored its draft; the window may close
   std::unique_ptr<DraftHandshake> drafts_;

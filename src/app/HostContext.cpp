@@ -6,13 +6,14 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/FilePaths.h"
+#include "bridge/ItemFacts.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 namespace {
 
 bool holdsEditor(const std::string& folder) {
-  return isRegularFile(folder + "/index.html");
+  return bridge::isRegularFile(folder + "/index.html", storage::FileSystem::real());
 }
 
 std::string parentOf(const std::string& folder) {
@@ -22,7 +23,7 @@ std::string parentOf(const std::string& folder) {
 
 std::string resolved(const std::string& path) {
   char buffer[PATH_MAX];
-  return standardizedPath(::realpath(path.c_str(), buffer) != nullptr ? buffer : path);
+  return recovery::standardisedPath(::realpath(path.c_str(), buffer) != nullptr ? buffer : path);
 }
 
 }  // namespace
@@ -68,7 +69,7 @@ std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
     const std::string& environmentValue, const std::string& executablePath,
     const EditorLayout& layout) {
   if (!environmentValue.empty() && holdsEditor(environmentValue)) {
-    return LocatedEditor{standardizedPath(environmentValue), "VORNA_APP_DIR"};
+    return LocatedEditor{recovery::standardisedPath(environmentValue), "VORNA_APP_DIR"};
   }
   if (executablePath.empty()) {
     return std::nullopt;
@@ -78,16 +79,16 @@ std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
   if (!layout.buildDirectory.empty() && program.starts_with(layout.buildDirectory + "/")) {
     for (const std::string& editor : layout.buildEditors) {
       if (holdsEditor(editor)) {
-        return LocatedEditor{standardizedPath(editor), "the build tree"};
+        return LocatedEditor{recovery::standardisedPath(editor), "the build tree"};
       }
     }
   }
   if (std::string beside = folder + "/_app"; holdsEditor(beside)) {
-    return LocatedEditor{standardizedPath(beside), "beside the program"};
+    return LocatedEditor{recovery::standardisedPath(beside), "beside the program"};
   }
   if (std::string installed = folder + "/" + layout.installedRelative;
       !layout.installedRelative.empty() && holdsEditor(installed)) {
-    return LocatedEditor{standardizedPath(installed), "the install prefix"};
+    return LocatedEditor{recovery::standardisedPath(installed), "the install prefix"};
   }
   return std::nullopt;
 }

@@ -43,7 +43,8 @@ class HostContext {
 
   struct LocatedEditor {
     std::string folder;  // standardized
-    std::string origin;  // "VORNA_APP_DIR", "the build tree", "beside the program", "the install prefix"
+    std::string
+        origin;  // "VORNA_APP_DIR", "the build tree", "beside the program", "the install prefix"
     bool operator==(const LocatedEditor&) const = default;
   };
 

@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -22,7 +22,7 @@ std::optional<Json> convert(JSCValue* value, int depth) {
     return Json(nullptr);
   }
   if (jsc_value_is_string(value)) {
-    GText text(jsc_value_to_string(value));
+    contracts::GText text(jsc_value_to_string(value));
     return Json(std::string(text ? text.get() : ""));
   }
   if (jsc_value_is_boolean(value)) {
@@ -40,10 +40,11 @@ std::optional<Json> convert(JSCValue* value, int depth) {
   }
   if (jsc_value_is_array(value)) {
     Json array = Json::array();
-    auto length = GObjectPtr<JSCValue>::adopt(jsc_value_object_get_property(value, "length"));
+    auto length =
+        contracts::GObjectPtr<JSCValue>::adopt(jsc_value_object_get_property(value, "length"));
     int count = length ? jsc_value_to_int32(length.get()) : 0;
     for (int i = 0; i < count; ++i) {
-      auto item = GObjectPtr<JSCValue>::adopt(
+      auto item = contracts::GObjectPtr<JSCValue>::adopt(
           jsc_value_object_get_property_at_index(value, static_cast<guint>(i)));
       std::optional<Json> converted = convert(item.get(), depth + 1);
       array.push_back(converted ? std::move(*converted) : Json(nullptr));
@@ -51,9 +52,10 @@ std::optional<Json> convert(JSCValue* value, int depth) {
     return array;
   }
   Json object = Json::object();
-  GStrv names(jsc_value_object_enumerate_properties(value));
+  contracts::GStrv names(jsc_value_object_enumerate_properties(value));
   for (char** name = names.get(); name != nullptr && *name != nullptr; ++name) {
-    auto member = GObjectPtr<JSCValue>::adopt(jsc_value_object_get_property(value, *name));
+    auto member =
+        contracts::GObjectPtr<JSCValue>::adopt(jsc_value_object_get_property(value, *name));
     if (std::optional<Json> converted = convert(member.get(), depth + 1)) {
       object[*name] = std::move(*converted);
     }

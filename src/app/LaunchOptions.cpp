@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "app/FilePaths.h"
 #include "app/PageTarget.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 
@@ -33,7 +33,7 @@ LaunchOptions LaunchOptions::scan(const std::vector<std::string>& arguments) {
     }
   }
   if (smoke) {
-    options.smokeFolder = standardizedPath(*smoke);
+    options.smokeFolder = recovery::standardisedPath(*smoke);
     options.isSmoke = true;
   }
   if (open) {

@@ -14,12 +14,13 @@ struct Item {
 };
 
 // One submenu: its items in sections, a section boundary being a separator.
-GObjectPtr<GMenu> submenu(const std::vector<std::vector<Item>>& sections) {
-  auto menu = GObjectPtr<GMenu>::adopt(g_menu_new());
+contracts::GObjectPtr<GMenu> submenu(const std::vector<std::vector<Item>>& sections) {
+  auto menu = contracts::GObjectPtr<GMenu>::adopt(g_menu_new());
   for (const auto& items : sections) {
-    auto section = GObjectPtr<GMenu>::adopt(g_menu_new());
+    auto section = contracts::GObjectPtr<GMenu>::adopt(g_menu_new());
     for (const Item& item : items) {
-      auto entry = GObjectPtr<GMenuItem>::adopt(g_menu_item_new(item.label, item.action));
+      auto entry =
+          contracts::GObjectPtr<GMenuItem>::adopt(g_menu_item_new(item.label, item.action));
       if (item.pageKey != nullptr) {
         g_menu_item_set_attribute(entry.get(), "accel", "s", item.pageKey);
       }
@@ -32,7 +33,7 @@ GObjectPtr<GMenu> submenu(const std::vector<std::vector<Item>>& sections) {
 
 }  // namespace
 
-GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
+contracts::GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
   std::string about = "About " + appName;
   std::string quit = "Quit " + appName;
   // The desktop's own Hide, Hide Others and Show All have no counterpart here.
@@ -53,7 +54,7 @@ GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
   auto window = submenu({{{"Minimize", "win.minimize"}, {"Zoom", "win.zoom"}},
                          {{"Bring All to Front", "app.bring-all-to-front"}}});
 
-  auto bar = GObjectPtr<GMenu>::adopt(g_menu_new());
+  auto bar = contracts::GObjectPtr<GMenu>::adopt(g_menu_new());
   g_menu_append_submenu(bar.get(), appName.c_str(), G_MENU_MODEL(application.get()));
   g_menu_append_submenu(bar.get(), "File", G_MENU_MODEL(file.get()));
   g_menu_append_submenu(bar.get(), "Edit", G_MENU_MODEL(edit.get()));
@@ -71,7 +72,7 @@ const std::vector<std::pair<std::string, std::string>>& MainMenu::accelerators()
 }
 
 void MainMenu::install(GtkApplication* application, const std::string& appName) {
-  GObjectPtr<GMenu> bar = build(appName);
+  contracts::GObjectPtr<GMenu> bar = build(appName);
   gtk_application_set_menubar(application, G_MENU_MODEL(bar.get()));
   for (const auto& [action, accelerator] : accelerators()) {
     const char* accels[] = {accelerator.c_str(), nullptr};

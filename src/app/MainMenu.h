@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "app/GObjectPtr.h"
+#include "contracts/GObjectPtr.h"
 
 typedef struct _GtkApplication GtkApplication;
 
@@ -22,7 +22,7 @@ struct MainMenu {
   // Four submenus: the application's (titled with the name, since a GTK menu
   // bar has no place for an untitled one), "File", "Edit" and "Window";
   // separators are sections.
-  static GObjectPtr<GMenu> build(const std::string& appName);
+  static contracts::GObjectPtr<GMenu> build(const std::string& appName);
 
   // Action name and accelerator, Control standing for the Command key: the
   // shell's own keys only. The editor's keys (save, find, undo, the

@@ -6,7 +6,7 @@
 #include <exception>
 #include <memory>
 
-#include "app/GUniquePtr.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -22,9 +22,9 @@ void finished(GObject* source, GAsyncResult* result, gpointer data) {
   std::unique_ptr<PendingScript> pending(static_cast<PendingScript*>(data));
   GError* error = nullptr;
   ScriptOutcome outcome;
-  outcome.value =
-      GObjectPtr<JSCValue>::adopt(pending->finish(WEBKIT_WEB_VIEW(source), result, &error));
-  GErrorPtr owned(error);
+  outcome.value = contracts::GObjectPtr<JSCValue>::adopt(
+      pending->finish(WEBKIT_WEB_VIEW(source), result, &error));
+  contracts::GErrorPtr owned(error);
   if (owned) {
     outcome.value.reset();
     outcome.error = owned->message;
@@ -47,7 +47,7 @@ std::optional<std::string> ScriptOutcome::string() const {
   if (!value || !jsc_value_is_string(value.get())) {
     return std::nullopt;
   }
-  GText text(jsc_value_to_string(value.get()));
+  contracts::GText text(jsc_value_to_string(value.get()));
   return std::string(text ? text.get() : "");
 }
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "app/GObjectPtr.h"
+#include "contracts/GObjectPtr.h"
 
 typedef struct _GVariant GVariant;
 typedef struct _JSCValue JSCValue;
@@ -14,8 +14,8 @@ namespace vorna::app {
 
 // What one script run in the editor page gave back.
 struct ScriptOutcome {
-  GObjectPtr<JSCValue> value;  // null when the script failed
-  std::string error;           // the engine's message when it failed
+  contracts::GObjectPtr<JSCValue> value;  // null when the script failed
+  std::string error;                      // the engine's message when it failed
 
   bool failed() const { return !value; }
   // The value when it is a string, or a boolean; nothing otherwise.

@@ -1,22 +1,18 @@
 #include "app/PageTarget.h"
 
-#include <glib.h>
-
-#include "app/FilePaths.h"
+#include "bridge/ItemFacts.h"
+#include "bridge/PageKinds.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 
-bool isPageExtension(const std::string& extension) {
-  return g_ascii_strcasecmp(extension.c_str(), "html") == 0 ||
-         g_ascii_strcasecmp(extension.c_str(), "htm") == 0;
-}
-
 PageTarget target(const std::string& path) {
-  std::string standard = standardizedPath(path);
-  if (isDirectory(standard)) {
+  std::string standard = recovery::standardisedPath(path);
+  if (bridge::kindOf(standard, storage::FileSystem::real()) == bridge::ItemKind::directory) {
     return {standard, std::nullopt};
   }
-  if (isRegularFile(standard) && isPageExtension(lowerExtension(standard))) {
+  if (bridge::isRegularFile(standard, storage::FileSystem::real()) &&
+      bridge::PageKinds::isPage(standard)) {
     size_t slash = standard.rfind('/');
     std::string folder = slash == 0 ? "/" : standard.substr(0, slash);
     return {folder, standard.substr(slash + 1)};

@@ -14,9 +14,6 @@ struct PageTarget {
   bool operator==(const PageTarget&) const = default;
 };
 
-// True for the extensions of pages, "html" and "htm", in any case.
-bool isPageExtension(const std::string& extension);
-
 // An existing folder opens as itself; an existing page opens in its folder;
 // anything else (a missing path, a file that is not a page) gives neither.
 // A relative path is taken from the current folder.

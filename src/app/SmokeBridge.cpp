@@ -7,8 +7,10 @@
 #include <memory>
 #include <vector>
 
-#include "app/FilePaths.h"
-#include "app/MIME.h"
+#include "bridge/ContentTypes.h"
+#include "bridge/ItemFacts.h"
+#include "bridge/PathExtension.h"
+#include "recovery/PathForms.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 
@@ -18,7 +20,7 @@ using contracts::BridgeResponse;
 using contracts::Json;
 
 SmokeBridge::SmokeBridge(const std::string& workspaceRoot)
-    : workspaceRoot_(standardizedPath(workspaceRoot)), boundary_(workspaceRoot_) {}
+    : workspaceRoot_(recovery::standardisedPath(workspaceRoot)), boundary_(workspaceRoot_) {}
 
 contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& request) {
   const std::string& method = request.method;
@@ -52,7 +54,8 @@ contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& re
       if (name.empty() || name.front() == '.') {
         continue;
       }
-      entries.emplace_back(name, isDirectory(*path + "/" + name));
+      entries.emplace_back(name, (bridge::kindOf(*path + "/" + name, storage::FileSystem::real()) ==
+                                  bridge::ItemKind::directory));
     }
     std::sort(entries.begin(), entries.end());
     Json list = Json::array();
@@ -68,8 +71,9 @@ contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& re
     } catch (const storage::FileOpError&) {
       return BridgeResponse::error(404, "not found: " + *path);
     }
-    return BridgeResponse{
-        200, {{"Content-Type", MIME::contentType(lowerExtension(*path))}}, std::move(bytes)};
+    return BridgeResponse{200,
+                          {{"Content-Type", std::string(bridge::ContentTypes::forPath(*path))}},
+                          std::move(bytes)};
   }
   return BridgeResponse::error(404, "smoke bridge has no op " + request.op);
 }

@@ -3,9 +3,9 @@
 #include <glib.h>
 
 #include "app/EditorWindowController.h"
-#include "app/FilePaths.h"
 #include "app/SmokeBridge.h"
 #include "contracts/WorkspaceChange.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 namespace {
@@ -109,7 +109,7 @@ std::string childPath(const std::string& folder, const std::string& name) {
 SmokeRunner::SmokeRunner(EditorWindowController& controller, const std::string& folder,
                          SelfTestOutput output)
     : controller_(controller),
-      folder_(standardizedPath(folder)),
+      folder_(recovery::standardisedPath(folder)),
       output_(std::move(output)),
       result_(initialResult()) {}
 

@@ -2,7 +2,7 @@
 
 #include <glib.h>
 
-#include "app/GUniquePtr.h"
+#include "contracts/GUniquePtr.h"
 #include "storage/UserFolders.h"
 
 namespace vorna::app {
@@ -10,14 +10,14 @@ namespace {
 
 constexpr const char* kGroup = "Vorna";
 
-GKeyFilePtr load(const std::string& path) {
-  GKeyFilePtr file(g_key_file_new());
+contracts::GKeyFilePtr load(const std::string& path) {
+  contracts::GKeyFilePtr file(g_key_file_new());
   g_key_file_load_from_file(file.get(), path.c_str(), G_KEY_FILE_KEEP_COMMENTS, nullptr);
   return file;
 }
 
 bool save(GKeyFile* file, const std::string& path) {
-  GText folder(g_path_get_dirname(path.c_str()));
+  contracts::GText folder(g_path_get_dirname(path.c_str()));
   if (g_mkdir_with_parents(folder.get(), 0700) != 0) {
     return false;
   }
@@ -33,8 +33,8 @@ std::string UserDefaults::standardPath() {
 }
 
 std::optional<std::string> UserDefaults::string(const std::string& key) const {
-  GKeyFilePtr file = load(path_);
-  GText value(g_key_file_get_string(file.get(), kGroup, key.c_str(), nullptr));
+  contracts::GKeyFilePtr file = load(path_);
+  contracts::GText value(g_key_file_get_string(file.get(), kGroup, key.c_str(), nullptr));
   if (!value) {
     return std::nullopt;
   }
@@ -42,19 +42,19 @@ std::optional<std::string> UserDefaults::string(const std::string& key) const {
 }
 
 bool UserDefaults::setString(const std::string& key, const std::string& value) {
-  GKeyFilePtr file = load(path_);
+  contracts::GKeyFilePtr file = load(path_);
   g_key_file_set_string(file.get(), kGroup, key.c_str(), value.c_str());
   return save(file.get(), path_);
 }
 
 std::optional<WindowFrame> UserDefaults::windowFrame(const std::string& autosaveName) const {
-  GKeyFilePtr file = load(path_);
+  contracts::GKeyFilePtr file = load(path_);
   GError* widthError = nullptr;
   GError* heightError = nullptr;
   int width = g_key_file_get_integer(file.get(), autosaveName.c_str(), "width", &widthError);
   int height = g_key_file_get_integer(file.get(), autosaveName.c_str(), "height", &heightError);
-  GErrorPtr ownedWidthError(widthError);
-  GErrorPtr ownedHeightError(heightError);
+  contracts::GErrorPtr ownedWidthError(widthError);
+  contracts::GErrorPtr ownedHeightError(heightError);
   if (widthError != nullptr || heightError != nullptr || width <= 0 || height <= 0) {
     return std::nullopt;
   }
@@ -63,7 +63,7 @@ std::optional<WindowFrame> UserDefaults::windowFrame(const std::string& autosave
 }
 
 bool UserDefaults::setWindowFrame(const std::string& autosaveName, const WindowFrame& frame) {
-  GKeyFilePtr file = load(path_);
+  contracts::GKeyFilePtr file = load(path_);
   g_key_file_set_integer(file.get(), autosaveName.c_str(), "width", frame.width);
   g_key_file_set_integer(file.get(), autosaveName.c_str(), "height", frame.height);
   g_key_file_set_boolean(file.get(), autosaveName.c_str(), "maximized", frame.maximized);

@@ -9,7 +9,7 @@ namespace vorna::app {
 namespace {
 
 // Thread names are limited to 15 bytes, so threads carry the label's last
-// component ("com.lumenfold.vorna.scheme" runs on "vorna-scheme").
+// component ("app.vorna.Vorna.scheme" runs on "vorna-scheme").
 std::string threadName(const std::string& label) {
   size_t dot = label.rfind('.');
   std::string name = "vorna-" + (dot == std::string::npos ? label : label.substr(dot + 1));

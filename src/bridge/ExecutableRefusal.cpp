@@ -7,6 +7,7 @@
 #include <memory>
 
 #include "bridge/PathExtension.h"
+#include "contracts/GUniquePtr.h"
 #include "storage/PathNames.h"
 #include "storage/UniqueFd.h"
 
@@ -15,10 +16,6 @@ namespace {
 
 // As much as GIO's own sniffing looks at.
 constexpr size_t kSniffBytes = 4096;
-
-struct GFreeDeleter {
-  void operator()(gchar* text) const { g_free(text); }
-};
 
 constexpr std::array<std::string_view, 5> kContentPrefixes{"text/", "image/", "audio/", "video/",
                                                            "font/"};
@@ -58,7 +55,7 @@ std::string readPrefix(const std::string& path, storage::FileSystem& fs) {
 std::string guessContentType(const std::string& path, storage::FileSystem& fs) {
   const std::string name = storage::lastComponent(path);
   const std::string head = readPrefix(path, fs);
-  std::unique_ptr<gchar, GFreeDeleter> type(g_content_type_guess(
+  contracts::GText type(g_content_type_guess(
       name.c_str(), reinterpret_cast<const guchar*>(head.data()), head.size(), nullptr));
   return type ? std::string(type.get()) : std::string("application/octet-stream");
 }

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "bridge/PathExtension.h"
+#include "contracts/GUniquePtr.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
 #include "storage/UserFolders.h"
@@ -24,10 +25,6 @@ constexpr size_t kNameMax = 255;
 constexpr size_t kLongestKeptExtension = 64;
 // Beyond this many taken names something is wrong with the trash folder.
 constexpr int kMostAttempts = 10000;
-
-struct GFreeDeleter {
-  void operator()(gchar* text) const { g_free(text); }
-};
 
 bool isContinuationByte(char c) {
   return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
@@ -180,7 +177,7 @@ std::string FreedesktopTrash::trashInto(const Location& location, const std::str
 
 std::string FreedesktopTrash::infoText(std::string_view recordedPath, std::time_t deletion) {
   const std::string path(recordedPath);
-  std::unique_ptr<gchar, GFreeDeleter> escaped(
+  contracts::GText escaped(
       g_uri_escape_string(path.c_str(), G_URI_RESERVED_CHARS_ALLOWED_IN_PATH, FALSE));
   std::tm local{};
   localtime_r(&deletion, &local);

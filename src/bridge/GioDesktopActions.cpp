@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 #include "storage/PathNames.h"
 
 namespace vorna::bridge {
@@ -11,20 +13,6 @@ namespace {
 
 constexpr const char* kFileManagerName = "org.freedesktop.FileManager1";
 constexpr const char* kFileManagerPath = "/org/freedesktop/FileManager1";
-
-struct GFreeDeleter {
-  void operator()(gchar* text) const { g_free(text); }
-};
-
-// Errors end their life here, whichever path a callback takes.
-struct GErrorDeleter {
-  void operator()(GError* error) const { g_error_free(error); }
-};
-using ErrorPtr = std::unique_ptr<GError, GErrorDeleter>;
-
-struct GObjectDeleter {
-  void operator()(gpointer object) const { g_object_unref(object); }
-};
 
 // Everything one reveal needs while it travels through the asynchronous calls.
 struct RevealCall {
@@ -71,7 +59,7 @@ void onShown(GObject* source, GAsyncResult* result, gpointer data) {
   std::unique_ptr<RevealCall> call(static_cast<RevealCall*>(data));
   GError* raw = nullptr;
   GVariant* reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &raw);
-  ErrorPtr error(raw);
+  contracts::GErrorPtr error(raw);
   if (reply != nullptr) {
     g_variant_unref(reply);
     return;
@@ -85,13 +73,13 @@ void onConnected(GObject* /*source*/, GAsyncResult* result, gpointer data) {
   GDBusConnection* connection = call->busAddress
                                     ? g_dbus_connection_new_for_address_finish(result, &raw)
                                     : g_bus_get_finish(result, &raw);
-  ErrorPtr error(raw);
+  contracts::GErrorPtr error(raw);
   if (connection == nullptr) {
     showFolderInstead(*call, error.get());
     return;
   }
   // The pending call holds its own reference to the connection.
-  std::unique_ptr<GDBusConnection, GObjectDeleter> owned(connection);
+  auto owned = contracts::GObjectPtr<GDBusConnection>::adopt(connection);
   const gchar* uris[] = {call->uri.c_str(), nullptr};
   g_dbus_connection_call(connection, kFileManagerName, kFileManagerPath, kFileManagerName,
                          "ShowItems", g_variant_new("(^ass)", uris, ""), nullptr,
@@ -115,7 +103,7 @@ void onLaunched(GObject* /*source*/, GAsyncResult* result, gpointer data) {
   std::unique_ptr<LaunchCall> call(static_cast<LaunchCall*>(data));
   GError* raw = nullptr;
   if (!g_app_info_launch_default_for_uri_finish(result, &raw)) {
-    ErrorPtr error(raw);
+    contracts::GErrorPtr error(raw);
     call->log(bridgeLogLine("cannot open " + call->uri + ": " +
                             (error ? error->message : "unknown error")));
   }
@@ -137,7 +125,7 @@ GioDesktopActions::GioDesktopActions(std::optional<std::string> busAddress, Laun
 }
 
 std::string GioDesktopActions::fileUri(const std::string& path) {
-  std::unique_ptr<gchar, GFreeDeleter> uri(g_filename_to_uri(path.c_str(), nullptr, nullptr));
+  contracts::GText uri(g_filename_to_uri(path.c_str(), nullptr, nullptr));
   return uri ? std::string(uri.get()) : "file://" + path;
 }
 

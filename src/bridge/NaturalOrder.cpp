@@ -6,19 +6,14 @@
 #include <memory>
 #include <utility>
 
+#include "contracts/GUniquePtr.h"
+
 namespace vorna::bridge {
-namespace {
-
-struct GFreeDeleter {
-  void operator()(gchar* text) const { g_free(text); }
-};
-using GText = std::unique_ptr<gchar, GFreeDeleter>;
-
-}  // namespace
+namespace {}  // namespace
 
 std::string naturalSortKey(std::string_view name) {
-  GText folded(g_utf8_casefold(name.data(), static_cast<gssize>(name.size())));
-  GText key(g_utf8_collate_key_for_filename(folded.get(), -1));
+  contracts::GText folded(g_utf8_casefold(name.data(), static_cast<gssize>(name.size())));
+  contracts::GText key(g_utf8_collate_key_for_filename(folded.get(), -1));
   return std::string(key.get());
 }
 

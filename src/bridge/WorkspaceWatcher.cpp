@@ -128,7 +128,7 @@ void WorkspaceWatcher::start(ChangeHandler onChange, NoticeHandler onNotice) {
   session->onNotice = std::move(onNotice);
   if (!session->tree.valid()) {
     logLine("cannot watch " + boundary_.root() + " with inotify: " +
-            std::strerror(session->tree.openError()) + "; looking for changes in it instead");
+            storage::FileOpError::systemMessage(session->tree.openError()) + "; looking for changes in it instead");
     tell(*session, kNoInstanceNotice);
   }
   session->nextHot = Clock::now() + settings_.hotInterval;
@@ -441,7 +441,7 @@ void WorkspaceWatcher::runQueue(const std::shared_ptr<Session>& session) noexcep
         if (errno == EINTR) {
           continue;
         }
-        logLine("watching " + boundary_.root() + " ended: poll failed: " + std::strerror(errno));
+        logLine("watching " + boundary_.root() + " ended: poll failed: " + storage::FileOpError::systemMessage(errno));
         return;
       }
       if (session->stopping) {

@@ -4,17 +4,10 @@
 
 #include <memory>
 
+#include "contracts/GUniquePtr.h"
+
 namespace vorna::contracts {
 namespace {
-
-struct GFreeDeleter {
-  void operator()(char* text) const { g_free(text); }
-};
-using GText = std::unique_ptr<char, GFreeDeleter>;
-
-struct GBytesDeleter {
-  void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
-};
 
 void toUpperAscii(std::string& text) {
   for (char& c : text) {
@@ -38,7 +31,7 @@ std::optional<std::string> percentDecoded(std::string_view text) {
     return std::string(text);
   }
   GError* error = nullptr;
-  std::unique_ptr<GBytes, GBytesDeleter> bytes(
+  GBytesPtr bytes(
       g_uri_unescape_bytes(text.data(), static_cast<gssize>(text.size()), nullptr, &error));
   if (bytes == nullptr) {
     g_clear_error(&error);

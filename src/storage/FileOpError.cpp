@@ -4,15 +4,11 @@
 #include <cstring>
 
 namespace vorna::storage {
-namespace {
 
-std::string systemMessage(int code) {
-  // strerror is not thread-safe; strerrordesc_np is, and gives the same text.
+std::string FileOpError::systemMessage(int code) {
   const char* text = ::strerrordesc_np(code);
   return text != nullptr ? text : "Unknown error " + std::to_string(code);
 }
-
-}  // namespace
 
 FileOpError::FileOpError(Kind kind, std::string op, int code, std::string path)
     : kind_(kind), op_(std::move(op)), code_(code), path_(std::move(path)) {

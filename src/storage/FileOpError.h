@@ -22,6 +22,9 @@ class FileOpError : public std::exception {
   // "refusing to overwrite existing path: {path}"
   static FileOpError wouldOverwrite(std::string path);
 
+  // The system's text for an errno value, safe on any thread (strerror is not).
+  static std::string systemMessage(int code);
+
   Kind kind() const { return kind_; }
   const std::string& op() const { return op_; }  // empty unless kind() is syscall
   int code() const { return code_; }             // 0 unless kind() is syscall

@@ -57,19 +57,23 @@ TEST_F(HostContextTest, TheEditorComesFromTheEnvironmentThenTheBuildTreeThenTheP
       // A copy installed into the build folder never shadows the tree's editor.
       {{"src/_app", "src/build/share/vorna/_app"}, "", built, Found{"src/_app", "the build tree"}},
       {{"src/_app"}, "", "vorna-link", Found{"src/_app", "the build tree"}},
-      {{"usr/bin/_app", "usr/share/vorna/_app"}, "", installed,
+      {{"usr/bin/_app", "usr/share/vorna/_app"},
+       "",
+       installed,
        Found{"usr/bin/_app", "beside the program"}},
       // An installed program serves its own prefix, even beside a build tree.
-      {{"src/build/_app", "usr/share/vorna/_app"}, "", installed,
+      {{"src/build/_app", "usr/share/vorna/_app"},
+       "",
+       installed,
        Found{"usr/share/vorna/_app", "the install prefix"}},
       // Nor does it climb to an `_app` that merely lies above it.
       {{"_app", "usr/_app", "usr/share/_app"}, "", installed, std::nullopt},
       {{}, "", built, std::nullopt},
   };
   for (const Row& row : rows) {
-    for (const char* folder : {"env", "src/build/_app", "src/_app", "src/build/share/vorna/_app",
-                               "usr/bin/_app", "usr/share/vorna/_app", "_app", "usr/_app",
-                               "usr/share/_app"}) {
+    for (const char* folder :
+         {"env", "src/build/_app", "src/_app", "src/build/share/vorna/_app", "usr/bin/_app",
+          "usr/share/vorna/_app", "_app", "usr/_app", "usr/share/_app"}) {
       fs::remove_all(base / folder);
       fs::create_directories(base / folder);  // a folder without index.html does not count
     }

@@ -5,9 +5,10 @@
 #include <fstream>
 
 #include "app/AppDelegate.h"
-#include "app/FilePaths.h"
 #include "app/LaunchOptions.h"
 #include "app/PageTarget.h"
+#include "bridge/PathExtension.h"
+#include "recovery/PathForms.h"
 
 namespace vorna::app {
 namespace {
@@ -55,7 +56,8 @@ TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
 
   LaunchOptions twice = LaunchOptions::scan({"--smoke", "/a/../b", "--smoke", "relative/./dir/"});
   EXPECT_TRUE(twice.isSmoke);
-  EXPECT_EQ(twice.smokeFolder, standardizedPath(fs::current_path().string() + "/relative/dir"));
+  EXPECT_EQ(twice.smokeFolder,
+            recovery::standardisedPath(fs::current_path().string() + "/relative/dir"));
 }
 
 TEST_F(LaunchOptionsTest, HelpAndVersionTakeNoValueUnlessTheyAreOne) {
@@ -98,8 +100,6 @@ TEST_F(LaunchOptionsTest, AnOpenRequestTakesTheFirstFolderOrPage) {
   EXPECT_EQ(openRequestTarget({(site / "notes.txt").string(), "/nowhere", page}),
             (PageTarget{site.string(), "a.HTML"}));
   EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
-  EXPECT_TRUE(isPageExtension("HtM"));
-  EXPECT_FALSE(isPageExtension("xhtml"));
 }
 
 TEST(FirstTargetTest, PendingThenRequestedThenRemembered) {
@@ -110,15 +110,6 @@ TEST(FirstTargetTest, PendingThenRequestedThenRemembered) {
   EXPECT_EQ(AppDelegate::firstTarget({}, requested, remembered), requested);
   EXPECT_EQ(AppDelegate::firstTarget({}, {}, remembered), (PageTarget{"/m", std::nullopt}));
   EXPECT_EQ(AppDelegate::firstTarget({}, {}, std::nullopt), PageTarget{});
-}
-
-TEST(FilePathsTest, StandardizingFoldsDotsButKeepsLinks) {
-  EXPECT_EQ(standardizedPath("/a/./b//c/../d/"), "/a/b/d");
-  EXPECT_EQ(standardizedPath("/../.."), "/");
-  EXPECT_EQ(standardizedPath("/"), "/");
-  EXPECT_EQ(lowerExtension("/w/Page.HTM"), "htm");
-  EXPECT_EQ(lowerExtension("/w/.hidden"), "");
-  EXPECT_EQ(lowerExtension("/w.d/README"), "");
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "app/GUniquePtr.h"
 #include "app/MainMenu.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -9,7 +9,7 @@ namespace {
 std::string attribute(GMenuModel* model, int item, const char* name) {
   char* raw = nullptr;
   g_menu_model_get_item_attribute(model, item, name, "s", &raw);
-  GText owned(raw);
+  contracts::GText owned(raw);
   return owned ? owned.get() : "";
 }
 
@@ -18,10 +18,10 @@ std::vector<std::string> describe(GMenuModel* bar) {
   std::vector<std::string> menus;
   for (int i = 0; i < g_menu_model_get_n_items(bar); ++i) {
     std::string text = attribute(bar, i, G_MENU_ATTRIBUTE_LABEL) + ":";
-    auto submenu =
-        GObjectPtr<GMenuModel>::adopt(g_menu_model_get_item_link(bar, i, G_MENU_LINK_SUBMENU));
+    auto submenu = contracts::GObjectPtr<GMenuModel>::adopt(
+        g_menu_model_get_item_link(bar, i, G_MENU_LINK_SUBMENU));
     for (int s = 0; s < g_menu_model_get_n_items(submenu.get()); ++s) {
-      auto section = GObjectPtr<GMenuModel>::adopt(
+      auto section = contracts::GObjectPtr<GMenuModel>::adopt(
           g_menu_model_get_item_link(submenu.get(), s, G_MENU_LINK_SECTION));
       text += s > 0 ? " |" : "";
       for (int k = 0; k < g_menu_model_get_n_items(section.get()); ++k) {
@@ -35,7 +35,7 @@ std::vector<std::string> describe(GMenuModel* bar) {
 }
 
 TEST(MainMenuTest, FourSubmenusWithTheirItemsAndSeparators) {
-  GObjectPtr<GMenu> bar = MainMenu::build("Vorna");
+  contracts::GObjectPtr<GMenu> bar = MainMenu::build("Vorna");
   EXPECT_EQ(
       describe(G_MENU_MODEL(bar.get())),
       (std::vector<std::string>{
@@ -55,11 +55,11 @@ TEST(MainMenuTest, TheEditorsKeysAreShownButLeftToThePage) {
                 action == "win.paste-as-plain-text")
         << action << " " << accelerator << " would never reach the editor";
   }
-  GObjectPtr<GMenu> bar = MainMenu::build("Vorna");
-  auto edit = GObjectPtr<GMenuModel>::adopt(
+  contracts::GObjectPtr<GMenu> bar = MainMenu::build("Vorna");
+  auto edit = contracts::GObjectPtr<GMenuModel>::adopt(
       g_menu_model_get_item_link(G_MENU_MODEL(bar.get()), 2, G_MENU_LINK_SUBMENU));
-  auto history =
-      GObjectPtr<GMenuModel>::adopt(g_menu_model_get_item_link(edit.get(), 0, G_MENU_LINK_SECTION));
+  auto history = contracts::GObjectPtr<GMenuModel>::adopt(
+      g_menu_model_get_item_link(edit.get(), 0, G_MENU_LINK_SECTION));
   EXPECT_EQ(attribute(history.get(), 0, "accel"), "<Control>z");
 }
 

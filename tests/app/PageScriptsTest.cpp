@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 #include <jsc/jsc.h>
 
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
 #include "app/JscJson.h"
 #include "app/UserScripts.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -15,11 +15,13 @@ using contracts::Json;
 class PageScriptsTest : public ::testing::Test {
  protected:
   JSCValue* evaluate(const char* code) {
-    values.push_back(GObjectPtr<JSCValue>::adopt(jsc_context_evaluate(context.get(), code, -1)));
+    values.push_back(
+        contracts::GObjectPtr<JSCValue>::adopt(jsc_context_evaluate(context.get(), code, -1)));
     return values.back().get();
   }
-  GObjectPtr<JSCContext> context = GObjectPtr<JSCContext>::adopt(jsc_context_new());
-  std::vector<GObjectPtr<JSCValue>> values;
+  contracts::GObjectPtr<JSCContext> context =
+      contracts::GObjectPtr<JSCContext>::adopt(jsc_context_new());
+  std::vector<contracts::GObjectPtr<JSCValue>> values;
 };
 
 TEST_F(PageScriptsTest, TwoShimsInTheMainFrameThenTheGuardEverywhere) {
@@ -36,7 +38,7 @@ TEST_F(PageScriptsTest, TwoShimsInTheMainFrameThenTheGuardEverywhere) {
     JSCCheckSyntaxResult result =
         jsc_context_check_syntax(context.get(), source.c_str(), static_cast<gssize>(source.size()),
                                  JSC_CHECK_SYNTAX_MODE_SCRIPT, "shim.js", 1, &raw);
-    auto exception = GObjectPtr<JSCException>::adopt(raw);
+    auto exception = contracts::GObjectPtr<JSCException>::adopt(raw);
     EXPECT_EQ(result, JSC_CHECK_SYNTAX_RESULT_SUCCESS)
         << (exception ? jsc_exception_get_message(exception.get()) : "") << "\n"
         << source;
@@ -53,7 +55,7 @@ TEST_F(PageScriptsTest, TheBridgeShimsBase64CopesWithLargeBodies) {
   std::string script = "var btoa = (s) => s.length + ':' + s.charCodeAt(70000);" + helpers +
                        "var bytes = new Uint8Array(100000); bytes[70000] = 200;"
                        "bytesToBase64(bytes);";
-  GText text(jsc_value_to_string(evaluate(script.c_str())));
+  contracts::GText text(jsc_value_to_string(evaluate(script.c_str())));
   EXPECT_STREQ(text.get(), "100000:200");
 }
 

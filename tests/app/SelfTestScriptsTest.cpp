@@ -2,9 +2,9 @@
 #include <jsc/jsc.h>
 
 #include "app/E2ERunner.h"
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
 #include "app/SmokeRunner.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -22,7 +22,7 @@ class SelfTestScriptsTest : public ::testing::Test {
   }
 
   std::string run(const std::string& code) {
-    auto value = GObjectPtr<JSCValue>::adopt(
+    auto value = contracts::GObjectPtr<JSCValue>::adopt(
         jsc_context_evaluate(context.get(), code.c_str(), static_cast<gssize>(code.size())));
     JSCException* exception = jsc_context_get_exception(context.get());
     if (exception != nullptr) {
@@ -30,12 +30,13 @@ class SelfTestScriptsTest : public ::testing::Test {
       jsc_context_clear_exception(context.get());
       return "";
     }
-    GText text(jsc_value_to_json(value.get(), 0));
+    contracts::GText text(jsc_value_to_json(value.get(), 0));
     return text ? text.get() : "undefined";
   }
   Json posted() { return Json::parse(run("posted")); }
 
-  GObjectPtr<JSCContext> context = GObjectPtr<JSCContext>::adopt(jsc_context_new());
+  contracts::GObjectPtr<JSCContext> context =
+      contracts::GObjectPtr<JSCContext>::adopt(jsc_context_new());
 };
 
 TEST_F(SelfTestScriptsTest, TheHooksPostWhatTheScenarioSays) {
@@ -103,10 +104,11 @@ TEST(SmokeReportTest, ARunThatRecordedNothingReportsTheInitialValues) {
 }
 
 TEST(SmokeReportTest, OnlyAStringHoldingAJsonObjectDecodes) {
-  auto context = GObjectPtr<JSCContext>::adopt(jsc_context_new());
+  auto context = contracts::GObjectPtr<JSCContext>::adopt(jsc_context_new());
   auto outcome = [&](const char* code) {
     ScriptOutcome result;
-    result.value = GObjectPtr<JSCValue>::adopt(jsc_context_evaluate(context.get(), code, -1));
+    result.value =
+        contracts::GObjectPtr<JSCValue>::adopt(jsc_context_evaluate(context.get(), code, -1));
     return SmokeRunner::decode(result);
   };
   EXPECT_EQ(outcome(R"('{"origin":"vorna://app"}')"), (Json{{"origin", "vorna://app"}}));

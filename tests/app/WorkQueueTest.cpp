@@ -38,7 +38,7 @@ TEST(WorkQueueTest, ASerialQueueRunsOneJobAtATimeInOrder) {
   std::atomic<int> mostAtOnce{0};
   Latch done(50);
   {
-    WorkQueue queue("com.lumenfold.vorna.message", 1);
+    WorkQueue queue("app.vorna.Vorna.message", 1);
     for (int i = 0; i < 50; ++i) {
       queue.submit([&, i] {
         int now = ++running;
@@ -57,7 +57,7 @@ TEST(WorkQueueTest, ASerialQueueRunsOneJobAtATimeInOrder) {
 }
 
 TEST(WorkQueueTest, AConcurrentQueueRunsJobsSideBySideOnNamedThreads) {
-  WorkQueue queue("com.lumenfold.vorna.scheme", 4);
+  WorkQueue queue("app.vorna.Vorna.scheme", 4);
   Latch allStarted(4);
   Latch release(1);
   std::mutex lock;

@@ -191,10 +191,9 @@ TEST_F(FileBridgeReadTest, FileReadAnswersBytesWithTheThreeHeaders) {
 }
 
 TEST_F(FileBridgeReadTest, ContentTypeFollowsTheExtensionInAnyCase) {
-  // "htm" is a page kind but has no type of its own.
   const std::pair<std::string, std::string> cases[] = {
       {"m.JS", "text/javascript; charset=utf-8"}, {"k.Jpeg", "image/jpeg"},
-      {"old.htm", "application/octet-stream"},    {"README", "application/octet-stream"},
+      {"old.htm", "text/html; charset=utf-8"},    {"README", "application/octet-stream"},
       {".profile", "application/octet-stream"},   {"a.tar.gz", "application/octet-stream"},
   };
   for (const auto& [name, type] : cases) {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 #include <webkit/webkit.h>
 
-#include "app/GObjectPtr.h"
-#include "app/GUniquePtr.h"
+#include "contracts/GObjectPtr.h"
+#include "contracts/GUniquePtr.h"
 
 namespace vorna::app::testing {
 
@@ -44,14 +44,14 @@ contracts::Json runScript(EditorWindowController& controller, const std::string&
       [](GObject* view, GAsyncResult* result, gpointer data) {
         auto* pending = static_cast<ScriptCall*>(data);
         GError* error = nullptr;
-        auto value =
-            GObjectPtr<JSCValue>::adopt(webkit_web_view_call_async_javascript_function_finish(
-                WEBKIT_WEB_VIEW(view), result, &error));
-        GErrorPtr owned(error);
+        auto value = contracts::GObjectPtr<JSCValue>::adopt(
+            webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(view), result,
+                                                                  &error));
+        contracts::GErrorPtr owned(error);
         if (owned) {
           pending->error = owned->message;
         } else if (value && jsc_value_is_string(value.get())) {
-          GText text(jsc_value_to_string(value.get()));
+          contracts::GText text(jsc_value_to_string(value.get()));
           pending->result = text.get();
         } else {
           pending->error = "the script did not return a string";

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-namespace vorna::app {
+namespace vorna::contracts {
 
 // Owns one reference to a GObject. Copies take a reference of their own, so a
 // GObject never outlives or undercuts its owners and application code never
@@ -52,4 +52,4 @@ class GObjectPtr {
   T* object_ = nullptr;
 };
 
-}  // namespace vorna::app
+}  // namespace vorna::contracts

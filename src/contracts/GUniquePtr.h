@@ -4,9 +4,9 @@
 
 #include <memory>
 
-namespace vorna::app {
+namespace vorna::contracts {
 
-// Deleters for the plain GLib allocations and boxed values the shell owns.
+// Deleters for the plain GLib allocations and boxed values a module owns.
 struct GFreeDeleter {
   void operator()(void* memory) const { g_free(memory); }
 };
@@ -29,4 +29,4 @@ using GBytesPtr = std::unique_ptr<GBytes, GBytesDeleter>;
 using GKeyFilePtr = std::unique_ptr<GKeyFile, GKeyFileDeleter>;
 using GStrv = std::unique_ptr<char*, GStrvDeleter>;
 
-}  // namespace vorna::app
+}  // namespace vorna::contracts
