@@ -4,6 +4,7 @@
 // the editor as an unsaved change, and new pages are created by the app.
 
 import { MergeView } from '@codemirror/merge';
+import { EditorView } from '@codemirror/view';
 import { clockLabel, describeVersions, groupByDay, sizeLabel } from '../history.js';
 import { decodePage } from '../page-text.js';
 import { basename, relative } from '../paths.js';
@@ -220,7 +221,8 @@ export class HistoryView {
 
   showMerge() {
     const parent = this.dialog.querySelector('#history-merge');
-    const extensions = viewerExtensions(this.pagePath);
+    // Wrapped, so that both sides of a long line are seen without scrolling each.
+    const extensions = [viewerExtensions(this.pagePath), EditorView.lineWrapping];
     this.merge = new MergeView({
       a: { doc: this.selected.page.text, extensions },
       b: { doc: this.host.current(), extensions },
