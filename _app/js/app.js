@@ -897,7 +897,10 @@ export class App {
     this.historyView.close();
     await this.relist(dirname(path));
     await this.revealInTree(path);
-    await this.openPage(path, { interactive: false });
+    // A deleted page still open comes back under the editor: a clean one
+    // shows what was brought back, unsaved text is flagged against it.
+    if (this.session.path && samePath(path, this.session.path)) await this.session.reload({ discard: !this.session.dirty });
+    else await this.openPage(path, { interactive: false });
     this.status(`Created ${basename(path)} from the version of ${formatTime(version.capturedAt)}`, 'ok');
     return { ok: true, path };
   }

@@ -192,9 +192,8 @@ export class HistoryView {
       return h('div', { class: 'hv-hint' }, 'Choose a deleted page to see the versions kept of it, and bring one back.');
     }
     if (!this.selected) {
-      return h('div', { class: 'hv-hint' }, this.versions.length
-        ? 'Choose a version to compare it with the current text.'
-        : '');
+      const hint = this.mode === 'gone' ? 'Choose a version to see it and bring the page back.' : 'Choose a version to compare it with the current text.';
+      return h('div', { class: 'hv-hint' }, this.versions.length ? hint : '');
     }
     const { version, words } = this.selected;
     const gone = this.mode === 'gone';
