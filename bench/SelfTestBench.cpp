@@ -10,6 +10,9 @@
 //   editor_open_page_big_tree_ms      opening a 6 KB page while a folder of
 //                                     5,000 entries is expanded in the tree
 //                                     (median of 20)
+//   history_open_ms                   the History panel opened on a page with
+//                                     200 versions kept, from the call to the
+//                                     list painted (median of 20)
 //   editor_idle_two_frames_ms         the reference: two painted frames of the
 //                                     idle editor, in the same runs (median of 20;
 //                                     about 33 on an idle machine)
@@ -169,6 +172,7 @@ int main() {
   double keystrokeMid = mid[0];
   double idleFrames = mid[1];
   double openInTree = medianOf("bench-open-big-tree", tree, "open_page_ms", 1, 20);
+  double historyOpen = medianOf("bench-history-open", site, "open_ms", 2, 10);
   std::error_code sizeError;
   auto bundle = std::filesystem::file_size(std::string(VORNA_EDITOR_DIR) + "/editor.js", sizeError);
 
@@ -188,6 +192,7 @@ int main() {
       {"editor_keystroke_preview_ms", keystroke},
       {"editor_keystroke_preview_100k_ms", keystrokeMid},
       {"editor_open_page_big_tree_ms", openInTree},
+      {"history_open_ms", historyOpen},
       {"editor_idle_two_frames_ms", idleFrames},
   };
   for (const auto& [name, value] : figures) {

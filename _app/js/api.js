@@ -102,6 +102,11 @@ export function createApi(fetchImpl = (...args) => globalThis.fetch(...args)) {
     candidateText: async (id) => bytesAsText(await request('GET', 'candidate', { id })),
     resolve: (id, choose, disk) => json('POST', 'resolve', { id, choose, disk }),
     dismiss: (path) => json('POST', 'dismiss', { path }),
+    /** The page's retained versions, newest first; also of a page that is gone. */
+    history: (path) => json('GET', 'history', { path }),
+    versionBytes: async (id) => bytesOf(await request('GET', 'version', { id })),
+    /** Pages under `folder` that no longer exist but have retained versions. */
+    deleted: (folder) => json('GET', 'deleted', { path: folder }),
     reveal: (path) => json('POST', 'reveal', { path }),
     open: (path) => json('POST', 'open', { path }),
   };

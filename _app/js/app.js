@@ -12,6 +12,7 @@ import { TreeController } from './tree.js';
 import { clearBanners, hideBanner, showBanner } from './ui/banners.js';
 import { ConflictsView } from './ui/conflicts-view.js';
 import { checkName, choiceDialog, promptDialog } from './ui/dialogs.js';
+import { HistoryView } from './ui/history-view.js';
 import { $, formatTime } from './ui/dom.js';
 import { SourceEditor } from './ui/editor.js';
 import { showMenu } from './ui/menu.js';
@@ -87,6 +88,16 @@ export class App {
       choose: (view, id) => this.chooseCandidate(view, id),
       useCurrent: (view) => this.keepDisk(view),
       dismiss: (view) => this.dismissConflict(view),
+      closed: () => this.editor.focus(),
+    });
+    this.historyView = new HistoryView({
+      api,
+      page: () => (this.editable() && this.session.path) || null,
+      root: () => this.root,
+      current: () => this.editor.text(),
+      diskFingerprint: () => this.session.base,
+      restore: (page, version) => this.restoreVersion(page, version),
+      saveAs: (text, version, path) => this.saveVersionAs(text, version, path),
       closed: () => this.editor.focus(),
     });
 
@@ -205,6 +216,7 @@ export class App {
     $('cursor-pos').addEventListener('click', () => this.command('gotoLine'));
     $('preview-btn').addEventListener('click', () => this.togglePreview());
     $('conflicts-btn').addEventListener('click', () => this.showConflicts());
+    $('history-btn').addEventListener('click', () => this.showHistory());
     $('new-page-btn').addEventListener('click', () => this.newPage(this.targetFolder()));
     $('new-folder-btn').addEventListener('click', () => this.newFolder(this.targetFolder()));
     // Clicking a toolbar button leaves the focus where the user was typing.
@@ -241,9 +253,10 @@ export class App {
     }
   }
 
-  /** The host's menus: Save, New Page, Find and the Edit menu's commands. */
+  /** The host's menus: Save, New Page, Find, History and the Edit menu's commands. */
   command(name) {
     if (name === 'save') return this.save();
+    if (name === 'history') return this.showHistory();
     if (name === 'newPage') return this.root ? this.newPage(this.targetFolder()) : false;
     const field = document.activeElement;
     const inField = field && (field.tagName === 'INPUT' || field.tagName === 'TEXTAREA') && !field.closest('.cm-editor');
@@ -286,6 +299,7 @@ export class App {
     $('dirty-dot').hidden = !s.dirty;
     $('save-btn').disabled = !this.editable() || s.readOnly || !s.dirty || Boolean(s.saving);
     $('find-btn').disabled = !this.editable();
+    $('history-btn').disabled = !this.root;
     $('page-encoding').textContent = this.editable() ? encodingLabel({ encoding: s.encoding, bom: this.editor.format().bom }) : '';
     $('page-eol').textContent = this.editable() ? this.editor.endingLabel() : '';
     if (!this.editable()) $('cursor-pos').textContent = '';
@@ -832,6 +846,65 @@ export class App {
     return this.chooseCandidate(view, candidate.id);
   }
 
+  // ---- version history ----
+
+  /** The History panel: the open page's versions, or the deleted pages when no page is open. */
+  async showHistory() {
+    if (!this.root) return false;
+    await this.historyView.open();
+    return true;
+  }
+
+  /**
+   * Puts a version's text into the editor as an unsaved change (one edit,
+   * undoable). The save that writes it goes with the session's base, so what
+   * is on disk then is kept like any version a save displaces.
+   */
+  restoreVersion(page, version) {
+    if (!this.editable() || this.session.readOnly) {
+      this.status('Restoring needs an editable page open.', 'error');
+      return { ok: false, error: 'no editable page is open' };
+    }
+    this.editor.replace(page, { userEvent: 'input.restore' });
+    this.historyView.close();
+    this.status(`Restored the version of ${formatTime(version.capturedAt)}; saving writes it.`, 'ok');
+    return { ok: true };
+  }
+
+  /**
+   * Creates a page holding a version's text: at `path` (a deleted page coming
+   * back) or under a name the user gives, beside the open page. Nothing that
+   * exists is overwritten: the host refuses a name that is taken.
+   */
+  async saveVersionAs(text, version, path = null, name = null) {
+    if (!this.root) return { ok: false, error: 'no folder is open' };
+    if (!path) {
+      const source = this.historyView.pagePath || this.openFile || join(this.root, 'page.html');
+      const folder = dirname(source);
+      if (name === null) {
+        const wanted = basename(source).replace(/(\.[^.]+)?$/, (ext) => `-restored${ext || '.html'}`);
+        name = await promptDialog({ title: 'Open as a new page', label: `Name of the new page in ${basename(folder) || folder}`, value: this.uniqueName(folder, wanted), okLabel: 'Create', validate: checkName, selectStem: true });
+        if (name === null) return { ok: false, cancelled: true };
+      }
+      path = join(folder, name);
+    }
+    try {
+      await this.api.createFile(path, text);
+    } catch (e) {
+      this.error(`Could not create ${basename(path)}`, e);
+      return { ok: false, error: e.message, status: e.status };
+    }
+    this.historyView.close();
+    await this.relist(dirname(path));
+    await this.revealInTree(path);
+    // A deleted page still open comes back under the editor: a clean one
+    // shows what was brought back, unsaved text is flagged against it.
+    if (this.session.path && samePath(path, this.session.path)) await this.session.reload({ discard: !this.session.dirty });
+    else await this.openPage(path, { interactive: false });
+    this.status(`Created ${basename(path)} from the version of ${formatTime(version.capturedAt)}`, 'ok');
+    return { ok: true, path };
+  }
+
   // ---- tree and file operations ----
 
   async toggleFolder(node) {
@@ -1069,6 +1142,32 @@ export class App {
       conflicts: () => app.desk.refresh(),
       showConflicts: () => app.showConflicts().then((v) => Boolean(v)),
       resolveConflict: (choice) => app.resolveOpenConflict(choice),
+      history: {
+        /** Opens the History panel (the open page's versions, else the deleted pages). */
+        open: () => app.showHistory(),
+        close: () => app.historyView.close(),
+        isOpen: () => app.historyView.isOpen,
+        /** The versions listed, newest first, each with the words the panel shows. */
+        versions: () => app.historyView.versions.map((v, i) => ({ ...v, words: app.historyView.words[i] })),
+        /** Shows version `id` beside the current text; resolves to whether it could. */
+        select: (id) => app.historyView.select(id).then(Boolean),
+        /** {version, current}: the two texts the comparison shows, or null. */
+        shown: () => app.historyView.shown(),
+        restore: async (id) => {
+          const picked = await app.historyView.select(id);
+          return picked ? app.restoreVersion(picked.page, picked.version) : { ok: false, error: `no version ${id}` };
+        },
+        openAsNew: async (id, name) => {
+          const picked = await app.historyView.select(id);
+          return picked ? app.saveVersionAs(app.historyView.selectedText(), picked.version, null, name) : { ok: false, error: `no version ${id}` };
+        },
+        /** The deleted pages under the folder, as GET deleted lists them, shown in the panel. */
+        deleted: async () => {
+          await app.historyView.open();
+          await app.historyView.showDeleted();
+          return app.historyView.deleted;
+        },
+      },
       dismissConflict: () => app.resolveOpenConflict('dismiss'),
       list: async (dir = app.root) => {
         await app.tree.list(app.abs(dir));

@@ -212,7 +212,7 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
                                   G_N_ELEMENTS(kWindowActions), this);
   // Clipboard items run the engine's own commands, which the editor takes up
   // through the page's clipboard events; the rest are the editor's commands
-  // (its undo history, its selection), as are Save, New Page and Find.
+  // (its undo history, its selection), as are Save, New Page, Find and History.
   static const std::pair<const char*, const char*> kEditing[] = {
       {"cut", WEBKIT_EDITING_COMMAND_CUT},
       {"copy", WEBKIT_EDITING_COMMAND_COPY},
@@ -222,7 +222,7 @@ void EditorWindowController::buildWindow(GtkApplication* application) {
   static const std::pair<const char*, const char*> kPageCommands[] = {
       {"undo", "undo"},     {"redo", "redo"}, {"select-all", "selectAll"},
       {"delete", "delete"}, {"save", "save"}, {"new-page", "newPage"},
-      {"find", "find"},
+      {"find", "find"},     {"history", "history"},
   };
   auto addAction = [this](const char* name, const char* command, GCallback run) {
     auto action = contracts::GObjectPtr<GSimpleAction>::adopt(g_simple_action_new(name, nullptr));

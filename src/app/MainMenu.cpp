@@ -41,7 +41,8 @@ contracts::GObjectPtr<GMenu> MainMenu::build(const std::string& appName) {
   auto file = submenu({{{"Open…", "app.open"}},
                        {{"Save", "win.save", "<Control>s"},
                         {"New Page…", "win.new-page", "<Control>n"},
-                        {"Find…", "win.find", "<Control>f"}},
+                        {"Find…", "win.find", "<Control>f"},
+                        {"Page History…", "win.history"}},
                        {{"Close", "win.close"}}});
   auto edit =
       submenu({{{"Undo", "win.undo", "<Control>z"}, {"Redo", "win.redo", "<Control><Shift>z"}},

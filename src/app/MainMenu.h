@@ -14,7 +14,7 @@ namespace vorna::app {
 
 // The menu bar of the interactive mode. Items name actions: "app.*" ones are
 // the application's (about, quit, open, bring-all-to-front), "win.*" ones the
-// editor window's (close, save, new page, find, the editing commands,
+// editor window's (close, save, new page, find, history, the editing commands,
 // minimize, zoom).
 struct MainMenu {
   MainMenu() = delete;

@@ -40,7 +40,8 @@ TEST(MainMenuTest, FourSubmenusWithTheirItemsAndSeparators) {
       describe(G_MENU_MODEL(bar.get())),
       (std::vector<std::string>{
           "Vorna: About Vorna=app.about | Quit Vorna=app.quit",
-          "File: Open…=app.open | Save=win.save New Page…=win.new-page Find…=win.find | "
+          "File: Open…=app.open | Save=win.save New Page…=win.new-page Find…=win.find "
+          "Page History…=win.history | "
           "Close=win.close",
           "Edit: Undo=win.undo Redo=win.redo | Cut=win.cut Copy=win.copy Paste=win.paste "
           "Paste and Match Style=win.paste-as-plain-text Delete=win.delete "

@@ -40,10 +40,13 @@ export function icon(paths, { fill = 'none', className = '' } = {}) {
   return svg;
 }
 
+let dateTime = null; // made once: a formatter costs far more than a format
+
 export function formatTime(iso) {
   const d = new Date(iso);
   if (Number.isNaN(d.getTime())) return String(iso || '');
-  return d.toLocaleString(undefined, { dateStyle: 'medium', timeStyle: 'short' });
+  dateTime = dateTime || new Intl.DateTimeFormat(undefined, { dateStyle: 'medium', timeStyle: 'short' });
+  return dateTime.format(d);
 }
 
 export function shortFingerprint(fp) {

@@ -16,7 +16,8 @@ import { javascript } from '@codemirror/lang-javascript';
 import { markdown } from '@codemirror/lang-markdown';
 import { gotoLine, openSearchPanel } from '@codemirror/search';
 import { Compartment, EditorState, RangeSet, Text } from '@codemirror/state';
-import { EditorView, keymap } from '@codemirror/view';
+import { defaultHighlightStyle, syntaxHighlighting } from '@codemirror/language';
+import { EditorView, highlightSpecialChars, keymap, lineNumbers } from '@codemirror/view';
 import { extname } from '../paths.js';
 import { changeTo, encodeState, endingLabel, pageFormat, readText, setPageFormat } from '../page-text.js';
 
@@ -46,6 +47,20 @@ const formatHistory = invertedEffects.of((tr) => {
 
 function sameFormat(a, b) {
   return a.eol === b.eol && a.bom === b.bom && RangeSet.eq([a.odd], [b.odd]);
+}
+
+/** A read-only view of a page at `path` (a version in the history): its language, this editor's look. */
+export function viewerExtensions(path) {
+  const language = LANGUAGES[extname(path)];
+  return [
+    lineNumbers(),
+    highlightSpecialChars(),
+    syntaxHighlighting(defaultHighlightStyle, { fallback: true }),
+    language ? language() : [],
+    EditorState.readOnly.of(true),
+    EditorView.editable.of(false),
+    theme,
+  ];
 }
 
 export class SourceEditor {
