@@ -15,13 +15,13 @@ FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS ?= 30
 # Tests that need a display, or that run no native code of ours, stay out of
 # the sanitizer runs: GLib and WebKit are not instrumented.
-DISPLAY_TESTS = ^(app_live|selftest_live|smoke|e2e_.*|editor_app|crash_campaign)$$
+DISPLAY_TESTS = ^(app_live|smoke|e2e_.*|editor_app|crash_campaign)$$
 UNIT_TEST_PROGRAMS = contracts_tests storage_tests recovery_tests bridge_tests app_tests
 # These run JavaScriptCore in the test process. It is built without the type
 # information UBSan's vptr check reads, so releasing a shared_ptr from its
 # destructors is reported as a type mismatch that is not one; they run with
 # UBSan's reports non-fatal (AddressSanitizer still stops them).
-JSC_TESTS = ^(PageScriptsTest|SelfTestScriptsTest|SmokeReportTest)\.
+JSC_TESTS = ^(PageScriptsTest)\.
 ASAN_ENV = ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_stacktrace=1
 
 all: build

@@ -2,6 +2,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
@@ -11,7 +12,8 @@
 namespace vorna::app {
 namespace {
 
-// Counts down, and lets a thread wait for zero.
+// Counts down, and lets a thread wait for zero, for a while: a queue that
+// never runs a job fails the test instead of hanging it.
 class Latch {
  public:
   explicit Latch(int count) : count_(count) {}
@@ -21,9 +23,9 @@ class Latch {
       zero_.notify_all();
     }
   }
-  void wait() {
+  [[nodiscard]] bool wait() {
     std::unique_lock guard(lock_);
-    zero_.wait(guard, [this] { return count_ <= 0; });
+    return zero_.wait_for(guard, std::chrono::seconds(10), [this] { return count_ <= 0; });
   }
 
  private:
@@ -48,7 +50,7 @@ TEST(WorkQueueTest, ASerialQueueRunsOneJobAtATimeInOrder) {
         done.arrive();
       });
     }
-    done.wait();
+    ASSERT_TRUE(done.wait());
   }
   EXPECT_EQ(mostAtOnce.load(), 1);
   for (int i = 0; i < 50; ++i) {
@@ -71,11 +73,12 @@ TEST(WorkQueueTest, AConcurrentQueueRunsJobsSideBySideOnNamedThreads) {
         names.emplace_back(name);
       }
       allStarted.arrive();  // four jobs are only all here if they run at once
-      release.wait();
+      EXPECT_TRUE(release.wait());
     });
   }
-  allStarted.wait();
+  const bool sideBySide = allStarted.wait();
   release.arrive();
+  ASSERT_TRUE(sideBySide);
   EXPECT_EQ(names, std::vector<std::string>(4, "vorna-scheme"));
 }
 
@@ -86,7 +89,7 @@ TEST(WorkQueueTest, AFailingJobIsReportedAndTheQueueGoesOn) {
     WorkQueue queue("q.serial", 1);
     queue.submit([] { throw std::runtime_error("boom"); });
     queue.submit([&] { done.arrive(); });
-    done.wait();
+    ASSERT_TRUE(done.wait());
   }
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Vorna: a job on q.serial failed: boom\n");
 }
