@@ -92,6 +92,9 @@ export class Session {
    */
   async open(path) {
     const gen = ++this.generation;
+    // The drafts are asked for alongside the page, not after it: a page opens
+    // in one round trip.
+    const drafts = this.api.drafts().then((list) => ({ list }), (error) => ({ error }));
     const file = await this.api.readFile(path);
     if (gen !== this.generation) return false;
     const page = decodePage(file.bytes);
@@ -99,7 +102,7 @@ export class Session {
     this.reset(path);
     this.adopt(file.fingerprint, page);
     this.emit('opened', { path, page });
-    await this.lookForDraft(path, gen);
+    await this.lookForDraft(path, gen, drafts);
     return true;
   }
 
@@ -116,12 +119,11 @@ export class Session {
     this.emit('closed');
   }
 
-  async lookForDraft(path, gen) {
-    let drafts;
-    try {
-      drafts = await this.api.drafts();
-    } catch (e) {
-      this.emit('error', { error: e });
+  /** `answer` resolves to {list} or {error}: the host's drafts, asked for with the page. */
+  async lookForDraft(path, gen, answer) {
+    const { list: drafts, error } = await answer;
+    if (error) {
+      this.emit('error', { error });
       return;
     }
     if (gen !== this.generation) return;

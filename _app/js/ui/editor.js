@@ -21,12 +21,22 @@ import { EditorView, highlightSpecialChars, keymap, lineNumbers } from '@codemir
 import { extname } from '../paths.js';
 import { changeTo, encodeState, endingLabel, pageFormat, readText, setPageFormat } from '../page-text.js';
 
-const LANGUAGES = {
-  html: html, htm: html, xhtml: html, svg: html, xml: html,
-  css: css,
+const LANGUAGE_OF = {
+  html, htm: html, xhtml: html, svg: html, xml: html,
+  css,
   js: javascript, mjs: javascript, cjs: javascript, json: javascript,
-  md: markdown, markdown: markdown,
+  md: markdown, markdown,
 };
+
+// Each language's support is made once: making HTML's (with the CSS and
+// JavaScript inside it) costs more than showing a small page.
+const languages = new Map();
+function languageFor(ext) {
+  const make = LANGUAGE_OF[ext];
+  if (!make) return [];
+  if (!languages.has(make)) languages.set(make, make());
+  return languages.get(make);
+}
 
 const theme = EditorView.theme({
   '&': { height: '100%', fontSize: '12.5px', backgroundColor: 'var(--panel)' },
@@ -51,12 +61,11 @@ function sameFormat(a, b) {
 
 /** A read-only view of a page at `path` (a version in the history): its language, this editor's look. */
 export function viewerExtensions(path) {
-  const language = LANGUAGES[extname(path)];
   return [
     lineNumbers(),
     highlightSpecialChars(),
     syntaxHighlighting(defaultHighlightStyle, { fallback: true }),
-    language ? language() : [],
+    languageFor(extname(path)),
     EditorState.readOnly.of(true),
     EditorView.editable.of(false),
     theme,
@@ -82,13 +91,12 @@ export class SourceEditor {
   }
 
   createState(doc, { ext = '', readOnly = false, format = null } = {}) {
-    const language = LANGUAGES[ext];
     return EditorState.create({
       doc,
       extensions: [
         basicSetup,
         keymap.of([indentWithTab, { key: 'Alt-z', run: () => this.toggleWrap() }]),
-        this.language.of(language ? language() : []),
+        this.language.of(languageFor(ext)),
         this.readOnly.of(EditorState.readOnly.of(readOnly)),
         this.wrap.of(this.wrapping ? EditorView.lineWrapping : []),
         format ? pageFormat.init(() => format) : pageFormat,
