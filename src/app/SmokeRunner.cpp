@@ -3,6 +3,7 @@
 #include <glib.h>
 
 #include "app/EditorWindowController.h"
+#include "app/ScriptResource.h"
 #include "app/SmokeBridge.h"
 #include "contracts/WorkspaceChange.h"
 #include "recovery/PathForms.h"
@@ -24,48 +25,10 @@ constexpr const char* kBasics =
     "JSON.stringify({ origin: location.protocol + '//' + location.host, "
     "editor: typeof window.QX === 'object' })";
 
-constexpr const char* kBridge = R"JS(
-  await window.__vornaBridgeReady;
-  const out = { list_status: 0, list_names: [], put_echo_bytes: -1, bridge_path: 'scheme' };
-  try {
-    const answer = await fetch('/api/list?path=' + encodeURIComponent(folder));
-    out.list_status = answer.status;
-    const entries = await answer.json();
-    out.list_names = Array.isArray(entries) ? entries.map((entry) => entry && entry.name) : [];
-  } catch (e) {
-    out.list_status = -1;
-    out.list_names = [];
-  }
-  try {
-    const answer = await fetch('/api/file?path=' + encodeURIComponent(folder + '/big.html'),
-                               { method: 'PUT', body: 'x'.repeat(bytes) });
-    const echo = await answer.json();
-    out.put_echo_bytes = echo && typeof echo.bytes === 'number' ? echo.bytes : -1;
-  } catch (e) {
-    out.put_echo_bytes = -1;
-  }
-  out.bridge_path = window.__vornaBridgeMode || 'scheme';
-  return JSON.stringify(out);
-)JS";
-
 constexpr const char* kListenForEvents =
     "window.__got = null; window.vornaHost = { emit: function (e) { window.__got = e; } }; 'ok'";
 constexpr const char* kEventSeen =
     "JSON.stringify({ path: (window.__got && window.__got.path) || null })";
-
-constexpr const char* kConfinement = R"JS(
-  await window.__vornaBridgeReady;
-  const status = async (path) => {
-    try {
-      return (await fetch('/api/file?path=' + encodeURIComponent(path))).status;
-    } catch (e) {
-      return -1;
-    }
-  };
-  return JSON.stringify({ inside: await status(folder + '/a.html'),
-                          outside: await status('/etc/hosts'),
-                          traversal: await status(folder + '/../../../../etc/hosts') });
-)JS";
 
 constexpr const char* kProtocol = "JSON.stringify({ protocol: location.protocol })";
 
@@ -207,25 +170,26 @@ void SmokeRunner::stepBasics() {
 }
 
 void SmokeRunner::stepBridge() {
-  callAsync(kBridge, true, [this](std::optional<Json> bridge) {
-    if (bridge) {
-      const Json status = bridge->value("list_status", Json());
-      const Json names = bridge->value("list_names", Json());
-      const Json echoed = bridge->value("put_echo_bytes", Json());
-      const Json path = bridge->value("bridge_path", Json());
-      result_["list_status"] = status.is_number_integer() ? status.get<int64_t>() : -1;
-      bool allStrings = names.is_array();
-      for (const Json& name : allStrings ? names : Json::array()) {
-        allStrings = allStrings && name.is_string();
-      }
-      result_["list_names"] = allStrings ? names : Json::array();
-      result_["put_echo_bytes"] = echoed.is_number_integer() ? echoed.get<int64_t>() : -1;
-      if (path.is_string()) {
-        result_["bridge_path"] = path;
-      }
-    }
-    stepEvent();
-  });
+  callAsync(ScriptResource::text("smoke-bridge.js") + "\nreturn await smokeBridge(folder, bytes);",
+            true, [this](std::optional<Json> bridge) {
+              if (bridge) {
+                const Json status = bridge->value("list_status", Json());
+                const Json names = bridge->value("list_names", Json());
+                const Json echoed = bridge->value("put_echo_bytes", Json());
+                const Json path = bridge->value("bridge_path", Json());
+                result_["list_status"] = status.is_number_integer() ? status.get<int64_t>() : -1;
+                bool allStrings = names.is_array();
+                for (const Json& name : allStrings ? names : Json::array()) {
+                  allStrings = allStrings && name.is_string();
+                }
+                result_["list_names"] = allStrings ? names : Json::array();
+                result_["put_echo_bytes"] = echoed.is_number_integer() ? echoed.get<int64_t>() : -1;
+                if (path.is_string()) {
+                  result_["bridge_path"] = path;
+                }
+              }
+              stepEvent();
+            });
 }
 
 void SmokeRunner::stepEvent() {
@@ -244,12 +208,15 @@ void SmokeRunner::stepEvent() {
 }
 
 void SmokeRunner::stepConfinement() {
-  callAsync(kConfinement, false, [this](std::optional<Json> statuses) {
-    result_["smoke_bridge_confined"] =
-        statuses.has_value() && statuses->value("inside", Json()) == 200 &&
-        statuses->value("outside", Json()) == 400 && statuses->value("traversal", Json()) == 400;
-    stepNavigation();
-  });
+  callAsync(
+      ScriptResource::text("smoke-confinement.js") + "\nreturn await smokeConfinement(folder);",
+      false, [this](std::optional<Json> statuses) {
+        result_["smoke_bridge_confined"] = statuses.has_value() &&
+                                           statuses->value("inside", Json()) == 200 &&
+                                           statuses->value("outside", Json()) == 400 &&
+                                           statuses->value("traversal", Json()) == 400;
+        stepNavigation();
+      });
 }
 
 void SmokeRunner::stepNavigation() {
