@@ -7,6 +7,7 @@
 //   load_p99_ms              99th-percentile latency over every request
 //   load_unexpected_errors   answers that are neither a success nor a
 //                            conflict the mix provokes (must be 0)
+//   load_save_fresh_median_ms  median latency of a save on a fresh base
 //   load_versions_lost       of the versions the pages held and every body a
 //                            save sent, how many are neither in a page nor
 //                            in the recovery store at the end (must be 0)
@@ -390,6 +391,8 @@ int main() {
   printRow("versions checked", std::to_string(totals.versions.size()));
   printBench("load_rps", static_cast<double>(all.size()) / elapsed);
   printBench("load_p99_ms", all.empty() ? 0 : percentile(all, 0.99) * 1000);
+  const auto& fresh = totals.latencies[kSaveFresh];
+  printBench("load_save_fresh_median_ms", fresh.empty() ? 0 : median(fresh) * 1000);
   printBench("load_unexpected_errors", static_cast<double>(unexpected));
   printBench("load_versions_lost", static_cast<double>(lost));
   return unexpected == 0 && lost == 0 ? 0 : 1;

@@ -135,28 +135,28 @@ BridgeResponse bytesAnswer(const BridgeRequest& request, std::string_view missin
 
 // Rows 10 to 17 mutate. The order is the protocol's: the first match wins.
 const std::array<FileBridge::Route, 22> FileBridge::kRoutes{{
-    {"GET", "list", &FileBridge::list, false},
-    {"GET", "stat", &FileBridge::stat, false},
-    {"GET", "file", &FileBridge::readFile, false},
-    {"HEAD", "file", &FileBridge::headFile, false},
-    {"GET", "drafts", &FileBridge::listDrafts, false},
-    {"GET", "draft", &FileBridge::draftBytes, false},
-    {"GET", "conflicts", &FileBridge::listConflicts, false},
-    {"GET", "candidate", &FileBridge::candidateBytes, false},
-    {"GET", "operations", &FileBridge::listOperations, false},
-    {"PUT", "file", &FileBridge::putFile, true},
-    {"DELETE", "file", &FileBridge::trashFile, true},
-    {"POST", "mkdir", &FileBridge::makeFolder, true},
-    {"POST", "rename", &FileBridge::rename, true},
-    {"PUT", "draft", &FileBridge::storeDraft, true},
-    {"DELETE", "draft", &FileBridge::discardDraft, true},
-    {"POST", "resolve", &FileBridge::resolve, true},
-    {"POST", "dismiss", &FileBridge::dismiss, true},
-    {"POST", "reveal", &FileBridge::reveal, false},
-    {"POST", "open", &FileBridge::open, false},
-    {"GET", "history", &FileBridge::listHistory, false},
-    {"GET", "version", &FileBridge::readVersion, false},
-    {"GET", "deleted", &FileBridge::listDeleted, false},
+    {"GET", "list", &FileBridge::list, Route::Locking::none},
+    {"GET", "stat", &FileBridge::stat, Route::Locking::none},
+    {"GET", "file", &FileBridge::readFile, Route::Locking::none},
+    {"HEAD", "file", &FileBridge::headFile, Route::Locking::none},
+    {"GET", "drafts", &FileBridge::listDrafts, Route::Locking::none},
+    {"GET", "draft", &FileBridge::draftBytes, Route::Locking::none},
+    {"GET", "conflicts", &FileBridge::listConflicts, Route::Locking::none},
+    {"GET", "candidate", &FileBridge::candidateBytes, Route::Locking::none},
+    {"GET", "operations", &FileBridge::listOperations, Route::Locking::none},
+    {"PUT", "file", &FileBridge::putFile, Route::Locking::item},
+    {"DELETE", "file", &FileBridge::trashFile, Route::Locking::subtree},
+    {"POST", "mkdir", &FileBridge::makeFolder, Route::Locking::item},
+    {"POST", "rename", &FileBridge::rename, Route::Locking::own},
+    {"PUT", "draft", &FileBridge::storeDraft, Route::Locking::item},
+    {"DELETE", "draft", &FileBridge::discardDraft, Route::Locking::item},
+    {"POST", "resolve", &FileBridge::resolve, Route::Locking::own},
+    {"POST", "dismiss", &FileBridge::dismiss, Route::Locking::item},
+    {"POST", "reveal", &FileBridge::reveal, Route::Locking::none},
+    {"POST", "open", &FileBridge::open, Route::Locking::none},
+    {"GET", "history", &FileBridge::listHistory, Route::Locking::none},
+    {"GET", "version", &FileBridge::readVersion, Route::Locking::none},
+    {"GET", "deleted", &FileBridge::listDeleted, Route::Locking::none},
 }};
 
 FileBridge::FileBridge(std::string workspaceRoot,
@@ -187,10 +187,6 @@ BridgeResponse FileBridge::dispatch(const BridgeRequest& request) {
     if (route.method != request.method || route.op != request.op) {
       continue;
     }
-    if (route.mutates) {
-      std::lock_guard guard(mutationLock_);
-      return run(route, request);
-    }
     return run(route, request);
   }
   return BridgeResponse::error(404, "unknown op: " + request.method + " " + request.op);
@@ -205,7 +201,14 @@ BridgeResponse FileBridge::run(const Route& route, const BridgeRequest& request)
   if (auto* refusal = std::get_if<PathRefusal>(&resolved)) {
     return refusal->response;
   }
-  return (this->*std::get<PathOperation>(route.run))(request, std::get<std::string>(resolved));
+  const std::string& path = std::get<std::string>(resolved);
+  storage::PathLocks::Hold hold;
+  if (route.locking == Route::Locking::item || route.locking == Route::Locking::subtree) {
+    hold = pathLocks_.acquire(path, route.locking == Route::Locking::item
+                                        ? storage::PathLocks::Reach::item
+                                        : storage::PathLocks::Reach::subtree);
+  }
+  return (this->*std::get<PathOperation>(route.run))(request, path);
 }
 
 void FileBridge::startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) {
@@ -594,6 +597,11 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
   if (boundary_.isRoot(source) || boundary_.isRoot(destination)) {
     return BridgeResponse::error(400, "the workspace folder is not a rename target");
   }
+  // Nothing runs below either end while the move is looked at and made, so no
+  // save writes into a folder half moved.
+  storage::PathLocks::Hold hold =
+      pathLocks_.acquire({{source, storage::PathLocks::Reach::subtree},
+                          {destination, storage::PathLocks::Reach::subtree}});
   std::optional<ItemKind> kind = kindOf(source, fs_);
   if (!kind) {
     return notFound(source);
@@ -779,6 +787,7 @@ BridgeResponse FileBridge::resolve(const BridgeRequest& request) {
   if (page.empty() || page.front() != '/' || !boundary_.resolveInside(page)) {
     return BridgeResponse::error(400, "conflict page is outside the workspace");
   }
+  storage::PathLocks::Hold hold = pathLocks_.acquire(page);
   std::string current;
   try {
     if (!isRegularFile(page, fs_)) {

@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +22,7 @@
 #include "storage/ConflictInfo.h"
 #include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
+#include "storage/PathLocks.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/SafeAdapter.h"
 
@@ -65,12 +65,15 @@ namespace vorna::bridge {
 // and answer at once. Destroying the bridge stops its watcher.
 //
 // Thread safety: handle may run on several threads at once. Rows 10 to 17
-// change pages, drafts or conflicts and run wholly under the recursive
-// mutationLock, so at most one of them is in progress; reads and the shell
-// operations take no bridge lock and run beside them (a read racing a save
-// sees the old or the new file, since saves replace files atomically). Below
-// the mutation lock come the recovery service's lock, the adapter's and the
-// checkpoint index's.
+// change pages, drafts or conflicts and each holds the path locks of what it
+// touches for its whole run: the item it names (a save, a draft, a conflict's
+// page, a new folder), or the whole subtree of what it moves (rename: source
+// and destination; DELETE file). Operations on different pages therefore run
+// side by side, each page's operations one at a time, and nothing runs below
+// a folder while it moves. Reads and the shell operations take no bridge lock
+// and run beside them (a read racing a save sees the old or the new file,
+// since saves replace files atomically). The lock order is written down in
+// docs/architecture.md.
 class FileBridge final : public contracts::BridgeHandling {
  public:
   // The safe adapter's fixed settings.
@@ -94,6 +97,8 @@ class FileBridge final : public contracts::BridgeHandling {
 
   const WorkspaceBoundary& boundary() const { return boundary_; }
   LoadCheckpointIndex& checkpoints() { return checkpoints_; }
+  // How many mutations wait for a path another one holds.
+  size_t waitingMutations() const { return pathLocks_.waiting(); }
 
   // The query parameter `key` as a path under the workspace root, or the
   // refusal to answer with (see resolveTarget).
@@ -108,7 +113,9 @@ class FileBridge final : public contracts::BridgeHandling {
     std::string_view method;
     std::string_view op;
     std::variant<Operation, PathOperation> run;
-    bool mutates;  // runs under mutationLock_
+    // Which path locks the operation holds: none, those of the item "path"
+    // names, of its subtree, or those it takes itself once it knows them.
+    enum class Locking { none, item, subtree, own } locking;
   };
   static const std::array<Route, 22> kRoutes;
 
@@ -183,7 +190,7 @@ class FileBridge final : public contracts::BridgeHandling {
   const std::shared_ptr<recovery::RecoveryServicing> recovery_;
   const WorkspaceBoundary boundary_;
   WorkspaceWatcher watcher_;
-  std::recursive_mutex mutationLock_;
+  storage::PathLocks pathLocks_;
   LoadCheckpointIndex checkpoints_;
   std::once_flag adapterOnce_;
   std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept

@@ -28,16 +28,22 @@ bool LoadCheckpointIndex::fileExists(const std::string& path) const {
 
 void LoadCheckpointIndex::checkpoint(const std::string& pagePath, std::string_view bytes,
                                      const std::string& fingerprint) {
-  std::lock_guard guard(lock_);
-  seedIfNeeded();
-  auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
-  if (known != payloadByKey_.end() && fileExists(known->second)) {
-    return;
+  {
+    std::lock_guard guard(lock_);
+    seedIfNeeded();
+    auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
+    if (known != payloadByKey_.end() && fileExists(known->second)) {
+      return;
+    }
   }
+  // Written outside the lock, so loads of other pages do not wait for the
+  // flushes. Two loads of one version at once may both keep a copy; the index
+  // names one and retention treats the other as an older version.
   try {
     storage::RecoveryEntry entry =
         store_.retain(bytes, storage::RecoveryKind::displacedExpected, pagePath);
-    payloadByKey_[keyOf(entry.pagePath, fingerprint)] = entry.payloadPath;
+    std::lock_guard guard(lock_);
+    noteLocked(entry.pagePath, fingerprint, entry.payloadPath);
   } catch (const std::exception& error) {
     log("load checkpoint not retained for " + pagePath + ": " + error.what());
   }

@@ -21,8 +21,9 @@ namespace vorna::bridge {
 // a lookup forgets a payload file that has disappeared (pruned by retention).
 // When one version is recorded twice, the oldest copy that still exists wins.
 //
-// Thread safety: `lock()` guards the whole index and is held for each public
-// operation; seedIfNeeded and noteLocked expect the caller to hold it, so that
+// Thread safety: `lock()` guards the whole index and is held by each public
+// operation while it looks at the index, never while it writes a copy to the
+// store; seedIfNeeded and noteLocked expect the caller to hold it, so that
 // a caller can register a payload it put in the store itself in one step.
 class LoadCheckpointIndex {
  public:

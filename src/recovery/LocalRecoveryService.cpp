@@ -151,9 +151,14 @@ std::vector<OperationRecord> LocalRecoveryService::readOperations() {
 
 DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
                                             const std::optional<std::string>& baseFingerprint) {
-  std::lock_guard guard(lock_);
   const std::string page = standardisedPath(pagePath);
-  std::vector<DraftEntry> list = readDrafts();
+  {
+    // An index that cannot be read is reported before anything is retained.
+    std::lock_guard guard(lock_);
+    readDrafts();
+  }
+  // The payload is written and flushed outside the lock, so drafts of other
+  // pages do not wait for it; it belongs to no draft until the index names it.
   RecoveryEntry retained;
   try {
     retained = retentionStore_->retain(bytes, RecoveryKind::pendingEditorBytes, pagePath);
@@ -169,6 +174,8 @@ DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::st
       .byteCount = static_cast<std::int64_t>(bytes.size()),
       .capturedAt = environment_.now(),
   };
+  std::lock_guard guard(lock_);
+  std::vector<DraftEntry> list = readDrafts();
   list.push_back(
       DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false});
   writeIndex(indexList(list), indexPath(kDraftsFile), fs_);

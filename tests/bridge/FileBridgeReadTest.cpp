@@ -241,7 +241,7 @@ TEST_F(FileBridgeReadTest, AFileThatCannotBeReadIsNotFoundNeverAServerError) {
   expectError(get("file", root + "/a.html"), 404, "not found: " + root + "/a.html");
 }
 
-TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
+TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveIsUnderWay) {
   tmp.write("w/a.html", "old");
   testing::FaultInjectingFileSystem faulty;
   std::promise<void> inside;
@@ -259,7 +259,7 @@ TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
   auto saving =
       std::async(std::launch::async, [&] { return save(root + "/a.html", "new", sha("old")); });
   inside.get_future().wait();
-  // The save is stopped inside the adapter, holding the mutation lock.
+  // The save is stopped inside the adapter, holding its page.
   BridgeResponse listing = get("list", root);
   EXPECT_EQ(listing.status, 200);
   EXPECT_EQ(listing.body, R"([{"kind":"file","name":"a.html"}])");
