@@ -51,7 +51,17 @@ constexpr int kPages = 200;
 constexpr int kRenameFilesPerThread = 4;
 constexpr int kWatchdogSeconds = 30;
 
-enum Operation { kRead, kSaveFresh, kSaveStale, kDraft, kRename, kConflicts, kResolve, kDismiss, kOperationCount };
+enum Operation {
+  kRead,
+  kSaveFresh,
+  kSaveStale,
+  kDraft,
+  kRename,
+  kConflicts,
+  kResolve,
+  kDismiss,
+  kOperationCount
+};
 constexpr std::array<const char*, kOperationCount> kOperationNames = {
     "read", "save_fresh", "save_stale", "draft", "rename", "conflicts", "resolve", "dismiss"};
 // Out of 100 requests.
@@ -213,7 +223,8 @@ class Load {
                       std::map<std::string, std::string> query,
                       const std::map<std::string, std::string>& headers = {},
                       std::string body = {}) {
-    return bridge_.handle(BridgeRequest::make(method, op, std::move(query), headers, std::move(body)));
+    return bridge_.handle(
+        BridgeRequest::make(method, op, std::move(query), headers, std::move(body)));
   }
 
   // Resolves the first open conflict with its editor's candidate. Another
@@ -238,11 +249,10 @@ class Load {
     std::string page = conflict.value("pagePath", "");
     BridgeResponse current = call("HEAD", "file", {{"path", page}});
     std::string disk = current.headers[contracts::BridgeHeader::fingerprint];
-    BridgeResponse response =
-        call("POST", "resolve",
-             {{"id", conflict.value("id", "")},
-              {"choose", conflict["candidates"].back().value("id", "")},
-              {"disk", disk.empty() ? std::string(64, '0') : disk}});
+    BridgeResponse response = call("POST", "resolve",
+                                   {{"id", conflict.value("id", "")},
+                                    {"choose", conflict["candidates"].back().value("id", "")},
+                                    {"disk", disk.empty() ? std::string(64, '0') : disk}});
     expected = response.status == 404 || response.status == 409;
     return response;
   }
@@ -349,8 +359,8 @@ int main() {
   });
 
   auto started = Clock::now();
-  auto deadline = started + std::chrono::duration_cast<Clock::duration>(
-                                std::chrono::duration<double>(seconds));
+  auto deadline =
+      started + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&, thread] { load.run(thread, deadline, finished); });
@@ -380,8 +390,8 @@ int main() {
     unexpected += totals.unexpected[op];
     std::printf("%-12s %9zu %10s %10s %9ld %11ld\n", kOperationNames[op], samples.size(),
                 samples.empty() ? "-" : ms(median(samples)).c_str(),
-                samples.empty() ? "-" : ms(percentile(samples, 0.99)).c_str(),
-                totals.provoked[op], totals.unexpected[op]);
+                samples.empty() ? "-" : ms(percentile(samples, 0.99)).c_str(), totals.provoked[op],
+                totals.unexpected[op]);
   }
   for (const auto& line : totals.firstUnexpected) {
     std::printf("unexpected: %.300s\n", line.c_str());

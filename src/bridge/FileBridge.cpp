@@ -368,7 +368,7 @@ BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::str
   }
   // The editor's bytes are held by the recovery service before the page is
   // touched; without that there is no write at all.
-  std::optional<contracts::DraftRecord> draft;
+  std::optional<recovery::SavedDraft> draft;
   try {
     draft = recovery_->saveDraft(page, request.body, base);
   } catch (const std::exception& error) {
@@ -400,7 +400,7 @@ BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::str
 }
 
 BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::string& base,
-                                            const std::optional<contracts::DraftRecord>& draft,
+                                            const std::optional<recovery::SavedDraft>& draft,
                                             const Bytes& editorBytes,
                                             const std::string& editorFingerprint,
                                             const storage::ConflictInfo& info) {
@@ -494,12 +494,11 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
 
 void FileBridge::recordWrittenVersion(const std::string& page, const Bytes& bytes,
                                       const std::string& fingerprint,
-                                      const std::optional<contracts::DraftRecord>& draft) {
+                                      const std::optional<recovery::SavedDraft>& draft) {
   // The draft already holds these exact bytes in the store; a second copy
   // would only cost a write and a flush.
-  std::optional<std::string> payload = draftPayload(draft);
-  if (payload && fileExists(*payload)) {
-    adoptCheckpoint(page, fingerprint, *payload);
+  if (draft && fileExists(draft->payloadPath)) {
+    adoptCheckpoint(page, fingerprint, draft->payloadPath);
     return;
   }
   if (PageKinds::isPage(page)) {
@@ -515,13 +514,13 @@ void FileBridge::adoptCheckpoint(const std::string& page, const std::string& fin
 }
 
 std::optional<storage::RecoveryEntry> FileBridge::draftEntry(
-    const std::optional<contracts::DraftRecord>& draft) {
+    const std::optional<recovery::SavedDraft>& draft) {
   if (!draft) {
     return std::nullopt;
   }
   try {
     for (storage::RecoveryEntry& entry : recovery_->retentionStore().entries()) {
-      if (entry.id == draft->id) {
+      if (entry.id == draft->record.id) {
         return std::move(entry);
       }
     }
@@ -530,30 +529,11 @@ std::optional<storage::RecoveryEntry> FileBridge::draftEntry(
   return std::nullopt;
 }
 
-std::optional<std::string> FileBridge::draftPayload(
-    const std::optional<contracts::DraftRecord>& draft) {
-  if (!draft) {
-    return std::nullopt;
-  }
-  if (auto* maintenance = dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get())) {
-    try {
-      return maintenance->draftPayloadURL(draft->id);
-    } catch (const std::exception&) {
-      return std::nullopt;
-    }
-  }
-  std::optional<storage::RecoveryEntry> entry = draftEntry(draft);
-  if (!entry) {
-    return std::nullopt;
-  }
-  return entry->payloadPath;
-}
-
 BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::string& path) {
   if (kindOf(path, fs_)) {
     return BridgeResponse::error(409, "exists");
   }
-  std::optional<contracts::DraftRecord> draft;
+  std::optional<recovery::SavedDraft> draft;
   try {
     draft = recovery_->saveDraft(path, request.body, std::nullopt);
   } catch (const std::exception& error) {
@@ -736,7 +716,8 @@ BridgeResponse FileBridge::storeDraft(const BridgeRequest& request, const std::s
   // has no base, which differs from not saying anything.
   std::optional<std::string> base = request.header(contracts::BridgeHeader::base);
   try {
-    return BridgeResponse::json(200, jsonValue(recovery_->saveDraft(path, request.body, base)));
+    return BridgeResponse::json(200,
+                                jsonValue(recovery_->saveDraft(path, request.body, base).record));
   } catch (const std::exception& error) {
     return BridgeResponse::error(507, error.what());
   }

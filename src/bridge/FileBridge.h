@@ -157,7 +157,7 @@ class FileBridge final : public contracts::BridgeHandling {
   // The 409 answer of a save whose compare-and-swap failed, after gathering
   // the base, editor and disk candidates and recording the conflict.
   contracts::BridgeResponse conflictResponse(const std::string& page, const std::string& base,
-                                             const std::optional<contracts::DraftRecord>& draft,
+                                             const std::optional<recovery::SavedDraft>& draft,
                                              const contracts::Bytes& editorBytes,
                                              const std::string& editorFingerprint,
                                              const storage::ConflictInfo& info);
@@ -165,13 +165,12 @@ class FileBridge final : public contracts::BridgeHandling {
   // draft's stored copy of the same bytes when there is one.
   void recordWrittenVersion(const std::string& page, const contracts::Bytes& bytes,
                             const std::string& fingerprint,
-                            const std::optional<contracts::DraftRecord>& draft);
+                            const std::optional<recovery::SavedDraft>& draft);
   // Registers a payload already in the store as the copy of that version.
   void adoptCheckpoint(const std::string& page, const std::string& fingerprint,
                        const std::string& payloadPath);
   std::optional<storage::RecoveryEntry> draftEntry(
-      const std::optional<contracts::DraftRecord>& draft);
-  std::optional<std::string> draftPayload(const std::optional<contracts::DraftRecord>& draft);
+      const std::optional<recovery::SavedDraft>& draft);
   // Finishes a journalled operation, its steps marked failed unless it
   // landed; the error's text when that fails, nothing without an operation.
   std::optional<std::string> closeJournal(

@@ -113,9 +113,9 @@ class CachedIndex {
     // The writer answers "{}" for a value it cannot write; writing that would
     // silently empty a record.
     if (text == "{}" && !(json.is_object() && json.empty())) {
-      throw contracts::RecoveryError::storeUnavailable(
-          "cannot write " + storage::lastComponent(path_) +
-          ": it holds text that is not valid UTF-8");
+      throw contracts::RecoveryError::storeUnavailable("cannot write " +
+                                                       storage::lastComponent(path_) +
+                                                       ": it holds text that is not valid UTF-8");
     }
     return text;
   }

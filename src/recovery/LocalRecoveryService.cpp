@@ -152,8 +152,8 @@ const std::vector<OperationRecord>& LocalRecoveryService::readOperations() {
 
 // Drafts
 
-DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
-                                            const std::optional<std::string>& baseFingerprint) {
+SavedDraft LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
+                                           const std::optional<std::string>& baseFingerprint) {
   const std::string page = standardisedPath(pagePath);
   {
     // An index that cannot be read is reported before anything is retained.
@@ -180,7 +180,7 @@ DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::st
   std::lock_guard guard(lock_);
   drafts_->append(
       DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false});
-  return record;
+  return SavedDraft{std::move(record), std::move(retained.payloadPath)};
 }
 
 std::vector<DraftRecord> LocalRecoveryService::drafts() {

@@ -87,8 +87,8 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   //     at {path}", storeUnavailable "draft {id}: payload at {path} no longer
   //     matches its fingerprint".
   //   discardDraft: a page without drafts is no error and writes nothing.
-  contracts::DraftRecord saveDraft(const std::string& pagePath, std::string_view bytes,
-                                   const std::optional<std::string>& baseFingerprint) override;
+  SavedDraft saveDraft(const std::string& pagePath, std::string_view bytes,
+                       const std::optional<std::string>& baseFingerprint) override;
   std::vector<contracts::DraftRecord> drafts() override;
   contracts::Bytes draftBytes(const std::string& id) override;
   void discardDraft(const std::string& pagePath) override;

@@ -84,8 +84,8 @@ void PathLocks::release(std::uint64_t ticket) {
 
 size_t PathLocks::waiting() const {
   std::lock_guard guard(mutex_);
-  return static_cast<size_t>(std::count_if(requests_.begin(), requests_.end(),
-                                           [](const Request& request) { return !request.granted; }));
+  return static_cast<size_t>(std::count_if(
+      requests_.begin(), requests_.end(), [](const Request& request) { return !request.granted; }));
 }
 
 }  // namespace vorna::storage

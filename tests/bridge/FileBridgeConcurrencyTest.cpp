@@ -58,9 +58,8 @@ TEST_F(FileBridgeConcurrencyTest, SavesOfTwoPagesAreInsideTheirExchangesAtOnce) 
   testing::FaultInjectingFileSystem faulty;
   Meeting meeting(2);
   std::atomic<int> met{0};
-  faulty.beforeCall(testing::FsCall::exchange, [&](const std::string&) {
-    met += meeting.arrive() ? 1 : 0;
-  });
+  faulty.beforeCall(testing::FsCall::exchange,
+                    [&](const std::string&) { met += meeting.arrive() ? 1 : 0; });
   fs = &faulty;
   bridge();
   // Each save waits inside its exchange for the other, so both are in their
@@ -91,8 +90,8 @@ TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSaves
   });
   fs = &faulty;
   bridge();
-  auto saving = std::async(std::launch::async,
-                           [&] { return save(root + "/d/p.html", "new", sha("old")); });
+  auto saving =
+      std::async(std::launch::async, [&] { return save(root + "/d/p.html", "new", sha("old")); });
   ASSERT_EQ(inside.get_future().wait_for(20s), std::future_status::ready);
   auto renaming = std::async(std::launch::async, [&] {
     return call("POST", "rename", {{"path", root + "/d"}, {"to", root + "/e"}});
@@ -100,8 +99,8 @@ TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSaves
   ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 1; }));
   // A save that comes after the rename waits behind it, and a save of another
   // page outside the folder does not wait at all.
-  auto late = std::async(std::launch::async,
-                         [&] { return save(root + "/d/p.html", "later", sha("new")); });
+  auto late =
+      std::async(std::launch::async, [&] { return save(root + "/d/p.html", "later", sha("new")); });
   ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 2; }));
   EXPECT_EQ(create(root + "/outside.html", "x").status, 200);
   EXPECT_TRUE(tmp.exists("w/d/p.html"));

@@ -166,15 +166,17 @@ TEST_F(IndexFilesTest, SplicedAppendsAndChangesWriteTheBytesOfAWholeRewrite) {
   for (int i = 0; i < 5; ++i) {
     service().saveDraft(page("p" + std::to_string(i % 3) + ".html"), "v" + std::to_string(i),
                         "base");
-    operations.push_back(service().beginOperation("op/" + std::to_string(i),
-                                                  {{.path = "/w/a"}}).id);
+    operations.push_back(
+        service()
+            .beginOperation("op/" + std::to_string(i),
+                            {{.path = "/w/a", .beforeFingerprint = {}, .afterFingerprint = {}}})
+            .id);
   }
   service().discardDraft(page("p1.html"));
   service().updateStep(operations[1], 0, contracts::OperationRecord::StepState::failed);
   service().finishOperation(operations[3]);
-  storage::RecoveryEntry disk =
-      service().retentionStore().retain("disk", storage::RecoveryKind::displacedExternal,
-                                        page("p0.html"));
+  storage::RecoveryEntry disk = service().retentionStore().retain(
+      "disk", storage::RecoveryKind::displacedExternal, page("p0.html"));
   contracts::ConflictRecord conflict =
       service().recordConflict(page("p0.html"), std::string_view("base"), {disk});
   service().recordConflict(page("p2.html"), std::string_view("b2"), {});
