@@ -170,6 +170,28 @@ FileBridge::FileBridge(std::string workspaceRoot,
       environment_(std::move(environment)),
       fs_(fs) {}
 
+FileBridge::~FileBridge() {
+  if (preparing_.joinable()) {
+    preparing_.join();
+  }
+}
+
+void FileBridge::prepareInBackground() {
+  auto* maintenance = dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get());
+  if (maintenance == nullptr) {
+    return;  // the checkpoints read the store when first needed
+  }
+  checkpoints_.expectSeed();
+  preparing_ = std::thread([this, maintenance] {
+    checkpoints_.seed(maintenance->loadStoreIndex());
+    try {
+      maintenance->enforceRetentionBudget();
+    } catch (const std::exception& error) {
+      checkpoints_.log(std::string("retention budget skipped: ") + error.what());
+    }
+  });
+}
+
 BridgeResponse FileBridge::handle(const BridgeRequest& request) {
   try {
     return dispatch(request);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <variant>
 #include <vector>
 
@@ -88,6 +89,16 @@ class FileBridge final : public contracts::BridgeHandling {
              storage::FileSystem& fs = storage::FileSystem::real());
   FileBridge(const FileBridge&) = delete;
   FileBridge& operator=(const FileBridge&) = delete;
+  // Waits for the work prepareInBackground started.
+  ~FileBridge() override;
+
+  // Reads the recovery store once, on a thread of its own: the load
+  // checkpoints are seeded from that read, and then the retention budget runs
+  // on it (a failure is logged as "retention budget skipped: {error}").
+  // Answers meanwhile do not wait for it, except one that needs the copy of
+  // an older version (a conflict's base). Call at most once, before the first
+  // request.
+  void prepareInBackground();
 
   const std::string& workspaceRoot() const override { return workspaceRoot_; }
   contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override;
@@ -197,6 +208,7 @@ class FileBridge final : public contracts::BridgeHandling {
   storage::FileSystem& fs_;
   storage::DurableChanges changes_{fs_};
   WorkspaceWatcher::NoticeHandler watchNotice_;
+  std::thread preparing_;
 };
 
 }  // namespace vorna::bridge

@@ -51,7 +51,8 @@ void LoadCheckpointIndex::checkpoint(const std::string& pagePath, std::string_vi
 
 std::optional<std::string> LoadCheckpointIndex::payloadURL(const std::string& pagePath,
                                                            const std::string& fingerprint) {
-  std::lock_guard guard(lock_);
+  std::unique_lock guard(lock_);
+  seedArrived_.wait(guard, [this] { return !seedExpected_; });
   seedIfNeeded();
   auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
   if (known == payloadByKey_.end()) {
@@ -64,8 +65,29 @@ std::optional<std::string> LoadCheckpointIndex::payloadURL(const std::string& pa
   return known->second;
 }
 
+void LoadCheckpointIndex::expectSeed() {
+  std::lock_guard guard(lock_);
+  seedExpected_ = !seeded_;
+}
+
+void LoadCheckpointIndex::seed(const std::vector<storage::RecoveryEntry>& entries) {
+  {
+    std::lock_guard guard(lock_);
+    if (!seeded_) {
+      seeded_ = true;
+      for (const storage::RecoveryEntry& entry : entries) {
+        if (entry.fingerprint) {
+          noteLocked(entry.pagePath, entry.fingerprint->hex, entry.payloadPath);
+        }
+      }
+    }
+    seedExpected_ = false;
+  }
+  seedArrived_.notify_all();
+}
+
 void LoadCheckpointIndex::seedIfNeeded() {
-  if (seeded_) {
+  if (seeded_ || seedExpected_) {
     return;
   }
   seeded_ = true;

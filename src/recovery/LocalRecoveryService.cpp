@@ -541,6 +541,21 @@ void LocalRecoveryService::enforceRetentionBudget() {
 
 // Swap sweep
 
+std::vector<RecoveryEntry> LocalRecoveryService::loadStoreIndex() {
+  RetentionStoreIndex loaded;
+  loaded.refresh(*retentionStore_);
+  std::vector<RecoveryEntry> entries;
+  entries.reserve(loaded.size());
+  for (const auto& [page, versions] : loaded.entriesByPage()) {
+    entries.insert(entries.end(), versions.begin(), versions.end());
+  }
+  std::lock_guard guard(lock_);
+  if (storeIndex_.size() == 0) {
+    storeIndex_ = std::move(loaded);
+  }
+  return entries;
+}
+
 bool LocalRecoveryService::retentionStoreAcceptsWrites() {
   // Making a file answers for everything that can refuse one (mode bits, ACLs,
   // a read-only mount), which a test of the mode bits alone would not.

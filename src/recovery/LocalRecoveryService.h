@@ -139,6 +139,10 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   // unreadable. An unreadable drafts.json or a failing write of it is thrown
   // and nothing is deleted; a failing deletion is logged and skipped.
   void enforceRetentionBudget() override;
+  // The sidecars are read outside the lock, so drafts and conflicts are kept
+  // meanwhile; the result becomes the store index unless a refresh under the
+  // lock filled it first. Never throws: an unreadable store reads as empty.
+  std::vector<storage::RecoveryEntry> loadStoreIndex() override;
 
  private:
   std::string indexPath(std::string_view name) const;
