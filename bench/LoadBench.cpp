@@ -7,6 +7,7 @@
 //   load_p99_ms              99th-percentile latency over every request
 //   load_unexpected_errors   answers that are neither a success nor a
 //                            conflict the mix provokes (must be 0)
+//   load_save_fresh_median_ms  median latency of a save on a fresh base
 //   load_versions_lost       of the versions the pages held and every body a
 //                            save sent, how many are neither in a page nor
 //                            in the recovery store at the end (must be 0)
@@ -50,7 +51,17 @@ constexpr int kPages = 200;
 constexpr int kRenameFilesPerThread = 4;
 constexpr int kWatchdogSeconds = 30;
 
-enum Operation { kRead, kSaveFresh, kSaveStale, kDraft, kRename, kConflicts, kResolve, kDismiss, kOperationCount };
+enum Operation {
+  kRead,
+  kSaveFresh,
+  kSaveStale,
+  kDraft,
+  kRename,
+  kConflicts,
+  kResolve,
+  kDismiss,
+  kOperationCount
+};
 constexpr std::array<const char*, kOperationCount> kOperationNames = {
     "read", "save_fresh", "save_stale", "draft", "rename", "conflicts", "resolve", "dismiss"};
 // Out of 100 requests.
@@ -212,7 +223,8 @@ class Load {
                       std::map<std::string, std::string> query,
                       const std::map<std::string, std::string>& headers = {},
                       std::string body = {}) {
-    return bridge_.handle(BridgeRequest::make(method, op, std::move(query), headers, std::move(body)));
+    return bridge_.handle(
+        BridgeRequest::make(method, op, std::move(query), headers, std::move(body)));
   }
 
   // Resolves the first open conflict with its editor's candidate. Another
@@ -237,11 +249,10 @@ class Load {
     std::string page = conflict.value("pagePath", "");
     BridgeResponse current = call("HEAD", "file", {{"path", page}});
     std::string disk = current.headers[contracts::BridgeHeader::fingerprint];
-    BridgeResponse response =
-        call("POST", "resolve",
-             {{"id", conflict.value("id", "")},
-              {"choose", conflict["candidates"].back().value("id", "")},
-              {"disk", disk.empty() ? std::string(64, '0') : disk}});
+    BridgeResponse response = call("POST", "resolve",
+                                   {{"id", conflict.value("id", "")},
+                                    {"choose", conflict["candidates"].back().value("id", "")},
+                                    {"disk", disk.empty() ? std::string(64, '0') : disk}});
     expected = response.status == 404 || response.status == 409;
     return response;
   }
@@ -348,8 +359,8 @@ int main() {
   });
 
   auto started = Clock::now();
-  auto deadline = started + std::chrono::duration_cast<Clock::duration>(
-                                std::chrono::duration<double>(seconds));
+  auto deadline =
+      started + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([&, thread] { load.run(thread, deadline, finished); });
@@ -379,8 +390,8 @@ int main() {
     unexpected += totals.unexpected[op];
     std::printf("%-12s %9zu %10s %10s %9ld %11ld\n", kOperationNames[op], samples.size(),
                 samples.empty() ? "-" : ms(median(samples)).c_str(),
-                samples.empty() ? "-" : ms(percentile(samples, 0.99)).c_str(),
-                totals.provoked[op], totals.unexpected[op]);
+                samples.empty() ? "-" : ms(percentile(samples, 0.99)).c_str(), totals.provoked[op],
+                totals.unexpected[op]);
   }
   for (const auto& line : totals.firstUnexpected) {
     std::printf("unexpected: %.300s\n", line.c_str());
@@ -390,6 +401,8 @@ int main() {
   printRow("versions checked", std::to_string(totals.versions.size()));
   printBench("load_rps", static_cast<double>(all.size()) / elapsed);
   printBench("load_p99_ms", all.empty() ? 0 : percentile(all, 0.99) * 1000);
+  const auto& fresh = totals.latencies[kSaveFresh];
+  printBench("load_save_fresh_median_ms", fresh.empty() ? 0 : median(fresh) * 1000);
   printBench("load_unexpected_errors", static_cast<double>(unexpected));
   printBench("load_versions_lost", static_cast<double>(lost));
   return unexpected == 0 && lost == 0 ? 0 : 1;

@@ -1,6 +1,5 @@
 #include "app/WorkspaceBridge.h"
 
-#include <cstdio>
 #include <optional>
 
 #include "bridge/FileBridge.h"
@@ -23,19 +22,17 @@ std::shared_ptr<contracts::BridgeHandling> makeWorkspaceBridge(const std::string
   }
   auto service = std::make_shared<recovery::LocalRecoveryService>(
       folder, storeRoot, kRetainedPerPage, kRetentionGraceSeconds);
-  // Both run before the bridge answers its first request, so swap files a
-  // crashed save left behind are in the store before the editor looks.
+  // Before the bridge answers its first request, so swap files a crashed save
+  // left behind are in the store before the editor looks.
   try {
     service->sweepOrphanedSwaps();
   } catch (const contracts::RecoveryError&) {
     // The swap files stay where they are and the next opening tries again.
   }
-  try {
-    service->enforceRetentionBudget();
-  } catch (const contracts::RecoveryError& error) {
-    std::fprintf(stderr, "Vorna: retention budget skipped: %s\n", error.what());
-  }
-  return std::make_shared<bridge::FileBridge>(folder, service);
+  // Reading a large store and thinning it out waits for nobody.
+  auto fileBridge = std::make_shared<bridge::FileBridge>(folder, service);
+  fileBridge->prepareInBackground();
+  return fileBridge;
 }
 
 }  // namespace vorna::app

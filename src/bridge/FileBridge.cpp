@@ -135,28 +135,28 @@ BridgeResponse bytesAnswer(const BridgeRequest& request, std::string_view missin
 
 // Rows 10 to 17 mutate. The order is the protocol's: the first match wins.
 const std::array<FileBridge::Route, 22> FileBridge::kRoutes{{
-    {"GET", "list", &FileBridge::list, false},
-    {"GET", "stat", &FileBridge::stat, false},
-    {"GET", "file", &FileBridge::readFile, false},
-    {"HEAD", "file", &FileBridge::headFile, false},
-    {"GET", "drafts", &FileBridge::listDrafts, false},
-    {"GET", "draft", &FileBridge::draftBytes, false},
-    {"GET", "conflicts", &FileBridge::listConflicts, false},
-    {"GET", "candidate", &FileBridge::candidateBytes, false},
-    {"GET", "operations", &FileBridge::listOperations, false},
-    {"PUT", "file", &FileBridge::putFile, true},
-    {"DELETE", "file", &FileBridge::trashFile, true},
-    {"POST", "mkdir", &FileBridge::makeFolder, true},
-    {"POST", "rename", &FileBridge::rename, true},
-    {"PUT", "draft", &FileBridge::storeDraft, true},
-    {"DELETE", "draft", &FileBridge::discardDraft, true},
-    {"POST", "resolve", &FileBridge::resolve, true},
-    {"POST", "dismiss", &FileBridge::dismiss, true},
-    {"POST", "reveal", &FileBridge::reveal, false},
-    {"POST", "open", &FileBridge::open, false},
-    {"GET", "history", &FileBridge::listHistory, false},
-    {"GET", "version", &FileBridge::readVersion, false},
-    {"GET", "deleted", &FileBridge::listDeleted, false},
+    {"GET", "list", &FileBridge::list, Route::Locking::none},
+    {"GET", "stat", &FileBridge::stat, Route::Locking::none},
+    {"GET", "file", &FileBridge::readFile, Route::Locking::none},
+    {"HEAD", "file", &FileBridge::headFile, Route::Locking::none},
+    {"GET", "drafts", &FileBridge::listDrafts, Route::Locking::none},
+    {"GET", "draft", &FileBridge::draftBytes, Route::Locking::none},
+    {"GET", "conflicts", &FileBridge::listConflicts, Route::Locking::none},
+    {"GET", "candidate", &FileBridge::candidateBytes, Route::Locking::none},
+    {"GET", "operations", &FileBridge::listOperations, Route::Locking::none},
+    {"PUT", "file", &FileBridge::putFile, Route::Locking::item},
+    {"DELETE", "file", &FileBridge::trashFile, Route::Locking::subtree},
+    {"POST", "mkdir", &FileBridge::makeFolder, Route::Locking::item},
+    {"POST", "rename", &FileBridge::rename, Route::Locking::own},
+    {"PUT", "draft", &FileBridge::storeDraft, Route::Locking::item},
+    {"DELETE", "draft", &FileBridge::discardDraft, Route::Locking::item},
+    {"POST", "resolve", &FileBridge::resolve, Route::Locking::own},
+    {"POST", "dismiss", &FileBridge::dismiss, Route::Locking::item},
+    {"POST", "reveal", &FileBridge::reveal, Route::Locking::none},
+    {"POST", "open", &FileBridge::open, Route::Locking::none},
+    {"GET", "history", &FileBridge::listHistory, Route::Locking::none},
+    {"GET", "version", &FileBridge::readVersion, Route::Locking::none},
+    {"GET", "deleted", &FileBridge::listDeleted, Route::Locking::none},
 }};
 
 FileBridge::FileBridge(std::string workspaceRoot,
@@ -169,6 +169,28 @@ FileBridge::FileBridge(std::string workspaceRoot,
       checkpoints_(recovery_->retentionStore(), environment.log),
       environment_(std::move(environment)),
       fs_(fs) {}
+
+FileBridge::~FileBridge() {
+  if (preparing_.joinable()) {
+    preparing_.join();
+  }
+}
+
+void FileBridge::prepareInBackground() {
+  auto* maintenance = dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get());
+  if (maintenance == nullptr) {
+    return;  // the checkpoints read the store when first needed
+  }
+  checkpoints_.expectSeed();
+  preparing_ = std::thread([this, maintenance] {
+    checkpoints_.seed(maintenance->loadStoreIndex());
+    try {
+      maintenance->enforceRetentionBudget();
+    } catch (const std::exception& error) {
+      checkpoints_.log(std::string("retention budget skipped: ") + error.what());
+    }
+  });
+}
 
 BridgeResponse FileBridge::handle(const BridgeRequest& request) {
   try {
@@ -187,10 +209,6 @@ BridgeResponse FileBridge::dispatch(const BridgeRequest& request) {
     if (route.method != request.method || route.op != request.op) {
       continue;
     }
-    if (route.mutates) {
-      std::lock_guard guard(mutationLock_);
-      return run(route, request);
-    }
     return run(route, request);
   }
   return BridgeResponse::error(404, "unknown op: " + request.method + " " + request.op);
@@ -205,7 +223,14 @@ BridgeResponse FileBridge::run(const Route& route, const BridgeRequest& request)
   if (auto* refusal = std::get_if<PathRefusal>(&resolved)) {
     return refusal->response;
   }
-  return (this->*std::get<PathOperation>(route.run))(request, std::get<std::string>(resolved));
+  const std::string& path = std::get<std::string>(resolved);
+  storage::PathLocks::Hold hold;
+  if (route.locking == Route::Locking::item || route.locking == Route::Locking::subtree) {
+    hold = pathLocks_.acquire(path, route.locking == Route::Locking::item
+                                        ? storage::PathLocks::Reach::item
+                                        : storage::PathLocks::Reach::subtree);
+  }
+  return (this->*std::get<PathOperation>(route.run))(request, path);
 }
 
 void FileBridge::startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) {
@@ -290,12 +315,35 @@ BridgeResponse FileBridge::list(const BridgeRequest&, const std::string& path) {
   }
   watcher_.noteInterest(path);
   sortNaturally(shown);
-  Json entries = Json::array();
-  for (std::string& name : shown) {
-    const bool isFolder = kindOf(storage::joinPath(path, name), fs_) == ItemKind::directory;
-    entries.push_back(Json{{"kind", isFolder ? "directory" : "file"}, {"name", std::move(name)}});
+  // Written as text, since a JSON value per entry costs more than the listing
+  // itself; the bytes are writeJson's for the same array.
+  std::string text = "[";
+  text.reserve(shown.size() * 48);
+  std::string itemPath = path;
+  itemPath += '/';
+  const size_t folderLength = itemPath.size();
+  for (const std::string& name : shown) {
+    itemPath.resize(folderLength);
+    itemPath += name;
+    const bool isFolder = kindOf(itemPath, fs_) == ItemKind::directory;
+    if (text.size() > 1) {
+      text += ',';
+    }
+    text += isFolder ? R"({"kind":"directory","name":)" : R"({"kind":"file","name":)";
+    const bool plain = std::none_of(name.begin(), name.end(), [](char c) {
+      return c == '"' || c == '\\' || static_cast<unsigned char>(c) < 0x20;
+    });
+    if (plain) {
+      text += '"';
+      text += name;
+      text += '"';
+    } else {
+      text += contracts::writeJson(Json(name));
+    }
+    text += '}';
   }
-  return BridgeResponse::json(200, entries);
+  text += ']';
+  return BridgeResponse::jsonText(200, std::move(text));
 }
 
 BridgeResponse FileBridge::stat(const BridgeRequest&, const std::string& path) {
@@ -365,7 +413,7 @@ BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::str
   }
   // The editor's bytes are held by the recovery service before the page is
   // touched; without that there is no write at all.
-  std::optional<contracts::DraftRecord> draft;
+  std::optional<recovery::SavedDraft> draft;
   try {
     draft = recovery_->saveDraft(page, request.body, base);
   } catch (const std::exception& error) {
@@ -397,7 +445,7 @@ BridgeResponse FileBridge::saveFile(const BridgeRequest& request, const std::str
 }
 
 BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::string& base,
-                                            const std::optional<contracts::DraftRecord>& draft,
+                                            const std::optional<recovery::SavedDraft>& draft,
                                             const Bytes& editorBytes,
                                             const std::string& editorFingerprint,
                                             const storage::ConflictInfo& info) {
@@ -491,12 +539,11 @@ BridgeResponse FileBridge::conflictResponse(const std::string& page, const std::
 
 void FileBridge::recordWrittenVersion(const std::string& page, const Bytes& bytes,
                                       const std::string& fingerprint,
-                                      const std::optional<contracts::DraftRecord>& draft) {
+                                      const std::optional<recovery::SavedDraft>& draft) {
   // The draft already holds these exact bytes in the store; a second copy
   // would only cost a write and a flush.
-  std::optional<std::string> payload = draftPayload(draft);
-  if (payload && fileExists(*payload)) {
-    adoptCheckpoint(page, fingerprint, *payload);
+  if (draft && fileExists(draft->payloadPath)) {
+    adoptCheckpoint(page, fingerprint, draft->payloadPath);
     return;
   }
   if (PageKinds::isPage(page)) {
@@ -512,13 +559,13 @@ void FileBridge::adoptCheckpoint(const std::string& page, const std::string& fin
 }
 
 std::optional<storage::RecoveryEntry> FileBridge::draftEntry(
-    const std::optional<contracts::DraftRecord>& draft) {
+    const std::optional<recovery::SavedDraft>& draft) {
   if (!draft) {
     return std::nullopt;
   }
   try {
     for (storage::RecoveryEntry& entry : recovery_->retentionStore().entries()) {
-      if (entry.id == draft->id) {
+      if (entry.id == draft->record.id) {
         return std::move(entry);
       }
     }
@@ -527,30 +574,11 @@ std::optional<storage::RecoveryEntry> FileBridge::draftEntry(
   return std::nullopt;
 }
 
-std::optional<std::string> FileBridge::draftPayload(
-    const std::optional<contracts::DraftRecord>& draft) {
-  if (!draft) {
-    return std::nullopt;
-  }
-  if (auto* maintenance = dynamic_cast<recovery::RecoveryMaintenance*>(recovery_.get())) {
-    try {
-      return maintenance->draftPayloadURL(draft->id);
-    } catch (const std::exception&) {
-      return std::nullopt;
-    }
-  }
-  std::optional<storage::RecoveryEntry> entry = draftEntry(draft);
-  if (!entry) {
-    return std::nullopt;
-  }
-  return entry->payloadPath;
-}
-
 BridgeResponse FileBridge::createFile(const BridgeRequest& request, const std::string& path) {
   if (kindOf(path, fs_)) {
     return BridgeResponse::error(409, "exists");
   }
-  std::optional<contracts::DraftRecord> draft;
+  std::optional<recovery::SavedDraft> draft;
   try {
     draft = recovery_->saveDraft(path, request.body, std::nullopt);
   } catch (const std::exception& error) {
@@ -594,6 +622,11 @@ BridgeResponse FileBridge::rename(const BridgeRequest& request, const std::strin
   if (boundary_.isRoot(source) || boundary_.isRoot(destination)) {
     return BridgeResponse::error(400, "the workspace folder is not a rename target");
   }
+  // Nothing runs below either end while the move is looked at and made, so no
+  // save writes into a folder half moved.
+  storage::PathLocks::Hold hold =
+      pathLocks_.acquire({{source, storage::PathLocks::Reach::subtree},
+                          {destination, storage::PathLocks::Reach::subtree}});
   std::optional<ItemKind> kind = kindOf(source, fs_);
   if (!kind) {
     return notFound(source);
@@ -728,7 +761,8 @@ BridgeResponse FileBridge::storeDraft(const BridgeRequest& request, const std::s
   // has no base, which differs from not saying anything.
   std::optional<std::string> base = request.header(contracts::BridgeHeader::base);
   try {
-    return BridgeResponse::json(200, jsonValue(recovery_->saveDraft(path, request.body, base)));
+    return BridgeResponse::json(200,
+                                jsonValue(recovery_->saveDraft(path, request.body, base).record));
   } catch (const std::exception& error) {
     return BridgeResponse::error(507, error.what());
   }
@@ -779,6 +813,7 @@ BridgeResponse FileBridge::resolve(const BridgeRequest& request) {
   if (page.empty() || page.front() != '/' || !boundary_.resolveInside(page)) {
     return BridgeResponse::error(400, "conflict page is outside the workspace");
   }
+  storage::PathLocks::Hold hold = pathLocks_.acquire(page);
   std::string current;
   try {
     if (!isRegularFile(page, fs_)) {

@@ -4,10 +4,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <variant>
 #include <vector>
 
@@ -23,6 +23,7 @@
 #include "storage/ConflictInfo.h"
 #include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
+#include "storage/PathLocks.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/SafeAdapter.h"
 
@@ -65,12 +66,15 @@ namespace vorna::bridge {
 // and answer at once. Destroying the bridge stops its watcher.
 //
 // Thread safety: handle may run on several threads at once. Rows 10 to 17
-// change pages, drafts or conflicts and run wholly under the recursive
-// mutationLock, so at most one of them is in progress; reads and the shell
-// operations take no bridge lock and run beside them (a read racing a save
-// sees the old or the new file, since saves replace files atomically). Below
-// the mutation lock come the recovery service's lock, the adapter's and the
-// checkpoint index's.
+// change pages, drafts or conflicts and each holds the path locks of what it
+// touches for its whole run: the item it names (a save, a draft, a conflict's
+// page, a new folder), or the whole subtree of what it moves (rename: source
+// and destination; DELETE file). Operations on different pages therefore run
+// side by side, each page's operations one at a time, and nothing runs below
+// a folder while it moves. Reads and the shell operations take no bridge lock
+// and run beside them (a read racing a save sees the old or the new file,
+// since saves replace files atomically). The lock order is written down in
+// docs/architecture.md.
 class FileBridge final : public contracts::BridgeHandling {
  public:
   // The safe adapter's fixed settings.
@@ -85,6 +89,16 @@ class FileBridge final : public contracts::BridgeHandling {
              storage::FileSystem& fs = storage::FileSystem::real());
   FileBridge(const FileBridge&) = delete;
   FileBridge& operator=(const FileBridge&) = delete;
+  // Waits for the work prepareInBackground started.
+  ~FileBridge() override;
+
+  // Reads the recovery store once, on a thread of its own: the load
+  // checkpoints are seeded from that read, and then the retention budget runs
+  // on it (a failure is logged as "retention budget skipped: {error}").
+  // Answers meanwhile do not wait for it, except one that needs the copy of
+  // an older version (a conflict's base). Call at most once, before the first
+  // request.
+  void prepareInBackground();
 
   const std::string& workspaceRoot() const override { return workspaceRoot_; }
   contracts::BridgeResponse handle(const contracts::BridgeRequest& request) override;
@@ -94,6 +108,8 @@ class FileBridge final : public contracts::BridgeHandling {
 
   const WorkspaceBoundary& boundary() const { return boundary_; }
   LoadCheckpointIndex& checkpoints() { return checkpoints_; }
+  // How many mutations wait for a path another one holds.
+  size_t waitingMutations() const { return pathLocks_.waiting(); }
 
   // The query parameter `key` as a path under the workspace root, or the
   // refusal to answer with (see resolveTarget).
@@ -108,7 +124,9 @@ class FileBridge final : public contracts::BridgeHandling {
     std::string_view method;
     std::string_view op;
     std::variant<Operation, PathOperation> run;
-    bool mutates;  // runs under mutationLock_
+    // Which path locks the operation holds: none, those of the item "path"
+    // names, of its subtree, or those it takes itself once it knows them.
+    enum class Locking { none, item, subtree, own } locking;
   };
   static const std::array<Route, 22> kRoutes;
 
@@ -150,7 +168,7 @@ class FileBridge final : public contracts::BridgeHandling {
   // The 409 answer of a save whose compare-and-swap failed, after gathering
   // the base, editor and disk candidates and recording the conflict.
   contracts::BridgeResponse conflictResponse(const std::string& page, const std::string& base,
-                                             const std::optional<contracts::DraftRecord>& draft,
+                                             const std::optional<recovery::SavedDraft>& draft,
                                              const contracts::Bytes& editorBytes,
                                              const std::string& editorFingerprint,
                                              const storage::ConflictInfo& info);
@@ -158,13 +176,12 @@ class FileBridge final : public contracts::BridgeHandling {
   // draft's stored copy of the same bytes when there is one.
   void recordWrittenVersion(const std::string& page, const contracts::Bytes& bytes,
                             const std::string& fingerprint,
-                            const std::optional<contracts::DraftRecord>& draft);
+                            const std::optional<recovery::SavedDraft>& draft);
   // Registers a payload already in the store as the copy of that version.
   void adoptCheckpoint(const std::string& page, const std::string& fingerprint,
                        const std::string& payloadPath);
   std::optional<storage::RecoveryEntry> draftEntry(
-      const std::optional<contracts::DraftRecord>& draft);
-  std::optional<std::string> draftPayload(const std::optional<contracts::DraftRecord>& draft);
+      const std::optional<recovery::SavedDraft>& draft);
   // Finishes a journalled operation, its steps marked failed unless it
   // landed; the error's text when that fails, nothing without an operation.
   std::optional<std::string> closeJournal(
@@ -183,7 +200,7 @@ class FileBridge final : public contracts::BridgeHandling {
   const std::shared_ptr<recovery::RecoveryServicing> recovery_;
   const WorkspaceBoundary boundary_;
   WorkspaceWatcher watcher_;
-  std::recursive_mutex mutationLock_;
+  storage::PathLocks pathLocks_;
   LoadCheckpointIndex checkpoints_;
   std::once_flag adapterOnce_;
   std::unique_ptr<storage::SafeAdapter> adapter_;  // made on first use, then kept
@@ -191,6 +208,7 @@ class FileBridge final : public contracts::BridgeHandling {
   storage::FileSystem& fs_;
   storage::DurableChanges changes_{fs_};
   WorkspaceWatcher::NoticeHandler watchNotice_;
+  std::thread preparing_;
 };
 
 }  // namespace vorna::bridge

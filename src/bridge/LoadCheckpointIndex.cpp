@@ -28,16 +28,22 @@ bool LoadCheckpointIndex::fileExists(const std::string& path) const {
 
 void LoadCheckpointIndex::checkpoint(const std::string& pagePath, std::string_view bytes,
                                      const std::string& fingerprint) {
-  std::lock_guard guard(lock_);
-  seedIfNeeded();
-  auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
-  if (known != payloadByKey_.end() && fileExists(known->second)) {
-    return;
+  {
+    std::lock_guard guard(lock_);
+    seedIfNeeded();
+    auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
+    if (known != payloadByKey_.end() && fileExists(known->second)) {
+      return;
+    }
   }
+  // Written outside the lock, so loads of other pages do not wait for the
+  // flushes. Two loads of one version at once may both keep a copy; the index
+  // names one and retention treats the other as an older version.
   try {
     storage::RecoveryEntry entry =
         store_.retain(bytes, storage::RecoveryKind::displacedExpected, pagePath);
-    payloadByKey_[keyOf(entry.pagePath, fingerprint)] = entry.payloadPath;
+    std::lock_guard guard(lock_);
+    noteLocked(entry.pagePath, fingerprint, entry.payloadPath);
   } catch (const std::exception& error) {
     log("load checkpoint not retained for " + pagePath + ": " + error.what());
   }
@@ -45,7 +51,8 @@ void LoadCheckpointIndex::checkpoint(const std::string& pagePath, std::string_vi
 
 std::optional<std::string> LoadCheckpointIndex::payloadURL(const std::string& pagePath,
                                                            const std::string& fingerprint) {
-  std::lock_guard guard(lock_);
+  std::unique_lock guard(lock_);
+  seedArrived_.wait(guard, [this] { return !seedExpected_; });
   seedIfNeeded();
   auto known = payloadByKey_.find(keyOf(pagePath, fingerprint));
   if (known == payloadByKey_.end()) {
@@ -58,8 +65,29 @@ std::optional<std::string> LoadCheckpointIndex::payloadURL(const std::string& pa
   return known->second;
 }
 
+void LoadCheckpointIndex::expectSeed() {
+  std::lock_guard guard(lock_);
+  seedExpected_ = !seeded_;
+}
+
+void LoadCheckpointIndex::seed(const std::vector<storage::RecoveryEntry>& entries) {
+  {
+    std::lock_guard guard(lock_);
+    if (!seeded_) {
+      seeded_ = true;
+      for (const storage::RecoveryEntry& entry : entries) {
+        if (entry.fingerprint) {
+          noteLocked(entry.pagePath, entry.fingerprint->hex, entry.payloadPath);
+        }
+      }
+    }
+    seedExpected_ = false;
+  }
+  seedArrived_.notify_all();
+}
+
 void LoadCheckpointIndex::seedIfNeeded() {
-  if (seeded_) {
+  if (seeded_ || seedExpected_) {
     return;
   }
   seeded_ = true;

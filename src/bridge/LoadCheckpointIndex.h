@@ -1,10 +1,12 @@
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "bridge/BridgeLog.h"
 #include "storage/RecoveryStore.h"
@@ -21,8 +23,9 @@ namespace vorna::bridge {
 // a lookup forgets a payload file that has disappeared (pruned by retention).
 // When one version is recorded twice, the oldest copy that still exists wins.
 //
-// Thread safety: `lock()` guards the whole index and is held for each public
-// operation; seedIfNeeded and noteLocked expect the caller to hold it, so that
+// Thread safety: `lock()` guards the whole index and is held by each public
+// operation while it looks at the index, never while it writes a copy to the
+// store; seedIfNeeded and noteLocked expect the caller to hold it, so that
 // a caller can register a payload it put in the store itself in one step.
 class LoadCheckpointIndex {
  public:
@@ -40,11 +43,19 @@ class LoadCheckpointIndex {
   void checkpoint(const std::string& pagePath, std::string_view bytes,
                   const std::string& fingerprint);
 
-  // The path of a kept copy of that version, or nothing.
+  // The path of a kept copy of that version, or nothing. Waits for a seed
+  // that is on its way.
   std::optional<std::string> payloadURL(const std::string& pagePath,
                                         const std::string& fingerprint);
 
   std::mutex& lock() { return lock_; }
+
+  // Says that seed will be called with the store's entries, read elsewhere:
+  // until then seedIfNeeded reads nothing, so a checkpoint does not wait for
+  // the whole store (it may keep a second copy of a version instead).
+  void expectSeed();
+  // Indexes `entries`, as read from the store once at opening.
+  void seed(const std::vector<storage::RecoveryEntry>& entries);
 
   // Caller holds lock(). Indexes the store's entries once per object; a store
   // that cannot be listed leaves the index empty, and is not asked again.
@@ -65,7 +76,9 @@ class LoadCheckpointIndex {
   storage::RecoveryStore& store_;
   BridgeLogSink logSink_;
   std::mutex lock_;
+  std::condition_variable seedArrived_;
   bool seeded_ = false;                                        // guarded by lock_
+  bool seedExpected_ = false;                                  // guarded by lock_
   std::unordered_map<std::string, std::string> payloadByKey_;  // guarded by lock_
 };
 

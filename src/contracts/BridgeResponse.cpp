@@ -14,6 +14,10 @@ BridgeResponse BridgeResponse::json(int status, const Json& value,
   return BridgeResponse{status, std::move(headers), writeJson(value)};
 }
 
+BridgeResponse BridgeResponse::jsonText(int status, std::string text) {
+  return BridgeResponse{status, {{kContentType, kApplicationJson}}, std::move(text)};
+}
+
 BridgeResponse BridgeResponse::error(int status, const std::string& message, const Json& extra) {
   Json body = extra.is_object() ? extra : Json::object();
   body["error"] = message;

@@ -18,6 +18,8 @@ struct BridgeResponse {
   // the headers are `headers` with "Content-Type" set to "application/json".
   static BridgeResponse json(int status, const Json& value,
                              std::map<std::string, std::string> headers = {});
+  // As json, for JSON text the caller wrote as writeJson would have.
+  static BridgeResponse jsonText(int status, std::string text);
 
   // The body is `extra` with the key "error" set to `message`; exactly one
   // header, "Content-Type": "application/json". `extra` must be an object (or null).

@@ -94,6 +94,9 @@ LocalRecoveryService::LocalRecoveryService(const std::string& workspaceRoot,
                                           resolved);
   }
   storeDirectory_ = candidate;
+  drafts_.emplace(indexPath(kDraftsFile), fs_, DraftEntry::fromJson);
+  conflicts_.emplace(indexPath(kConflictsFile), fs_, ConflictEntry::fromJson);
+  operations_.emplace(indexPath(kOperationsFile), fs_, OperationRecord::fromJson);
   try {
     storage::DurableChanges(fs_).makeFolder(storeDirectory_, kStoreFolderMode);
   } catch (const FileOpError& error) {
@@ -135,25 +138,30 @@ void LocalRecoveryService::writeIdentityIfNeeded() {
   writeIndex(identity.toJson(), path, fs_);
 }
 
-std::vector<DraftEntry> LocalRecoveryService::readDrafts() {
-  return readIndexList<DraftEntry>(indexPath(kDraftsFile), fs_, DraftEntry::fromJson);
+const std::vector<DraftEntry>& LocalRecoveryService::readDrafts() {
+  return drafts_->entries();
 }
 
-std::vector<ConflictEntry> LocalRecoveryService::readConflicts() {
-  return readIndexList<ConflictEntry>(indexPath(kConflictsFile), fs_, ConflictEntry::fromJson);
+const std::vector<ConflictEntry>& LocalRecoveryService::readConflicts() {
+  return conflicts_->entries();
 }
 
-std::vector<OperationRecord> LocalRecoveryService::readOperations() {
-  return readIndexList<OperationRecord>(indexPath(kOperationsFile), fs_, OperationRecord::fromJson);
+const std::vector<OperationRecord>& LocalRecoveryService::readOperations() {
+  return operations_->entries();
 }
 
 // Drafts
 
-DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
-                                            const std::optional<std::string>& baseFingerprint) {
-  std::lock_guard guard(lock_);
+SavedDraft LocalRecoveryService::saveDraft(const std::string& pagePath, std::string_view bytes,
+                                           const std::optional<std::string>& baseFingerprint) {
   const std::string page = standardisedPath(pagePath);
-  std::vector<DraftEntry> list = readDrafts();
+  {
+    // An index that cannot be read is reported before anything is retained.
+    std::lock_guard guard(lock_);
+    readDrafts();
+  }
+  // The payload is written and flushed outside the lock, so drafts of other
+  // pages do not wait for it; it belongs to no draft until the index names it.
   RecoveryEntry retained;
   try {
     retained = retentionStore_->retain(bytes, RecoveryKind::pendingEditorBytes, pagePath);
@@ -169,19 +177,19 @@ DraftRecord LocalRecoveryService::saveDraft(const std::string& pagePath, std::st
       .byteCount = static_cast<std::int64_t>(bytes.size()),
       .capturedAt = environment_.now(),
   };
-  list.push_back(
+  std::lock_guard guard(lock_);
+  drafts_->append(
       DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false});
-  writeIndex(indexList(list), indexPath(kDraftsFile), fs_);
-  return record;
+  return SavedDraft{std::move(record), std::move(retained.payloadPath)};
 }
 
 std::vector<DraftRecord> LocalRecoveryService::drafts() {
   std::lock_guard guard(lock_);
   // Ordered by page path; one record per page, so no ties to break by time.
   std::map<std::string, DraftRecord> newestByPage;
-  for (DraftEntry& entry : readDrafts()) {
+  for (const DraftEntry& entry : readDrafts()) {
     if (!entry.discarded) {
-      newestByPage.insert_or_assign(entry.record.pagePath, std::move(entry.record));
+      newestByPage.insert_or_assign(entry.record.pagePath, entry.record);
     }
   }
   std::vector<DraftRecord> result;
@@ -194,7 +202,7 @@ std::vector<DraftRecord> LocalRecoveryService::drafts() {
 
 Bytes LocalRecoveryService::draftBytes(const std::string& id) {
   std::lock_guard guard(lock_);
-  std::vector<DraftEntry> list = readDrafts();
+  const std::vector<DraftEntry>& list = readDrafts();
   auto found = std::find_if(list.begin(), list.end(),
                             [&](const DraftEntry& entry) { return entry.record.id == id; });
   if (found == list.end()) {
@@ -217,16 +225,18 @@ void LocalRecoveryService::discardDraft(const std::string& pagePath) {
   std::lock_guard guard(lock_);
   const std::string page = standardisedPath(pagePath);
   std::vector<DraftEntry> list = readDrafts();
-  bool marked = false;
-  for (DraftEntry& entry : list) {
-    if (entry.record.pagePath == page && !entry.discarded) {
-      entry.discarded = true;
-      marked = true;
+  std::vector<size_t> marked;
+  for (size_t index = 0; index < list.size(); ++index) {
+    if (list[index].record.pagePath == page && !list[index].discarded) {
+      list[index].discarded = true;
+      marked.push_back(index);
     }
   }
   RetentionPlan plan = retentionPlan({page}, list, storeIndex_.refresh(*retentionStore_));
-  if (marked || plan.changed) {
-    writeIndex(indexList(plan.keptDrafts), indexPath(kDraftsFile), fs_);
+  if (plan.changed) {
+    drafts_->rewrite(std::move(plan.keptDrafts));
+  } else if (!marked.empty()) {
+    drafts_->change(std::move(list), marked);
   }
   prune(plan.deletions);
 }
@@ -252,7 +262,8 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
   auto open = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
     return entry.record.pagePath == page && !entry.record.resolvedAt;
   });
-  if (open == list.end()) {
+  const bool opened = open == list.end();
+  if (opened) {
     list.push_back(ConflictEntry{.record = ConflictRecord{.id = storage::randomUuid(),
                                                           .pagePath = page,
                                                           .candidates = {},
@@ -328,14 +339,19 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
   }
 
   ConflictRecord result = conflict.record;
-  writeIndex(indexList(list), indexPath(kConflictsFile), fs_);
+  if (opened) {
+    conflicts_->append(std::move(list.back()));
+  } else {
+    const auto index = static_cast<size_t>(&conflict - list.data());
+    conflicts_->change(std::move(list), {index});
+  }
   return result;
 }
 
 std::vector<ConflictRecord> LocalRecoveryService::conflicts() {
   std::lock_guard guard(lock_);
   std::vector<ConflictRecord> open;
-  for (ConflictEntry& entry : readConflicts()) {
+  for (const ConflictEntry& entry : readConflicts()) {
     if (!entry.record.resolvedAt) {
       open.push_back(std::move(entry.record));
     }
@@ -390,7 +406,8 @@ void LocalRecoveryService::markResolved(const std::string& conflictID,
   }
   conflict->record.resolvedAt = environment_.now();
   conflict->record.chosenCandidateID = chosenCandidateID;
-  writeIndex(indexList(list), indexPath(kConflictsFile), fs_);
+  const auto index = static_cast<size_t>(conflict - list.begin());
+  conflicts_->change(std::move(list), {index});
 }
 
 // Operations journal
@@ -398,14 +415,13 @@ void LocalRecoveryService::markResolved(const std::string& conflictID,
 OperationRecord LocalRecoveryService::beginOperation(
     const std::string& label, const std::vector<OperationRecord::Step>& steps) {
   std::lock_guard guard(lock_);
-  std::vector<OperationRecord> journal = readOperations();
+  readOperations();
   OperationRecord record{.id = storage::randomUuid(),
                          .label = label,
                          .steps = steps,
                          .startedAt = environment_.now(),
                          .finishedAt = std::nullopt};
-  journal.push_back(record);
-  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+  operations_->append(record);
   return record;
 }
 
@@ -418,7 +434,8 @@ void LocalRecoveryService::updateStep(const std::string& operationID, std::int64
     throw RecoveryError::notFound("step " + std::to_string(index) + " of operation " + operationID);
   }
   operation.steps[static_cast<size_t>(index)].state = state;
-  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+  const auto at = static_cast<size_t>(&operation - journal.data());
+  operations_->change(std::move(journal), {at});
 }
 
 void LocalRecoveryService::finishOperation(const std::string& operationID) {
@@ -426,15 +443,16 @@ void LocalRecoveryService::finishOperation(const std::string& operationID) {
   std::vector<OperationRecord> journal = readOperations();
   OperationRecord& operation = operationIn(journal, operationID);
   operation.finishedAt = environment_.now();
-  writeIndex(indexList(journal), indexPath(kOperationsFile), fs_);
+  const auto at = static_cast<size_t>(&operation - journal.data());
+  operations_->change(std::move(journal), {at});
 }
 
 std::vector<OperationRecord> LocalRecoveryService::unfinishedOperations() {
   std::lock_guard guard(lock_);
   std::vector<OperationRecord> unfinished;
-  for (OperationRecord& record : readOperations()) {
+  for (const OperationRecord& record : readOperations()) {
     if (!record.finishedAt) {
-      unfinished.push_back(std::move(record));
+      unfinished.push_back(record);
     }
   }
   std::stable_sort(
@@ -500,7 +518,7 @@ void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {
 
 void LocalRecoveryService::enforceRetentionBudget() {
   std::lock_guard guard(lock_);
-  std::vector<DraftEntry> list = readDrafts();
+  const std::vector<DraftEntry> list = readDrafts();
   // The store index is refreshed once per pass: under the lock nothing of this
   // service changes the store between gathering the pages and planning.
   const RetentionStoreIndex::EntriesByPage& storeEntries = storeIndex_.refresh(*retentionStore_);
@@ -516,12 +534,27 @@ void LocalRecoveryService::enforceRetentionBudget() {
   }
   RetentionPlan plan = retentionPlan(pages, list, storeEntries);
   if (plan.changed) {
-    writeIndex(indexList(plan.keptDrafts), indexPath(kDraftsFile), fs_);
+    drafts_->rewrite(std::move(plan.keptDrafts));
   }
   prune(plan.deletions);
 }
 
 // Swap sweep
+
+std::vector<RecoveryEntry> LocalRecoveryService::loadStoreIndex() {
+  RetentionStoreIndex loaded;
+  loaded.refresh(*retentionStore_);
+  std::vector<RecoveryEntry> entries;
+  entries.reserve(loaded.size());
+  for (const auto& [page, versions] : loaded.entriesByPage()) {
+    entries.insert(entries.end(), versions.begin(), versions.end());
+  }
+  std::lock_guard guard(lock_);
+  if (storeIndex_.size() == 0) {
+    storeIndex_ = std::move(loaded);
+  }
+  return entries;
+}
 
 bool LocalRecoveryService::retentionStoreAcceptsWrites() {
   // Making a file answers for everything that can refuse one (mode bits, ACLs,

@@ -10,6 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "recovery/CachedIndex.h"
 #include "recovery/ConflictEntry.h"
 #include "recovery/DraftEntry.h"
 #include "recovery/FileStamp.h"
@@ -33,7 +34,11 @@ namespace vorna::recovery {
 //   retained/        the RecoveryStore of payloads and sidecars
 //   .tmp-{UUID}      an index being written (transient)
 // A missing index file reads as an empty list; an unreadable one fails every
-// operation that needs it and is never overwritten.
+// operation that needs it and is never overwritten. Each list file is kept
+// parsed in memory while it is the file this service last wrote or read
+// (CachedIndex), and a new or changed record is spliced into its text, so an
+// operation's cost does not grow with the list; a change another instance
+// makes is seen on the next call.
 //
 // Thread safety: every public operation holds `lock_` for its whole run, so any
 // thread may call and calls run one at a time. The lock is not recursive;
@@ -82,8 +87,8 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   //     at {path}", storeUnavailable "draft {id}: payload at {path} no longer
   //     matches its fingerprint".
   //   discardDraft: a page without drafts is no error and writes nothing.
-  contracts::DraftRecord saveDraft(const std::string& pagePath, std::string_view bytes,
-                                   const std::optional<std::string>& baseFingerprint) override;
+  SavedDraft saveDraft(const std::string& pagePath, std::string_view bytes,
+                       const std::optional<std::string>& baseFingerprint) override;
   std::vector<contracts::DraftRecord> drafts() override;
   contracts::Bytes draftBytes(const std::string& id) override;
   void discardDraft(const std::string& pagePath) override;
@@ -134,13 +139,18 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   // unreadable. An unreadable drafts.json or a failing write of it is thrown
   // and nothing is deleted; a failing deletion is logged and skipped.
   void enforceRetentionBudget() override;
+  // The sidecars are read outside the lock, so drafts and conflicts are kept
+  // meanwhile; the result becomes the store index unless a refresh under the
+  // lock filled it first. Never throws: an unreadable store reads as empty.
+  std::vector<storage::RecoveryEntry> loadStoreIndex() override;
 
  private:
   std::string indexPath(std::string_view name) const;
   void writeIdentityIfNeeded();
-  std::vector<DraftEntry> readDrafts();
-  std::vector<ConflictEntry> readConflicts();
-  std::vector<contracts::OperationRecord> readOperations();
+  // The index files, from memory while they are as this service left them.
+  const std::vector<DraftEntry>& readDrafts();
+  const std::vector<ConflictEntry>& readConflicts();
+  const std::vector<contracts::OperationRecord>& readOperations();
   // The payloads no retention pass may delete; nothing when conflicts.json
   // cannot be read, which must stop every deletion.
   std::optional<std::unordered_set<std::string>> pinnedPayloadPaths(
@@ -168,6 +178,10 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::unique_ptr<storage::RecoveryStore> retentionStore_;
   std::mutex lock_;
   RetentionStoreIndex storeIndex_;  // guarded by lock_
+  // The index files, parsed; set once the store directory is known, guarded by lock_.
+  std::optional<CachedIndex<DraftEntry>> drafts_;
+  std::optional<CachedIndex<ConflictEntry>> conflicts_;
+  std::optional<CachedIndex<contracts::OperationRecord>> operations_;
   // The renames read from operations.json with its settled stamp, under lock_.
   RenameHistory renames_{{}};
   std::optional<FileStamp> renamesStamp_;

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "storage/RecoveryEntry.h"
 
 namespace vorna::recovery {
 
@@ -16,6 +19,9 @@ class RecoveryMaintenance {
   virtual std::string draftPayloadURL(const std::string& id) = 0;
   // Thins out the retained versions and discarded drafts of every page.
   virtual void enforceRetentionBudget() = 0;
+  // Reads the retention store's sidecars, the one full read of it at opening,
+  // and answers its entries; the retention budget plans from the same read.
+  virtual std::vector<storage::RecoveryEntry> loadStoreIndex() = 0;
 };
 
 }  // namespace vorna::recovery

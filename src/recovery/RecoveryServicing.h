@@ -11,6 +11,7 @@
 #include "contracts/DraftRecord.h"
 #include "contracts/OperationRecord.h"
 #include "recovery/RetainedPage.h"
+#include "recovery/SavedDraft.h"
 #include "storage/RecoveryEntry.h"
 #include "storage/RecoveryStore.h"
 
@@ -34,8 +35,8 @@ class RecoveryServicing {
   virtual storage::RecoveryStore& retentionStore() = 0;
 
   // Keeps `bytes` as the current draft of the page at `pagePath`.
-  virtual contracts::DraftRecord saveDraft(const std::string& pagePath, std::string_view bytes,
-                                           const std::optional<std::string>& baseFingerprint) = 0;
+  virtual SavedDraft saveDraft(const std::string& pagePath, std::string_view bytes,
+                               const std::optional<std::string>& baseFingerprint) = 0;
   // The newest live draft of each page, ordered by page path.
   virtual std::vector<contracts::DraftRecord> drafts() = 0;
   // The bytes of a draft, discarded ones included while their payload lasts.

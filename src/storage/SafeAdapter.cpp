@@ -87,7 +87,7 @@ std::string SafeAdapter::swapFileName(std::string_view pageName, std::string_vie
 
 SaveOutcome SafeAdapter::save(const std::string& pagePath, const Bytes& newBytes,
                               const std::optional<Fingerprint>& expectedFingerprint) {
-  std::lock_guard guard(writeLock_);
+  PathLocks::Hold hold = pageLocks_.acquire(pagePath);
   try {
     return performSave(pagePath, newBytes, expectedFingerprint);
   } catch (const std::exception& error) {

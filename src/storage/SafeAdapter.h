@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,6 +9,7 @@
 #include "storage/DurableChanges.h"
 #include "storage/FileSystem.h"
 #include "storage/PageStorageAdapter.h"
+#include "storage/PathLocks.h"
 #include "storage/RecoveryStore.h"
 
 namespace vorna::storage {
@@ -45,9 +45,10 @@ namespace vorna::storage {
 // link, since an exchange moves the link itself, not the file it names. The
 // workspace boundary resolves links before a path reaches here.
 //
-// Any thread may call save; saves through one object run strictly one after
-// another (writeLock). Other programs are not locked out; the design copes with
-// them by exchanging first and checking afterwards.
+// Any thread may call save; saves of one page through one object run strictly
+// one after another (pageLocks), saves of different pages side by side. Other
+// programs are not locked out; the design copes with them by exchanging first
+// and checking afterwards.
 class SafeAdapter final : public PageStorageAdapter {
  public:
   // The prefix of every staged file; the recovery sweep looks for it.
@@ -116,7 +117,7 @@ class SafeAdapter final : public PageStorageAdapter {
   std::atomic<bool> restoreExternalVersion_;
   std::atomic<bool> overlapIndependentWork_{true};
   DurableChanges changes_;
-  std::mutex writeLock_;  // held for the whole of one save
+  PathLocks pageLocks_;  // a page's, held for the whole of one save of it
 };
 
 }  // namespace vorna::storage

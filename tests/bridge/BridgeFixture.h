@@ -83,8 +83,8 @@ class FailingRecovery final : public recovery::RecoveryServicing {
   std::vector<std::pair<std::string, std::string>> resolved;
 
   storage::RecoveryStore& retentionStore() override { return inner_->retentionStore(); }
-  contracts::DraftRecord saveDraft(const std::string& page, std::string_view bytes,
-                                   const std::optional<std::string>& base) override {
+  recovery::SavedDraft saveDraft(const std::string& page, std::string_view bytes,
+                                 const std::optional<std::string>& base) override {
     check("saveDraft");
     return inner_->saveDraft(page, bytes, base);
   }

@@ -233,7 +233,7 @@ TEST_F(FileBridgeMutationTest, RenameNeverReplacesWhatAppearedAfterTheLook) {
 
 // A pipe is listed and stated but never opened: a reader or writer on its
 // other end could be handed a page, or hold the operation (and every later
-// one, behind the mutation lock) for good.
+// one on that page, behind its lock) for good.
 TEST_F(FileBridgeMutationTest, APipeIsListedButNeverReadSavedOverMovedOrCreatedOver) {
   const std::string pipe = root + "/pipe.html";
   testing::makePipe(pipe);

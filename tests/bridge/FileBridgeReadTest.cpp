@@ -33,7 +33,8 @@ TEST_F(FileBridgeReadTest, UnmatchedMethodOrOpIsAnUnknownOp) {
 }
 
 TEST_F(FileBridgeReadTest, ListsVisibleNamesInNaturalOrderWithTheirKinds) {
-  for (const char* name : {"b.html", "A.html", "page10.html", "page2.html", ".git"}) {
+  for (const char* name :
+       {"b.html", "A.html", "page10.html", "page2.html", ".git", "q\"\\\t.html", "é.html"}) {
     tmp.write(std::string("w/") + name, "x");
   }
   tmp.makeFolder("w/img");
@@ -47,7 +48,8 @@ TEST_F(FileBridgeReadTest, ListsVisibleNamesInNaturalOrderWithTheirKinds) {
             R"([{"kind":"file","name":"A.html"},{"kind":"file","name":"b.html"},)"
             R"({"kind":"file","name":"dangling"},{"kind":"directory","name":"img"},)"
             R"({"kind":"file","name":"page2.html"},{"kind":"file","name":"page10.html"},)"
-            R"({"kind":"directory","name":"pictures"}])");
+            R"({"kind":"directory","name":"pictures"},{"kind":"file","name":"q\"\\\t.html"},)"
+            R"({"kind":"file","name":"é.html"}])");
 }
 
 TEST_F(FileBridgeReadTest, NaturalOrderFoldsCaseComparesNumbersAndKeepsTies) {
@@ -240,7 +242,7 @@ TEST_F(FileBridgeReadTest, AFileThatCannotBeReadIsNotFoundNeverAServerError) {
   expectError(get("file", root + "/a.html"), 404, "not found: " + root + "/a.html");
 }
 
-TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
+TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveIsUnderWay) {
   tmp.write("w/a.html", "old");
   testing::FaultInjectingFileSystem faulty;
   std::promise<void> inside;
@@ -258,7 +260,7 @@ TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveHoldsTheMutationLock) {
   auto saving =
       std::async(std::launch::async, [&] { return save(root + "/a.html", "new", sha("old")); });
   inside.get_future().wait();
-  // The save is stopped inside the adapter, holding the mutation lock.
+  // The save is stopped inside the adapter, holding its page.
   BridgeResponse listing = get("list", root);
   EXPECT_EQ(listing.status, 200);
   EXPECT_EQ(listing.body, R"([{"kind":"file","name":"a.html"}])");

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <future>
+
 #include "bridge/LoadCheckpointIndex.h"
 #include "storage/Fingerprint.h"
 #include "storage/RecoveryStore.h"
@@ -49,6 +51,23 @@ TEST_F(LoadCheckpointIndexTest, APayloadThatVanishedIsForgottenAndRetainedAnew) 
   const std::string second = index.payloadURL(page, sha("v1")).value();
   EXPECT_NE(second, first);
   EXPECT_EQ(testing::readFile(second), "v1");
+}
+
+// At opening the store is read once, elsewhere; a checkpoint meanwhile reads
+// nothing of it, and a lookup waits for that read.
+TEST_F(LoadCheckpointIndexTest, AnExpectedSeedIsWaitedForByLookupsButNotByCheckpoints) {
+  storage::RecoveryEntry kept = store.retain("v1", RecoveryKind::displacedExpected, page);
+  testing::FaultInjectingFileSystem counting;
+  storage::RecoveryStore watched(tmp / "store", counting);
+  LoadCheckpointIndex index(watched, sink);
+  index.expectSeed();
+  index.checkpoint(page, "v2", sha("v2"));
+  EXPECT_EQ(counting.count(testing::FsCall::listDirectory), 0u);
+  auto lookup = std::async(std::launch::async, [&] { return index.payloadURL(page, sha("v1")); });
+  index.seed(store.entries());
+  EXPECT_EQ(lookup.get(), kept.payloadPath);
+  EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v2")).value()), "v2");
+  EXPECT_EQ(counting.count(testing::FsCall::listDirectory), 0u);
 }
 
 TEST_F(LoadCheckpointIndexTest, ANewIndexFindsTheStoresEntriesOfEveryKindOldestFirst) {

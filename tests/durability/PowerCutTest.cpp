@@ -360,7 +360,7 @@ const std::vector<Sequence>& sequences() {
     });
     list.push_back(
         onService("drafts.json: a draft saved", "draft", [](World&, LocalRecoveryService& service) {
-          contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld));
+          contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld)).record;
           return Promise{.answer = "draft",
                          .versions = {kNew},
                          .afterOpen = [draft](LocalRecoveryService& opened, Problems& problems) {
@@ -639,8 +639,7 @@ const std::map<std::pair<std::string, std::string>, std::string>& explainedFlush
        kJournalFlush},
       {{"rename onto another file system", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
        kJournalFlush},
-      {{"rename onto another file system",
-        "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
+      {{"rename onto another file system", "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
        kJournalFlush},
       {{"trash", "/home/u/.local/share/Trash"},
        "files/ in a new trash: carried by the flush for info/, made next in the same folder"},
@@ -685,9 +684,9 @@ std::string firstProblems(const Problems& problems) {
   std::set<std::string> kinds;
   std::string text;
   for (const std::string& problem : problems) {
-    std::string kind = std::regex_replace(problem.substr(problem.find(": ") + 2),
-                                          std::regex("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}"),
-                                          "{id}");
+    std::string kind =
+        std::regex_replace(problem.substr(problem.find(": ") + 2),
+                           std::regex("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}"), "{id}");
     if (kinds.insert(kind).second) {
       text += "\n  " + problem;
     }

@@ -148,3 +148,64 @@ TEST_F(IndexFilesTest, AnIndexThatCannotBeOpenedIsNotTakenForAnEmptyOne) {
 
 }  // namespace
 }  // namespace vorna::recovery
+
+namespace vorna::recovery {
+namespace {
+
+// Each list file's text is assembled from its records' kept texts; it must
+// stay byte for byte what writing the whole list would give.
+template <typename T>
+void expectWholeRewriteBytes(const std::string& path,
+                             const std::function<T(const contracts::Json&)>& decode) {
+  std::vector<T> list = readIndexList<T>(path, storage::FileSystem::real(), decode);
+  EXPECT_EQ(testfixture::readFileOrEmpty(path), contracts::writeJson(indexList(list))) << path;
+}
+
+TEST_F(IndexFilesTest, SplicedAppendsAndChangesWriteTheBytesOfAWholeRewrite) {
+  std::vector<std::string> operations;
+  for (int i = 0; i < 5; ++i) {
+    service().saveDraft(page("p" + std::to_string(i % 3) + ".html"), "v" + std::to_string(i),
+                        "base");
+    operations.push_back(
+        service()
+            .beginOperation("op/" + std::to_string(i),
+                            {{.path = "/w/a", .beforeFingerprint = {}, .afterFingerprint = {}}})
+            .id);
+  }
+  service().discardDraft(page("p1.html"));
+  service().updateStep(operations[1], 0, contracts::OperationRecord::StepState::failed);
+  service().finishOperation(operations[3]);
+  storage::RecoveryEntry disk = service().retentionStore().retain(
+      "disk", storage::RecoveryKind::displacedExternal, page("p0.html"));
+  contracts::ConflictRecord conflict =
+      service().recordConflict(page("p0.html"), std::string_view("base"), {disk});
+  service().recordConflict(page("p2.html"), std::string_view("b2"), {});
+  service().markResolved(conflict.id, conflict.candidates.back().id);
+
+  expectWholeRewriteBytes<DraftEntry>(indexFile("drafts.json"), DraftEntry::fromJson);
+  expectWholeRewriteBytes<ConflictEntry>(indexFile("conflicts.json"), ConflictEntry::fromJson);
+  expectWholeRewriteBytes<contracts::OperationRecord>(indexFile("operations.json"),
+                                                      contracts::OperationRecord::fromJson);
+  // And the changes are in the file, as an instance that reads it finds.
+  std::unique_ptr<LocalRecoveryService> reader = open();
+  EXPECT_EQ(reader->drafts().size(), 2u);
+  EXPECT_EQ(reader->conflicts().size(), 1u);
+  EXPECT_EQ(reader->unfinishedOperations().size(), 4u);
+}
+
+TEST_F(IndexFilesTest, AChangeAnotherInstanceMakesIsSeenOnTheNextCall) {
+  service().saveDraft(page("a.html"), "mine", std::nullopt);
+  ASSERT_EQ(service().drafts().size(), 1u);
+  std::unique_ptr<LocalRecoveryService> other = open();
+  other->saveDraft(page("b.html"), "theirs", std::nullopt);
+  EXPECT_EQ(service().drafts().size(), 2u);
+  writeRaw(indexFile("drafts.json"), "[]");
+  EXPECT_TRUE(service().drafts().empty());
+  // What this instance writes next builds on what it found, not on its memory.
+  service().saveDraft(page("c.html"), "after", std::nullopt);
+  ASSERT_EQ(other->drafts().size(), 1u);
+  EXPECT_EQ(other->drafts()[0].pagePath, page("c.html"));
+}
+
+}  // namespace
+}  // namespace vorna::recovery

@@ -23,9 +23,9 @@ class DraftsTest : public testfixture::ServiceTest {};
 
 TEST_F(DraftsTest, TheLastDraftOfEachPageIsCurrentAndListedByPath) {
   service().saveDraft(page("b.html"), "b1", std::nullopt);
-  DraftRecord first = service().saveDraft(page("a.html"), "a1", "base-a");
-  DraftRecord second = service().saveDraft(page("a.html"), "a2", std::nullopt);
-  DraftRecord other = service().saveDraft(page("b.html"), "b2", std::nullopt);
+  DraftRecord first = service().saveDraft(page("a.html"), "a1", "base-a").record;
+  DraftRecord second = service().saveDraft(page("a.html"), "a2", std::nullopt).record;
+  DraftRecord other = service().saveDraft(page("b.html"), "b2", std::nullopt).record;
 
   EXPECT_EQ(service().drafts(), (std::vector<DraftRecord>{second, other}));
   EXPECT_EQ(service().draftBytes(first.id), "a1");
@@ -36,7 +36,8 @@ TEST_F(DraftsTest, TheLastDraftOfEachPageIsCurrentAndListedByPath) {
 }
 
 TEST_F(DraftsTest, TheIndexHoldsTheEntriesInSavedOrderWithSortedKeys) {
-  DraftRecord record = service().saveDraft(workspace + "/./x/../index.html", "", std::nullopt);
+  DraftRecord record =
+      service().saveDraft(workspace + "/./x/../index.html", "", std::nullopt).record;
 
   EXPECT_EQ(record.pagePath, page("index.html"));
   EXPECT_EQ(record.byteCount, 0);
@@ -51,7 +52,7 @@ TEST_F(DraftsTest, TheIndexHoldsTheEntriesInSavedOrderWithSortedKeys) {
 }
 
 TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
-  DraftRecord record = service().saveDraft(page("a.html"), "kept", std::nullopt);
+  DraftRecord record = service().saveDraft(page("a.html"), "kept", std::nullopt).record;
   service().discardDraft(workspace + "/sub/../a.html");
 
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{});
@@ -59,7 +60,7 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
   EXPECT_NE(readFileOrEmpty(indexFile("drafts.json")).find("\"discarded\":true"),
             std::string::npos);
   // A new draft after discarding is current again.
-  DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt);
+  DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{again});
 }
 
@@ -74,8 +75,8 @@ TEST_F(DraftsTest, DiscardingAPageWithoutDraftsWritesNothing) {
 }
 
 TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
-  DraftRecord changed = service().saveDraft(page("a.html"), "original", std::nullopt);
-  DraftRecord removed = service().saveDraft(page("b.html"), "original", std::nullopt);
+  DraftRecord changed = service().saveDraft(page("a.html"), "original", std::nullopt).record;
+  DraftRecord removed = service().saveDraft(page("b.html"), "original", std::nullopt).record;
   std::string changedPath = service().draftPayloadURL(changed.id);
   std::string removedPath = service().draftPayloadURL(removed.id);
   ASSERT_EQ(::chmod(changedPath.c_str(), 0644), 0);

@@ -37,7 +37,7 @@ class RetentionTest : public testfixture::ServiceTest {
                              std::chrono::seconds age) {
     contracts::Timestamp real = now;
     now -= age;
-    DraftRecord record = service().saveDraft(page(name), bytes, std::nullopt);
+    DraftRecord record = service().saveDraft(page(name), bytes, std::nullopt).record;
     service().discardDraft(page(name));
     now = real;
     return record;
@@ -109,7 +109,7 @@ TEST_F(RetentionTest, PinnedPayloadsSurviveABudgetOfZero) {
   service().recordConflict(page("b.html"), std::nullopt, {offeredEntry});
   // The live draft of a page is never old enough to matter: its payload is pinned.
   now -= hours(48);
-  DraftRecord live = service().saveDraft(page("c.html"), "live", std::nullopt);
+  DraftRecord live = service().saveDraft(page("c.html"), "live", std::nullopt).record;
   now += hours(48);
 
   service().enforceRetentionBudget();
@@ -152,7 +152,7 @@ TEST_F(RetentionTest, DiscardedDraftsAndDisplacedVersionsHaveABudgetEach) {
 
 TEST_F(RetentionTest, DiscardingRemovesNothingYoungerThanTheGrace) {
   retainedPerPage = 0;
-  DraftRecord record = service().saveDraft(page("a.html"), "fresh", std::nullopt);
+  DraftRecord record = service().saveDraft(page("a.html"), "fresh", std::nullopt).record;
   service().discardDraft(page("a.html"));
   EXPECT_EQ(service().draftBytes(record.id), "fresh");
 

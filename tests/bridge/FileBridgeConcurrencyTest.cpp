@@ -1,0 +1,119 @@
+#include <chrono>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "BridgeFixture.h"
+#include "support/FaultInjectingFileSystem.h"
+
+// Which mutations run side by side and which wait, shown by where each one
+// stands when another is stopped inside the file system: no test here depends
+// on how long anything takes.
+namespace vorna::bridge::testfixture {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Lets `expected` threads through once all of them have arrived; arrive says
+// whether they did within a generous limit, so a serialised run fails rather
+// than hangs.
+class Meeting {
+ public:
+  explicit Meeting(int expected) : expected_(expected) {}
+  bool arrive() {
+    std::unique_lock guard(mutex_);
+    if (++arrived_ == expected_) {
+      all_.notify_all();
+      return true;
+    }
+    return all_.wait_for(guard, 20s, [&] { return arrived_ >= expected_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable all_;
+  int expected_;
+  int arrived_ = 0;
+};
+
+// Polls a condition that another thread is about to make true.
+template <typename Condition>
+bool becomes(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+using FileBridgeConcurrencyTest = BridgeTest;
+
+TEST_F(FileBridgeConcurrencyTest, SavesOfTwoPagesAreInsideTheirExchangesAtOnce) {
+  tmp.write("w/a.html", "a0");
+  tmp.write("w/b.html", "b0");
+  testing::FaultInjectingFileSystem faulty;
+  Meeting meeting(2);
+  std::atomic<int> met{0};
+  faulty.beforeCall(testing::FsCall::exchange,
+                    [&](const std::string&) { met += meeting.arrive() ? 1 : 0; });
+  fs = &faulty;
+  bridge();
+  // Each save waits inside its exchange for the other, so both are in their
+  // settle pause together; one held lock would keep the second out until the
+  // first gave up waiting.
+  auto a = std::async(std::launch::async, [&] { return save(root + "/a.html", "a1", sha("a0")); });
+  auto b = std::async(std::launch::async, [&] { return save(root + "/b.html", "b1", sha("b0")); });
+  EXPECT_EQ(a.get().status, 200);
+  EXPECT_EQ(b.get().status, 200);
+  EXPECT_EQ(met, 2);
+  EXPECT_EQ(tmp.read("w/a.html"), "a1");
+  EXPECT_EQ(tmp.read("w/b.html"), "b1");
+}
+
+TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSavesSeeTheMove) {
+  tmp.makeFolder("w/d");
+  tmp.write("w/d/p.html", "old");
+  testing::FaultInjectingFileSystem faulty;
+  std::promise<void> inside;
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  std::atomic<bool> first{true};
+  faulty.beforeCall(testing::FsCall::exchange, [&](const std::string&) {
+    if (first.exchange(false)) {
+      inside.set_value();
+      released.wait_for(20s);
+    }
+  });
+  fs = &faulty;
+  bridge();
+  auto saving =
+      std::async(std::launch::async, [&] { return save(root + "/d/p.html", "new", sha("old")); });
+  ASSERT_EQ(inside.get_future().wait_for(20s), std::future_status::ready);
+  auto renaming = std::async(std::launch::async, [&] {
+    return call("POST", "rename", {{"path", root + "/d"}, {"to", root + "/e"}});
+  });
+  ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 1; }));
+  // A save that comes after the rename waits behind it, and a save of another
+  // page outside the folder does not wait at all.
+  auto late =
+      std::async(std::launch::async, [&] { return save(root + "/d/p.html", "later", sha("new")); });
+  ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 2; }));
+  EXPECT_EQ(create(root + "/outside.html", "x").status, 200);
+  EXPECT_TRUE(tmp.exists("w/d/p.html"));
+  EXPECT_FALSE(tmp.exists("w/e"));
+
+  release.set_value();
+  EXPECT_EQ(saving.get().status, 200);
+  EXPECT_EQ(renaming.get().status, 200);
+  expectError(late.get(), 404, "not found: " + root + "/d/p.html");
+  EXPECT_EQ(tmp.read("w/e/p.html"), "new");
+  EXPECT_FALSE(tmp.exists("w/d"));
+  EXPECT_EQ(save(root + "/e/p.html", "newer", sha("new")).status, 200);
+}
+
+}  // namespace
+}  // namespace vorna::bridge::testfixture
