@@ -15,8 +15,8 @@ FUZZ_BUILD_DIR ?= build-fuzz
 FUZZ_SECONDS ?= 30
 # Tests that need a display, or that run no native code of ours, stay out of
 # the sanitizer runs: GLib and WebKit are not instrumented.
-DISPLAY_TESTS = ^(app_live|smoke|e2e_.*|editor_app|crash_campaign)$$
-UNIT_TEST_PROGRAMS = contracts_tests storage_tests recovery_tests bridge_tests app_tests
+DISPLAY_TESTS = ^(app_live|smoke|e2e_.*|editor_app|crash_campaign|package)$$
+UNIT_TEST_PROGRAMS = contracts_tests storage_tests durability_tests recovery_tests bridge_tests app_tests
 # These run JavaScriptCore in the test process. It is built without the type
 # information UBSan's vptr check reads, so releasing a shared_ptr from its
 # destructors is reported as a type mismatch that is not one; they run with
