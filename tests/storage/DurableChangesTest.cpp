@@ -9,6 +9,7 @@
 
 #include <cerrno>
 
+#include "PageFixture.h"
 #include "storage/DurableChanges.h"
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
@@ -21,15 +22,10 @@ namespace vorna::storage {
 namespace {
 
 using AcrossFileSystems = DurableChanges::AcrossFileSystems;
+using testfixture::statOf;
 using testing::FaultInjectingFileSystem;
 using testing::FsCall;
 using testing::TempDir;
-
-struct stat statOf(const std::string& path) {
-  struct stat st {};
-  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-  return st;
-}
 
 template <typename Body>
 FileOpError errorOf(Body body) {
@@ -232,7 +228,8 @@ TEST(DurableChanges, MakeFolderMakesEveryMissingFolderAndNamesWhatIsInTheWay) {
   EXPECT_EQ(errorOf([&] { changes.makeFolder(dir / "file/x/y", 0755); }),
             FileOpError::syscall("mkdir", EEXIST, dir / "file"));
   std::vector<std::string> made;
-  changes.makeFolder(dir / "a/d/e", 0700, [&](const std::string& folder) { made.push_back(folder); });
+  changes.makeFolder(dir / "a/d/e", 0700,
+                     [&](const std::string& folder) { made.push_back(folder); });
   EXPECT_EQ(made, (std::vector<std::string>{dir / "a/d", dir / "a/d/e"}));
 }
 

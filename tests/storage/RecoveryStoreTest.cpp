@@ -6,6 +6,7 @@
 #include <regex>
 #include <stdexcept>
 
+#include "PageFixture.h"
 #include "contracts/DecodeError.h"
 #include "contracts/IsoDate.h"
 #include "storage/FileOpError.h"
@@ -16,20 +17,12 @@
 namespace vorna::storage {
 namespace {
 
+using testfixture::modeOf;
+using testfixture::statOf;
 using testing::FaultInjectingFileSystem;
 using testing::FsCall;
 using testing::readFile;
 using testing::TempDir;
-
-struct stat statOf(const std::string& path) {
-  struct stat st {};
-  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-  return st;
-}
-
-unsigned modeOf(const std::string& path) {
-  return statOf(path).st_mode & 07777;
-}
 
 template <typename Error, typename Body>
 std::string messageOf(Body body) {
