@@ -104,3 +104,52 @@ export function rewriteSrcset(srcset, map) {
     })
     .join(', ');
 }
+
+// Elements whose content is not parsed as markup, or not shown as text nodes
+// where the source has it.
+const OPAQUE = /^<(script|style|textarea|title|xmp|iframe|noembed|noframes|noscript|plaintext|template|pre|listing)\b/i;
+const ATTRIBUTE = `\\s+[^\\s"'>/=]+(?:\\s*=\\s*(?:"[^"]*"|'[^']*'|[^\\s"'=<>\`]+))?`;
+const PLAIN_TAG = new RegExp(`^<(?:[a-zA-Z][^\\s/>]*(?:${ATTRIBUTE})*\\s*/?|/[a-zA-Z][^\\s/>]*\\s*)>$`);
+const NOT_TEXT = /[<>&\0\r]/;
+
+/** Where `a` and `b` first differ, and how much of their ends they share after that. */
+function changedSpan(a, b) {
+  let start = 0;
+  const shorter = Math.min(a.length, b.length);
+  // Chunks first: string comparison is native, a character loop is not.
+  for (let step = 4096; step >= 1; step >>= 4) {
+    while (start + step <= shorter && a.slice(start, start + step) === b.slice(start, start + step)) start += step;
+  }
+  let end = 0;
+  const room = shorter - start;
+  for (let step = 4096; step >= 1; step >>= 4) {
+    while (end + step <= room && a.slice(a.length - end - step, a.length - end) === b.slice(b.length - end - step, b.length - end)) end += step;
+  }
+  return { start, aEnd: a.length - end, bEnd: b.length - end };
+}
+
+/**
+ * An edit from `before` to `after` that only changes the characters of one
+ * run of text between two tags: {from, to}, the run before and after it; null
+ * when the edit may touch markup, or the run is not shown as one text node of
+ * its own (entities, raw text, whitespace-only runs, runs that occur twice).
+ */
+export function textEdit(before, after) {
+  if (before === after) return null;
+  const { start, aEnd, bEnd } = changedSpan(before, after);
+  if (NOT_TEXT.test(before.slice(start, aEnd)) || NOT_TEXT.test(after.slice(start, bEnd))) return null;
+  const open = before.lastIndexOf('<', start - 1);
+  const close = before.indexOf('>', open);
+  if (open < 0 || close < 0 || close >= start) return null;
+  const tag = before.slice(open, close + 1);
+  if (!PLAIN_TAG.test(tag) || OPAQUE.test(tag)) return null;
+  const next = before.indexOf('<', aEnd);
+  if (next < 0) return null;
+  const from = before.slice(close + 1, next);
+  const to = after.slice(close + 1, next + bEnd - aEnd);
+  if (NOT_TEXT.test(from) || !from.trim() || !to.trim()) return null;
+  const marked = `>${from}<`;
+  const first = before.indexOf(marked);
+  if (before.indexOf(marked, first + 1) >= 0) return null;
+  return { from, to };
+}

@@ -2,7 +2,8 @@ import { test, describe } from 'node:test';
 import assert from 'node:assert/strict';
 import { rebase, relative, resolveReference } from '../js/paths.js';
 import {
-  linkTarget, markerTarget, openMarker, rewriteCssUrls, rewriteSrcset, rootRelativeUrl, workspacePathOf, workspaceUrl,
+  linkTarget, markerTarget, openMarker, rewriteCssUrls, rewriteSrcset, rootRelativeUrl, textEdit, workspacePathOf,
+  workspaceUrl,
 } from '../js/preview-doc.js';
 
 const origin = 'vorna://app';
@@ -51,4 +52,23 @@ test('relative and rebase respect folder boundaries', () => {
   assert.equal(relative('/ws', '/wsx/a.html'), null);
   assert.equal(rebase('/ws/a/b.html', '/ws/a', '/ws/c'), '/ws/c/b.html');
   assert.equal(rebase('/ws/ab/b.html', '/ws/a', '/ws/c'), '/ws/ab/b.html');
+});
+
+test('an edit inside one run of text is told apart from one that may touch markup', () => {
+  const page = '<p class="a">Hello world</p>\n<p>Other</p><p>Twice</p><i>Twice</i><a title="1>0">Link</a>'
+    + '<title>Title</title><p>Caf&eacute;</p><p>  </p>';
+  const edit = (from, to) => textEdit(page, page.replace(from, to));
+  assert.deepEqual(edit('Hello world', 'Hello, world'), { from: 'Hello world', to: 'Hello, world' });
+  assert.deepEqual(edit('>Other<', '><'), null, 'a run emptied');
+  const refused = [
+    ['class="a"', 'class="b"'], // an attribute
+    ['Other', 'Ot<b>her'], // markup typed
+    ['Other', 'Other &amp;'], // an entity
+    ['Link', 'Lnk'], // after a tag whose attribute holds ">"
+    ['Title', 'Titl'], // raw text
+    ['>Twice<', '>Thrice<'], // a run that occurs twice
+    ['Caf&eacute;', 'Cafe&eacute;'], // a run with an entity
+    ['<p>  </p>', '<p>   </p>'], // whitespace alone
+  ];
+  for (const [from, to] of refused) assert.equal(edit(from, to), null, `${from} -> ${to}`);
 });

@@ -1,6 +1,7 @@
 // The preview loads what a page's stylesheets import, shows a change of such
 // a file on disk, scrolls to fragments, and opens the workspace files it
 // links to in the editor: .htm pages like .html ones, text files as text.
+// Typing shows in the preview, in a run of text and as new markup.
 scenario(async (t) => {
   const frame = document.getElementById('preview');
   const doc = () => frame.contentDocument;
@@ -26,4 +27,14 @@ scenario(async (t) => {
   doc().getElementById('to-notes').click();
   await t.waitFor(() => VN.path() === t.path('notes.txt'), 'the link to notes.txt to open it in the editor');
   t.check(VN.text().length > 0, 'the editor shows notes.txt');
+
+  await t.open('styled.html');
+  await shown('to-end');
+  const paragraph = () => doc().getElementById('to-end').parentNode.textContent;
+  t.type(' Typed', '.</p>');
+  await t.waitFor(() => paragraph().endsWith('the end Typed.'), 'text typed after a link to show');
+  t.type('<em id="typed">em</em>', '.</p>');
+  await t.waitFor(() => doc().getElementById('typed') && paragraph().endsWith('the end Typedem.'), 'markup typed to show');
+  t.type('!', '</a>, <a id="to-part"');
+  await t.waitFor(() => paragraph().startsWith('Notes!, a part'), 'text typed inside a link to show');
 });

@@ -1,8 +1,9 @@
 // The live preview: a sandboxed iframe (no allow-scripts, so the page's
 // scripts never run; "allow-same-origin" lets the editor reach into the frame).
 // A page is shown once through srcdoc; after that every edit patches the shown
-// document in place (morphdom), so a keystroke costs a parse and a diff, not a
-// reload with every stylesheet and image, and the scroll position stays.
+// document in place, so a keystroke costs a parse and a diff (morphdom), not a
+// reload with every stylesheet and image, and the scroll position stays. Typing
+// inside a run of text costs less still: that one text node changes.
 //
 // The document gets a <base> in the page's folder under the host's
 // path-shaped workspace URLs, so relative references, and those inside
@@ -13,7 +14,7 @@ import morphdom from 'morphdom';
 import { dirname, fileKind } from '../paths.js';
 import {
   isRootRelative, linkTarget, markerTarget, openMarker, rewriteCssUrls, rewriteSrcset, rootRelativeUrl,
-  workspacePathOf, workspaceUrl,
+  textEdit, workspacePathOf, workspaceUrl,
 } from '../preview-doc.js';
 
 // Elements that may load a root-relative reference ("/css/a.css"); relative
@@ -63,6 +64,42 @@ export function previewDocument(html, { pagePath, root, origin }) {
   return doc;
 }
 
+/** The child indices from `doc`'s root element down to `node`. */
+function pathOf(node) {
+  const path = [];
+  for (; node.parentNode && node.parentNode.nodeType === Node.ELEMENT_NODE; node = node.parentNode) {
+    path.push(Array.prototype.indexOf.call(node.parentNode.childNodes, node));
+  }
+  return path.reverse();
+}
+
+/**
+ * Changes the run `from` of text to `to` in `parsed` and in `shown`, the
+ * document made from it. The run may have merged with its neighbours into
+ * one text node (whitespace after </body> does), so it is looked for inside
+ * text nodes: false, with nothing changed, unless it occurs exactly once in
+ * all of them and `shown` has that node too.
+ */
+function patchText(shown, parsed, { from, to }) {
+  const walker = parsed.createTreeWalker(parsed.documentElement, NodeFilter.SHOW_TEXT);
+  let found = null;
+  let at = -1;
+  for (let node = walker.nextNode(); node; node = walker.nextNode()) {
+    const i = node.nodeValue.indexOf(from);
+    if (i < 0) continue;
+    if (found || node.nodeValue.indexOf(from, i + 1) >= 0) return false;
+    found = node;
+    at = i;
+  }
+  if (!found) return false;
+  let twin = shown.documentElement;
+  for (const i of pathOf(found)) twin = twin && twin.childNodes[i];
+  const value = found.nodeValue;
+  if (!twin || twin.nodeType !== Node.TEXT_NODE || twin.nodeValue !== value) return false;
+  found.nodeValue = twin.nodeValue = value.slice(0, at) + to + value.slice(at + from.length);
+  return true;
+}
+
 function serialize(doc) {
   return (doc.doctype ? '<!DOCTYPE html>\n' : '') + doc.documentElement.outerHTML;
 }
@@ -77,6 +114,7 @@ export class Preview {
     this.visible = true;
     this.source = null;
     this.shown = null; // the html the frame's document shows, once loaded
+    this.parsed = null; // the detached document the shown one was made from
     this.loading = false;
     this.scroll = null;
     this.fragment = '';
@@ -166,7 +204,8 @@ export class Preview {
       const html = this.source.read();
       this.rememberScroll();
       try {
-        doc = serialize(previewDocument(html, this.source));
+        this.parsed = previewDocument(html, this.source);
+        doc = serialize(this.parsed);
         this.cost = performance.now() - started;
         this.shown = html;
       } catch (e) {
@@ -200,10 +239,15 @@ export class Preview {
     const html = this.source.read();
     if (html === this.shown) return;
     try {
-      const next = previewDocument(html, this.source);
-      morphdom(shownDoc.documentElement, next.documentElement, {
-        onBeforeElUpdated: (from, to) => !from.isEqualNode(to),
-      });
+      const edit = textEdit(this.shown, html);
+      if (!(edit && this.parsed && patchText(shownDoc, this.parsed, edit))) {
+        const next = previewDocument(html, this.source);
+        // morphdom moves nodes out of what it is given; `next` stays whole.
+        morphdom(shownDoc.documentElement, next.documentElement.cloneNode(true), {
+          onBeforeElUpdated: (from, to) => !from.isEqualNode(to),
+        });
+        this.parsed = next;
+      }
       this.shown = html;
     } catch {
       this.render();
