@@ -370,11 +370,14 @@ export class App {
       // belongs to the new page.
       this.editor.setReadOnly(true);
       this.status(`Opening ${basename(path)}…`);
+      // The page being left need not be drawn while the next one loads.
+      this.preview.forgo();
       let opened;
       try {
         opened = await this.session.open(path);
       } catch (e) {
         this.editor.setReadOnly(this.session.readOnly);
+        this.preview.render();
         if (e instanceof NotTextError) return this.showNote(path, 'other', e.message);
         this.error(`Could not open ${basename(path)}`, e);
         return false;

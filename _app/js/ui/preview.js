@@ -163,6 +163,12 @@ export class Preview {
     this.onNote('');
   }
 
+  /** Drops a showing still waiting for its frames; render() brings it back. */
+  forgo() {
+    this.cancel();
+    this.frames++;
+  }
+
   cancel() {
     if (this.timer) clearTimeout(this.timer);
     this.timer = null;
