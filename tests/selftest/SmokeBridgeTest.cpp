@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "app/SmokeBridge.h"
+#include "selftest/SmokeBridge.h"
 #include "support/TempDir.h"
 
-namespace vorna::app {
+namespace vorna::selftest {
 namespace {
 
 using contracts::BridgeRequest;
@@ -115,54 +115,5 @@ TEST_F(SmokeBridgeTest, ReadsFilesTypedByTheirExtensionInAnyCase) {
   EXPECT_EQ(errorOf(unknown)["error"], "smoke bridge has no op stat");
 }
 
-TEST_F(SmokeBridgeTest, ALinkIsJudgedByWhereItLeads) {
-  dir.symlink(dir / "secret.txt", "site/escape.txt");
-  dir.symlink("..", "site/up");
-  dir.symlink("sub", "site/inside");
-  dir.symlink("../a.html", "site/sub/back.html");
-
-  EXPECT_EQ(bridge.contained(root + "/escape.txt"), std::nullopt);
-  EXPECT_EQ(bridge.contained(root + "/up/site/a.html"), root + "/a.html");
-  EXPECT_EQ(bridge.contained(root + "/up/secret.txt"), std::nullopt);
-  EXPECT_EQ(bridge.contained(root + "/inside/new.html"), root + "/sub/new.html");
-  EXPECT_EQ(bridge.contained(root + "/sub/back.html"), root + "/a.html");
-  EXPECT_EQ(bridge.contained(root + "/inside/.."), root);
-  EXPECT_EQ(bridge.contained(root + "//sub/./../no/such/page.html"), root + "/no/such/page.html");
-
-  BridgeResponse escaped = call("GET", "file", root + "/escape.txt");
-  EXPECT_EQ(escaped.status, 400);
-  EXPECT_EQ(errorOf(escaped)["error"], "path is outside the workspace");
-  EXPECT_EQ(call("GET", "file", root + "/sub/back.html").body, "<p>a</p>");
-}
-
-TEST_F(SmokeBridgeTest, AWorkspaceReachedThroughALinkConfinesToItsTarget) {
-  dir.symlink(root, "alias");
-  SmokeBridge aliased(dir / "alias");
-  EXPECT_EQ(aliased.workspaceRoot(), dir / "alias");
-  EXPECT_EQ(aliased.contained(root + "/a.html"), dir / "alias/a.html");
-  EXPECT_EQ(aliased.contained(dir / "alias/sub"), dir / "alias/sub");
-  EXPECT_EQ(aliased.contained(dir / "secret.txt"), std::nullopt);
-  EXPECT_EQ(
-      aliased.handle(BridgeRequest::make("GET", "file", {{"path", root + "/a.html"}}, {}, "")).body,
-      "<p>a</p>");
-}
-
-TEST_F(SmokeBridgeTest, SixtyFourLinksAreFollowedAndTheSixtyFifthIsRefused) {
-  // link0 -> link1 -> ... -> link63 -> a.html is 64 links; one more in front is 65.
-  dir.symlink("a.html", "site/link63");
-  for (int i = 62; i >= 0; --i) {
-    dir.symlink("link" + std::to_string(i + 1), "site/link" + std::to_string(i));
-  }
-  EXPECT_EQ(bridge.contained(root + "/link0"), root + "/a.html");
-  EXPECT_EQ(call("GET", "file", root + "/link0").body, "<p>a</p>");
-  dir.symlink("link0", "site/link-1");
-  EXPECT_EQ(bridge.contained(root + "/link-1"), std::nullopt);
-
-  dir.symlink("loop", "site/loop");
-  BridgeResponse looped = call("GET", "file", root + "/loop");
-  EXPECT_EQ(looped.status, 400);
-  EXPECT_EQ(errorOf(looped)["error"], "path is outside the workspace");
-}
-
 }  // namespace
-}  // namespace vorna::app
+}  // namespace vorna::selftest
