@@ -17,10 +17,6 @@ class SmokeBridgeTest : public ::testing::Test {
   void SetUp() override {
     dir.makeFolder("site");
     dir.write("site/a.html", "<p>a</p>");
-    dir.write("site/Z.HTML", "<p>z</p>");
-    dir.write("site/.hidden", "never listed");
-    dir.write("site/notes", "no extension");
-    dir.makeFolder("site/sub");
     dir.write("secret.txt", "outside the workspace");
   }
 
@@ -77,42 +73,6 @@ TEST_F(SmokeBridgeTest, PathsAreCheckedBeforeTheOp) {
       EXPECT_EQ(errorOf(answer)["error"], c.error) << c.path.value_or("(none)") << " " << op;
     }
   }
-}
-
-TEST_F(SmokeBridgeTest, ListsWithoutDotFilesInPlainByteOrder) {
-  BridgeResponse list = call("GET", "list", root);
-  ASSERT_EQ(list.status, 200);
-  EXPECT_EQ(Json::parse(list.body), (Json{{{"name", "Z.HTML"}, {"kind", "file"}},
-                                          {{"name", "a.html"}, {"kind", "file"}},
-                                          {{"name", "notes"}, {"kind", "file"}},
-                                          {{"name", "sub"}, {"kind", "directory"}}}));
-  EXPECT_EQ(Json::parse(call("GET", "list", root + "/sub/").body), Json::array());
-
-  BridgeResponse missing = call("GET", "list", root + "/gone");
-  EXPECT_EQ(missing.status, 404);
-  EXPECT_EQ(errorOf(missing)["error"], "not found: " + root + "/gone");
-  EXPECT_EQ(call("GET", "list", root + "/a.html").status, 404);
-}
-
-TEST_F(SmokeBridgeTest, ReadsFilesTypedByTheirExtensionInAnyCase) {
-  BridgeResponse page = call("GET", "file", root + "/a.html");
-  EXPECT_EQ(page.status, 200);
-  EXPECT_EQ(page.body, "<p>a</p>");
-  EXPECT_EQ(page.headers,
-            (std::map<std::string, std::string>{{"Content-Type", "text/html; charset=utf-8"}}));
-  EXPECT_EQ(call("GET", "file", root + "/Z.HTML").headers.at("Content-Type"),
-            "text/html; charset=utf-8");
-  EXPECT_EQ(call("HEAD", "file", root + "/notes").headers.at("Content-Type"),
-            "application/octet-stream");
-
-  for (const std::string& path : {root + "/sub", root + "/gone.html"}) {
-    BridgeResponse missing = call("GET", "file", path);
-    EXPECT_EQ(missing.status, 404) << path;
-    EXPECT_EQ(errorOf(missing)["error"], "not found: " + path);
-  }
-  BridgeResponse unknown = call("GET", "stat", root + "/a.html");
-  EXPECT_EQ(unknown.status, 404);
-  EXPECT_EQ(errorOf(unknown)["error"], "smoke bridge has no op stat");
 }
 
 }  // namespace
