@@ -16,7 +16,7 @@ FUZZ_SECONDS ?= 30
 # Tests that need a display, or that run no native code of ours, stay out of
 # the sanitizer runs: GLib and WebKit are not instrumented.
 DISPLAY_TESTS = ^(app_live|smoke|e2e_.*|editor_app|crash_campaign|package)$$
-UNIT_TEST_PROGRAMS = contracts_tests storage_tests durability_tests recovery_tests bridge_tests app_tests
+UNIT_TEST_PROGRAMS = contracts_tests storage_tests durability_tests recovery_tests bridge_tests app_tests selftest_tests
 # These run JavaScriptCore in the test process. It is built without the type
 # information UBSan's vptr check reads, so releasing a shared_ptr from its
 # destructors is reported as a type mismatch that is not one; they run with
@@ -65,7 +65,7 @@ fuzz: deps
 # CRASH_ROUNDS says otherwise. A 30-round run is part of `make test`.
 CRASH_ROUNDS ?= 300
 crash-campaign: build
-	@scripts/crash-campaign $(BUILD_DIR)/src/app/vorna $(CRASH_ROUNDS)
+	@scripts/crash-campaign $(BUILD_DIR)/src/vorna $(CRASH_ROUNDS)
 
 run: build
 	@scripts/run-editor $(BUILD_DIR) examples/site

@@ -30,3 +30,22 @@ function(vorna_tests module)
   target_compile_definitions(${module}_tests PRIVATE _GNU_SOURCE)
   gtest_discover_tests(${module}_tests DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
+
+# vorna_page_scripts(TARGET C_NAME) compiles the current folder's scripts/*.js,
+# as its scripts/scripts.gresource.xml lists them, into TARGET as a GResource
+# registered by C_NAME_register_resource().
+function(vorna_page_scripts target c_name)
+  find_program(GLIB_COMPILE_RESOURCES glib-compile-resources REQUIRED)
+  set(script_dir ${CMAKE_CURRENT_SOURCE_DIR}/scripts)
+  set(manifest ${script_dir}/scripts.gresource.xml)
+  file(GLOB script_files CONFIGURE_DEPENDS ${script_dir}/*.js)
+  set(generated ${CMAKE_CURRENT_BINARY_DIR}/ScriptResources.c)
+  add_custom_command(OUTPUT ${generated}
+    COMMAND ${GLIB_COMPILE_RESOURCES} --generate-source --manual-register --c-name ${c_name}
+      --sourcedir=${script_dir} --target=${generated} ${manifest}
+    DEPENDS ${manifest} ${script_files}
+    COMMENT "Compiling the page scripts of ${target} into a resource")
+  # Generated code: its warnings are not ours to mend.
+  set_source_files_properties(${generated} PROPERTIES COMPILE_OPTIONS "-w")
+  target_sources(${target} PRIVATE ${generated})
+endfunction()

@@ -7,11 +7,9 @@
 #include <cstdio>
 
 #include "app/CommandLineHelp.h"
-#include "app/E2ERunner.h"
 #include "app/EditorWindowController.h"
 #include "app/MainMenu.h"
 #include "app/SignalConnect.h"
-#include "app/SmokeRunner.h"
 #include "app/UserDefaults.h"
 #include "bridge/ItemFacts.h"
 #include "contracts/GObjectPtr.h"
@@ -36,8 +34,8 @@ constexpr int kEndingSignals[] = {SIGTERM, SIGINT, SIGHUP};
 
 }  // namespace
 
-AppDelegate::AppDelegate(const std::vector<std::string>& arguments)
-    : options_(LaunchOptions::scan(arguments)) {}
+AppDelegate::AppDelegate(const std::vector<std::string>& arguments, SelfTest::Factory selfTests)
+    : options_(LaunchOptions::scan(arguments)), selfTests_(std::move(selfTests)) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -148,8 +146,7 @@ int AppDelegate::run(const char* programPath) {
   for (unsigned source : signalSources) {
     g_source_remove(source);
   }
-  smoke_.reset();
-  e2e_.reset();
+  selfTest_.reset();
   controller_.reset();
   application_ = nullptr;
   return exitStatus_ != 0 ? exitStatus_ : status;
@@ -157,12 +154,8 @@ int AppDelegate::run(const char* programPath) {
 
 void AppDelegate::applicationDidFinishLaunching() {
   launched_ = true;
-  if (options_.isSmoke) {
-    startSmoke();
-    return;
-  }
-  if (options_.isE2E) {
-    startEndToEnd();
+  if (options_.selfTest()) {
+    startSelfTest();
     return;
   }
   MainMenu::install(application_, kAppName);
@@ -181,25 +174,19 @@ void AppDelegate::applicationDidFinishLaunching() {
   }
 }
 
-void AppDelegate::startSmoke() {
-  controller_ = std::make_unique<EditorWindowController>(true, false, application_);
-  smoke_ = std::make_unique<SmokeRunner>(
-      *controller_, *options_.smokeFolder,
-      SelfTestOutput::standard([this](int code) { endSelfTest(code); }));
-  smoke_->run();
-}
-
-void AppDelegate::startEndToEnd() {
-  controller_ = std::make_unique<EditorWindowController>(false, true, application_);
-  E2ERunner::Settings settings;
-  settings.snapshotPath = E2ERunner::processEnvironment(E2ERunner::kSnapshotVariable);
-  if (settings.snapshotPath && settings.snapshotPath->empty()) {
-    settings.snapshotPath.reset();
+void AppDelegate::startSelfTest() {
+  // The smoke test loads the editor without a folder in a window of its own
+  // kind; the scenarios run in a headless one.
+  controller_ =
+      std::make_unique<EditorWindowController>(options_.isSmoke, !options_.isSmoke, application_);
+  auto end = [this](int code) { endSelfTest(code); };
+  selfTest_ = selfTests_ ? selfTests_(*controller_, options_, end) : nullptr;
+  if (!selfTest_) {
+    std::fputs("Vorna: this program was built without its self-tests\n", stderr);
+    end(2);
+    return;
   }
-  e2e_ = std::make_unique<E2ERunner>(
-      *controller_, *options_.e2eFolder, options_.e2ePage, *options_.e2eScenario,
-      SelfTestOutput::standard([this](int code) { endSelfTest(code); }), std::move(settings));
-  e2e_->run();
+  selfTest_->run();
 }
 
 void AppDelegate::endSelfTest(int code) {

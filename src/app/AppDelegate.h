@@ -7,14 +7,13 @@
 
 #include "app/LaunchOptions.h"
 #include "app/PageTarget.h"
+#include "app/SelfTest.h"
 
 typedef struct _GtkApplication GtkApplication;
 
 namespace vorna::app {
 
-class E2ERunner;
 class EditorWindowController;
-class SmokeRunner;
 
 // The application: reads the command line, picks the mode, creates the editor
 // window, chooses the first folder, remembers the last one, and answers the
@@ -24,8 +23,10 @@ class AppDelegate {
   static constexpr const char* kApplicationId = "app.vorna.Vorna";
   static constexpr const char* kAppName = "Vorna";
 
-  // `arguments` exclude the program's own path.
-  explicit AppDelegate(const std::vector<std::string>& arguments);
+  // `arguments` exclude the program's own path. `selfTests` builds the run of
+  // a self-test mode; without it those modes end at once with status 2.
+  explicit AppDelegate(const std::vector<std::string>& arguments,
+                       SelfTest::Factory selfTests = nullptr);
   ~AppDelegate();
   AppDelegate(const AppDelegate&) = delete;
   AppDelegate& operator=(const AppDelegate&) = delete;
@@ -54,20 +55,19 @@ class AppDelegate {
   std::optional<std::string> rememberedFolder() const;
   void remember(const std::string& folder);
   void installActions();
-  void startSmoke();
-  void startEndToEnd();
+  void startSelfTest();
   // Ends a self-test run with its exit code once the loop returns.
   void endSelfTest(int code);
 
   const LaunchOptions options_;
+  const SelfTest::Factory selfTests_;
   GtkApplication* application_ = nullptr;  // alive for the whole of `run`
   bool launched_ = false;
   int exitStatus_ = 0;  // overrides the loop's own status when set
   int endingSignal_ = 0;
   std::unique_ptr<EditorWindowController> controller_;
   // The self-test that drives the window, if any; it goes before the window.
-  std::unique_ptr<SmokeRunner> smoke_;
-  std::unique_ptr<E2ERunner> e2e_;
+  std::unique_ptr<SelfTest> selfTest_;
   PageTarget pending_;
 };
 

@@ -6,7 +6,6 @@
 #include <webkit/webkit.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -17,6 +16,7 @@
 #include "app/UserScripts.h"
 #include "bridge/ContentTypes.h"
 #include "bridge/PathExtension.h"
+#include "bridge/WorkspaceBoundary.h"
 #include "contracts/BridgeRequest.h"
 #include "contracts/GObjectPtr.h"
 #include "contracts/GUniquePtr.h"
@@ -99,13 +99,17 @@ struct AppSchemeHandler::PendingRequest {
 
 AppSchemeHandler::AppSchemeHandler(std::shared_ptr<HostContext> host)
     : host_(std::move(host)),
-      queue_(kQueueLabel, std::max(4u, std::thread::hardware_concurrency())) {}
+      queue_(kQueueLabel, std::max(4u, std::thread::hardware_concurrency())),
+      ledger_([](void* request, HTTPReply reply) {
+        respond(static_cast<WebKitURISchemeRequest*>(request), std::move(reply));
+      }) {}
 
 void AppSchemeHandler::registerWith(WebKitWebContext* context, std::shared_ptr<HostContext> host) {
   auto handler = std::make_shared<AppSchemeHandler>(std::move(host));
   webkit_web_context_register_uri_scheme(
       context, kScheme,
       [](WebKitURISchemeRequest* request, gpointer data) {
+        // Nothing may unwind into the engine; only running out of memory gets here.
         try {
           (*static_cast<std::shared_ptr<AppSchemeHandler>*>(data))->start(request);
         } catch (const std::exception& error) {
@@ -120,7 +124,10 @@ void AppSchemeHandler::registerWith(WebKitWebContext* context, std::shared_ptr<H
 }
 
 void AppSchemeHandler::start(WebKitURISchemeRequest* request) {
-  live_.insert(request);
+  ledger_.start(request, [this, request] { begin(request); });
+}
+
+void AppSchemeHandler::begin(WebKitURISchemeRequest* request) {
   auto pending = std::make_shared<PendingRequest>();
   pending->request = contracts::GObjectPtr<WebKitURISchemeRequest>::ref(request);
 
@@ -165,7 +172,7 @@ void AppSchemeHandler::start(WebKitURISchemeRequest* request) {
     // The engine objects are released on the main thread, never here.
     postToMainThread([weak, reply = std::move(reply), pending = std::move(pending)]() mutable {
       if (auto handler = weak.lock()) {
-        handler->deliver(std::move(reply), *pending);
+        handler->ledger_.finish(pending->request.get(), std::move(reply));
       }
     });
   });
@@ -269,10 +276,10 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   if (!host.appDirectory()) {
     return HTTPReply::error(500, "the editor (_app/) was not found next to this executable");
   }
-  char resolved[PATH_MAX];
-  std::string root = recovery::standardisedPath(
-      ::realpath(host.appDirectory()->c_str(), resolved) != nullptr ? resolved
-                                                                    : *host.appDirectory());
+  storage::FileSystem& fs = storage::FileSystem::real();
+  std::string root =
+      recovery::standardisedPath(bridge::WorkspaceBoundary::canonicalize(*host.appDirectory(), fs)
+                                     .value_or(*host.appDirectory()));
   std::string rootPrefix = root.back() == '/' ? root : root + "/";
 
   std::string relative = decodedPath(url).value_or("");
@@ -285,13 +292,12 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   if (!startsWith(candidate, rootPrefix)) {
     return HTTPReply::error(403, "outside the editor folder");
   }
-  std::string target =
-      ::realpath(candidate.c_str(), resolved) != nullptr ? std::string(resolved) : candidate;
+  std::string target = bridge::WorkspaceBoundary::canonicalize(candidate, fs).value_or(candidate);
   if (!startsWith(target, rootPrefix) && target != root) {
     return HTTPReply::error(403, "outside the editor folder");
   }
   struct stat info {};
-  if (::stat(target.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) {
+  if (fs.stat(target, &info) != 0 || S_ISDIR(info.st_mode)) {
     return HTTPReply::error(404, "not found: " + relative);
   }
   Bytes bytes;
@@ -327,15 +333,7 @@ std::map<std::string, std::string> AppSchemeHandler::deliveryHeaders(const HTTPR
   return headers;
 }
 
-void AppSchemeHandler::deliver(HTTPReply reply, PendingRequest& pending) {
-  WebKitURISchemeRequest* request = pending.request.get();
-  if (live_.erase(request) == 0) {
-    return;
-  }
-  const char* uri = webkit_uri_scheme_request_get_uri(request);
-  if (uri == nullptr) {
-    return;
-  }
+void AppSchemeHandler::respond(WebKitURISchemeRequest* request, HTTPReply reply) {
   if (reply.status < 100 || reply.status > 599) {
     contracts::GErrorPtr error(
         g_error_new(G_IO_ERROR, G_IO_ERROR_INVALID_DATA, "bad server response"));

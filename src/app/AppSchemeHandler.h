@@ -4,11 +4,11 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_set>
 
 #include "app/HTTPReply.h"
 #include "app/HostContext.h"
 #include "app/SchemeRequest.h"
+#include "app/SchemeRequestLedger.h"
 #include "app/WorkQueue.h"
 
 typedef struct _WebKitURISchemeRequest WebKitURISchemeRequest;
@@ -46,7 +46,8 @@ class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
   static void registerWith(WebKitWebContext* context, std::shared_ptr<HostContext> host);
 
   // Starts one request: copies what the answer needs, computes it on the
-  // pool and delivers it on the main thread. Main thread only.
+  // pool and answers it on the main thread, through the ledger like every
+  // answer. Main thread only.
   void start(WebKitURISchemeRequest* request);
 
   // Where workspace files are served to the editor's preview, by their path:
@@ -81,14 +82,14 @@ class AppSchemeHandler : public std::enable_shared_from_this<AppSchemeHandler> {
  private:
   struct PendingRequest;
 
-  void deliver(HTTPReply reply, PendingRequest& pending);
+  // Copies the request and queues its answer; may throw.
+  void begin(WebKitURISchemeRequest* request);
+  // Hands `reply` to the engine as the answer to `request`.
+  static void respond(WebKitURISchemeRequest* request, HTTPReply reply);
 
   std::shared_ptr<HostContext> host_;
   WorkQueue queue_;
-  // Identities of requests started and not yet answered: the engine has no
-  // "stopped" notification, and finishing an abandoned request is a silent
-  // no-op, so this set only guards against finishing twice. Main thread only.
-  std::unordered_set<const void*> live_;
+  SchemeRequestLedger ledger_;
 };
 
 }  // namespace vorna::app

@@ -12,9 +12,6 @@ namespace vorna::app {
 struct AppWiring {
   AppWiring() = delete;
 
-  static constexpr int kRetainedPerPage = 20;
-  static constexpr int kRetentionGraceSeconds = 86400;
-
   // Builds the workspace bridge for one folder, its recovery store under
   // $VORNA_RECOVERY_ROOT when that is set. Throws std::runtime_error with the
   // text the user sees when no bridge can be built.

@@ -1,12 +1,10 @@
 #include "app/HostContext.h"
 
-#include <unistd.h>
-
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 
 #include "bridge/ItemFacts.h"
+#include "bridge/WorkspaceBoundary.h"
 #include "recovery/PathForms.h"
 
 namespace vorna::app {
@@ -22,8 +20,8 @@ std::string parentOf(const std::string& folder) {
 }
 
 std::string resolved(const std::string& path) {
-  char buffer[PATH_MAX];
-  return recovery::standardisedPath(::realpath(path.c_str(), buffer) != nullptr ? buffer : path);
+  return recovery::standardisedPath(
+      bridge::WorkspaceBoundary::canonicalize(path, storage::FileSystem::real()).value_or(path));
 }
 
 }  // namespace
@@ -44,10 +42,10 @@ void HostContext::setBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {
 
 std::optional<std::string> HostContext::locateAppDirectory() {
   const char* environment = std::getenv("VORNA_APP_DIR");
-  char executable[PATH_MAX];
-  ssize_t length = ::readlink("/proc/self/exe", executable, sizeof executable - 1);
-  std::string executablePath =
-      length > 0 ? std::string(executable, static_cast<size_t>(length)) : "";
+  std::string executablePath;
+  if (storage::FileSystem::real().readlink("/proc/self/exe", executablePath) <= 0) {
+    executablePath.clear();
+  }
   EditorLayout layout{.buildDirectory = VORNA_BUILD_DIR,
                       .buildEditors = {VORNA_STAGED_APP_DIR},
                       .installedRelative = VORNA_INSTALLED_APP_RELATIVE};

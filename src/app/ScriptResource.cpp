@@ -8,20 +8,22 @@
 #include "contracts/GUniquePtr.h"
 
 extern "C" void vorna_scripts_register_resource(void);
-extern "C" GResource* vorna_scripts_get_resource(void);
 
 namespace vorna::app {
 
 std::string ScriptResource::text(std::string_view name) {
   const std::string path = "/app/vorna/Vorna/scripts/" + std::string(name);
-  // Registered once, on first use, by whichever thread comes first.
-  static GResource* const resource = [] {
+  // Registered once, on first use, by whichever thread comes first. The
+  // lookup is process-wide, so scripts other modules register under the same
+  // prefix are found here too.
+  static const bool registered = [] {
     vorna_scripts_register_resource();
-    return vorna_scripts_get_resource();
+    return true;
   }();
+  (void)registered;
   GError* error = nullptr;
   contracts::GBytesPtr bytes(
-      g_resource_lookup_data(resource, path.c_str(), G_RESOURCE_LOOKUP_FLAGS_NONE, &error));
+      g_resources_lookup_data(path.c_str(), G_RESOURCE_LOOKUP_FLAGS_NONE, &error));
   contracts::GErrorPtr owned(error);
   if (!bytes) {
     std::fprintf(stderr, "Vorna: the script %s is not in the program: %s\n", path.c_str(),

@@ -5,8 +5,8 @@
 
 namespace vorna::app {
 
-// The scripts the host runs in the page, kept as real .js files in
-// src/app/scripts and compiled into the program as a GResource.
+// The scripts the host runs in the page, kept as real .js files in a module's
+// scripts folder and compiled into the program as GResources under one prefix.
 struct ScriptResource {
   ScriptResource() = delete;
 

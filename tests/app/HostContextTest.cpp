@@ -1,11 +1,9 @@
-#include <glib.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 
-#include "FakeBridge.h"
 #include "app/HostContext.h"
 #include "app/UserDefaults.h"
 
@@ -91,17 +89,6 @@ TEST_F(HostContextTest, TheEditorComesFromTheEnvironmentThenTheBuildTreeThenTheP
   }
 }
 
-TEST_F(HostContextTest, TheBridgeIsSharedAndReplaceable) {
-  HostContext host(std::nullopt);
-  EXPECT_EQ(host.bridge(), nullptr);
-  auto bridge = std::make_shared<app::testing::FakeBridge>();
-  host.setBridge(bridge);
-  EXPECT_EQ(host.bridge(), bridge);
-  host.setBridge(nullptr);
-  EXPECT_EQ(host.bridge(), nullptr);
-  EXPECT_EQ(bridge.use_count(), 1);
-}
-
 TEST_F(HostContextTest, UserDefaultsKeepStringsAndTheWindowFrameInOneKeyFile) {
   std::string path = (root / "config" / "vorna" / "vorna.conf").string();
   UserDefaults defaults(path);
@@ -116,21 +103,6 @@ TEST_F(HostContextTest, UserDefaultsKeepStringsAndTheWindowFrameInOneKeyFile) {
   std::ofstream(path) << "[VornaMainWindow]\nwidth=0\nheight=700\n";
   EXPECT_EQ(again.windowFrame(UserDefaults::kWindowAutosaveName), std::nullopt);
   EXPECT_FALSE(UserDefaults("/proc/vorna/vorna.conf").setString("k", "v"));
-}
-
-TEST_F(HostContextTest, TheDefaultsFileFollowsXdgConfigHome) {
-  const char* saved = std::getenv("XDG_CONFIG_HOME");
-  std::string previous = saved == nullptr ? "" : saved;
-  setenv("XDG_CONFIG_HOME", "/cfg", 1);
-  EXPECT_EQ(UserDefaults::standardPath(), "/cfg/vorna/vorna.conf");
-  setenv("XDG_CONFIG_HOME", "relative", 1);
-  EXPECT_EQ(UserDefaults::standardPath(),
-            std::string(g_get_home_dir()) + "/.config/vorna/vorna.conf");
-  if (saved == nullptr) {
-    unsetenv("XDG_CONFIG_HOME");
-  } else {
-    setenv("XDG_CONFIG_HOME", previous.c_str(), 1);
-  }
 }
 
 }  // namespace

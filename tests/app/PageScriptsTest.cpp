@@ -24,27 +24,6 @@ class PageScriptsTest : public ::testing::Test {
   std::vector<contracts::GObjectPtr<JSCValue>> values;
 };
 
-TEST_F(PageScriptsTest, TwoShimsInTheMainFrameThenTheGuardEverywhere) {
-  ASSERT_EQ(UserScripts::all().size(), 2u);
-  EXPECT_TRUE(UserScripts::all()[0].mainFrameOnly);
-  EXPECT_TRUE(UserScripts::all()[1].mainFrameOnly);
-  EXPECT_FALSE(UserScripts::bodyGuard().mainFrameOnly);
-  EXPECT_NE(UserScripts::all()[0].source.find("__vorna_probe__"), std::string::npos);
-  EXPECT_NE(UserScripts::all()[1].source.find("'/api/__probe'"), std::string::npos);
-  std::vector<std::string> sources = {UserScripts::all()[0].source, UserScripts::all()[1].source,
-                                      UserScripts::bodyGuard().source};
-  for (const std::string& source : sources) {
-    JSCException* raw = nullptr;
-    JSCCheckSyntaxResult result =
-        jsc_context_check_syntax(context.get(), source.c_str(), static_cast<gssize>(source.size()),
-                                 JSC_CHECK_SYNTAX_MODE_SCRIPT, "shim.js", 1, &raw);
-    auto exception = contracts::GObjectPtr<JSCException>::adopt(raw);
-    EXPECT_EQ(result, JSC_CHECK_SYNTAX_RESULT_SUCCESS)
-        << (exception ? jsc_exception_get_message(exception.get()) : "") << "\n"
-        << source;
-  }
-}
-
 TEST_F(PageScriptsTest, TheBridgeShimsBase64CopesWithLargeBodies) {
   // The shim's own helpers, run on a body larger than one 32 KiB slice.
   std::string source = UserScripts::all()[1].source;

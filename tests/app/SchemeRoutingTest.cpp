@@ -5,9 +5,11 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
 #include "FakeBridge.h"
 #include "app/AppSchemeHandler.h"
+#include "app/SchemeRequestLedger.h"
 
 namespace vorna::app {
 namespace {
@@ -107,7 +109,44 @@ TEST_F(SchemeRoutingTest, WithoutAnEditorFolderEveryFileIsA500) {
   HostContext bare(std::nullopt);
   EXPECT_EQ(AppSchemeHandler::file("vorna://app/index.html", bare, false),
             HTTPReply::error(500, "the editor (_app/) was not found next to this executable"));
-  EXPECT_EQ(AppSchemeHandler::answer(SchemeRequest{}, bare), HTTPReply::error(400, "no url"));
+}
+
+// A request is answered once, whatever happens between its start and its
+// answer: a start that fails once the request is recorded is answered at
+// once, and a request without a URL gets its refusal like any other.
+TEST(SchemeRequestLedgerTest, EveryRequestIsAnsweredExactlyOnce) {
+  HostContext bare(std::nullopt);
+  const HTTPReply late{200, {}, "late"};
+  struct Case {
+    const char* name;
+    bool startThrows;
+    std::vector<HTTPReply> finishes;
+    HTTPReply answered;
+  };
+  const Case cases[] = {
+      {"a start that throws", true, {late}, HTTPReply::error(500, "queue stopped")},
+      {"no url",
+       false,
+       {AppSchemeHandler::answer(SchemeRequest{}, bare), late},
+       HTTPReply::error(400, "no url")},
+  };
+  for (const Case& c : cases) {
+    std::vector<std::pair<void*, HTTPReply>> answers;
+    SchemeRequestLedger ledger(
+        [&](void* request, HTTPReply reply) { answers.emplace_back(request, std::move(reply)); });
+    int request = 0;
+    ledger.start(&request, [&] {
+      if (c.startThrows) {
+        throw std::runtime_error("queue stopped");
+      }
+    });
+    for (const HTTPReply& reply : c.finishes) {
+      ledger.finish(&request, reply);
+    }
+    ASSERT_EQ(answers.size(), 1u) << c.name;
+    EXPECT_EQ(answers[0].first, &request) << c.name;
+    EXPECT_EQ(answers[0].second, c.answered) << c.name;
+  }
 }
 
 TEST_F(SchemeRoutingTest, TheProbeAndThe503NeedNoWorkspace) {

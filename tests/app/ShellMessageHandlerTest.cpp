@@ -40,13 +40,5 @@ TEST(ShellMessageHandlerTest, OpenFolderRunsLaterAndOnlyWhileTheHandlerExists) {
   EXPECT_EQ(opened, 1);
 }
 
-TEST(ShellMessageHandlerTest, AnUnknownOpIsReported) {
-  ShellMessageHandler handler;
-  ::testing::internal::CaptureStderr();
-  handler.receive(Json{{"op", "reveal"}});
-  handler.receive(Json{{"path", "/w"}});
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Vorna: unknown shell op reveal\n");
-}
-
 }  // namespace
 }  // namespace vorna::app

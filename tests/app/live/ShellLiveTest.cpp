@@ -46,9 +46,9 @@ constexpr const char* kBigInPage = R"JS(
 
 class ShellLiveTest : public ::testing::Test {
  protected:
-  std::unique_ptr<EditorWindowController> makeController(bool isSmoke = false) {
+  std::unique_ptr<EditorWindowController> makeController() {
     return std::make_unique<EditorWindowController>(
-        isSmoke, /*headless=*/true, nullptr,
+        /*isSmoke=*/false, /*headless=*/true, nullptr,
         testSeams([this](const std::string& folder) { return factory(folder); }, &opened));
   }
 
@@ -59,18 +59,6 @@ class ShellLiveTest : public ::testing::Test {
   std::shared_ptr<FakeBridge> bridge = std::make_shared<FakeBridge>();
   std::vector<std::string> opened;
 };
-
-TEST_F(ShellLiveTest, TheProbeChoosesTheSchemeTransport) {
-  auto controller = makeController();
-  loadAndWait(*controller);
-  Json result = runScript(*controller, R"JS(
-    const mode = await window.__vornaBridgeReady;
-    return JSON.stringify({ mode: mode, current: window.__vornaBridgeMode,
-                            href: location.href });
-  )JS");
-  EXPECT_EQ(result,
-            (Json{{"mode", "scheme"}, {"current", "scheme"}, {"href", "vorna://app/index.html"}}));
-}
 
 TEST_F(ShellLiveTest, ApiCallsBeforeAFolderIsOpenAnswer503OnBothTransports) {
   auto controller = makeController();
@@ -266,9 +254,6 @@ TEST_F(ShellLiveTest, EveryAnswerCarriesNoStoreAndHeadAnswersCarryNoBody) {
     return JSON.stringify({
       index: await look('/index.html'),
       root: await look('vorna://app'),
-      css: await look('/STYLE.css'.toLowerCase()),
-      missing: await look('/missing.html'),
-      folder: await look('/folder'),
       escape: await look('/..%2F..%2Fetc%2Fhosts'),
       head: await look('/index.html', { method: 'HEAD' }),
       put: await look('/frame.html', { method: 'PUT', body: 'ignored' }),
@@ -283,12 +268,6 @@ TEST_F(ShellLiveTest, EveryAnswerCarriesNoStoreAndHeadAnswersCarryNoBody) {
   EXPECT_EQ(result["index"][2], "text/html; charset=utf-8");
   EXPECT_NE(result["index"][3].get<std::string>().find(indexPage), std::string::npos);
   EXPECT_EQ(result["root"], result["index"]);
-  EXPECT_EQ(result["css"], (Json{200, "no-store", "text/css; charset=utf-8",
-                                 "body { font-family: sans-serif; }\n"}));
-  EXPECT_EQ(result["missing"],
-            (Json{404, "no-store", "application/json", R"({"error":"not found: missing.html"})"}));
-  EXPECT_EQ(result["folder"],
-            (Json{404, "no-store", "application/json", R"({"error":"not found: folder"})"}));
   EXPECT_EQ(result["escape"], (Json{403, "no-store", "application/json",
                                     R"({"error":"outside the editor folder"})"}));
   EXPECT_EQ(result["head"], (Json{200, "no-store", "text/html; charset=utf-8", ""}));
@@ -461,16 +440,6 @@ TEST_F(ShellLiveTest, ALinkClickedInASubFrameGoesToTheBrowserAndTheFrameStays) {
   )JS");
   EXPECT_EQ(where, (Json{{"top", "vorna:"}, {"frame", "about:blank"}}));
   EXPECT_EQ(listener.connections(), 0);
-}
-
-TEST_F(ShellLiveTest, InTheSmokeTestALinkClickIsCountedButNotHandedOn) {
-  LoopbackListener listener;
-  auto controller = makeController(/*isSmoke=*/true);
-  loadAndWait(*controller);
-  runScript(*controller, kClickInFrame, std::to_string(listener.port()));
-  ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
-  EXPECT_TRUE(controller->blockedExternalNavigation());
-  EXPECT_TRUE(opened.empty());
 }
 
 TEST_F(ShellLiveTest, OpeningAFolderLoadsItAndDeliversItsChanges) {

@@ -8,14 +8,13 @@
 
 #include "app/MainLoopTimer.h"
 #include "app/PageScript.h"
-#include "app/SelfTestOutput.h"
+#include "app/SelfTest.h"
 #include "contracts/Json.h"
+#include "selftest/SelfTestOutput.h"
 
 typedef struct _WebKitUserContentManager WebKitUserContentManager;
 
-namespace vorna::app {
-
-class EditorWindowController;
+namespace vorna::selftest {
 
 // The end-to-end scenario runner: opens a folder in the editor with the real
 // bridge, waits until the editor has listed it, installs two reporting hooks
@@ -28,7 +27,7 @@ class EditorWindowController;
 // and runs that scenario there. Every context menu the editor shows is
 // reported as "E2E-MENU offered={items} shown={items}", items joined by "|".
 // Everything runs on the main thread.
-class E2ERunner {
+class E2ERunner : public app::SelfTest {
  public:
   static constexpr const char* kHandlerName = "vornaE2E";
   static constexpr const char* kScenarioDirVariable = "VORNA_E2E_DIR";
@@ -49,16 +48,16 @@ class E2ERunner {
   };
 
   // The controller must be headless and outlive the runner.
-  E2ERunner(EditorWindowController& controller, const std::string& folder,
+  E2ERunner(app::EditorWindowController& controller, const std::string& folder,
             std::optional<std::string> page, std::string scenario, SelfTestOutput output,
             Settings settings);
-  ~E2ERunner();
+  ~E2ERunner() override;
   E2ERunner(const E2ERunner&) = delete;
   E2ERunner& operator=(const E2ERunner&) = delete;
 
   // Arms the time-out, registers the reporting handler, opens the folder and
   // starts waiting for the editor.
-  void run();
+  void run() override;
 
   // Handles one message of the page's vornaE2E handler ("say" first, then
   // "done"); anything but an object is ignored, and everything once finished.
@@ -86,9 +85,9 @@ class E2ERunner {
   // standard error first when given.
   void finish(int code, const std::optional<std::string>& problem = std::nullopt);
   void finishWithSnapshot();
-  ScriptDone held(std::function<void(ScriptOutcome)> then);
+  app::ScriptDone held(std::function<void(app::ScriptOutcome)> then);
 
-  EditorWindowController& controller_;
+  app::EditorWindowController& controller_;
   const std::string folder_;
   const std::optional<std::string> page_;
   std::string scenario_;
@@ -96,11 +95,11 @@ class E2ERunner {
   Settings settings_;
   bool finished_ = false;
   int polls_ = 0;
-  MainLoopTimer deadline_;
-  MainLoopTimer poll_;
+  app::MainLoopTimer deadline_;
+  app::MainLoopTimer poll_;
   WebKitUserContentManager* handlerManager_ = nullptr;  // where the handler is registered
   unsigned long handlerSignal_ = 0;
   std::shared_ptr<E2ERunner*> alive_ = std::make_shared<E2ERunner*>(this);
 };
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

@@ -1,4 +1,4 @@
-#include "app/SmokeBridge.h"
+#include "selftest/SmokeBridge.h"
 
 #include <dirent.h>
 #include <glib.h>
@@ -14,7 +14,7 @@
 #include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 
-namespace vorna::app {
+namespace vorna::selftest {
 
 using contracts::BridgeResponse;
 using contracts::Json;
@@ -78,4 +78,4 @@ contracts::BridgeResponse SmokeBridge::handle(const contracts::BridgeRequest& re
   return BridgeResponse::error(404, "smoke bridge has no op " + request.op);
 }
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

@@ -1,14 +1,16 @@
-#include "app/SmokeRunner.h"
+#include "selftest/SmokeRunner.h"
 
 #include <glib.h>
 
 #include "app/EditorWindowController.h"
 #include "app/ScriptResource.h"
-#include "app/SmokeBridge.h"
 #include "contracts/WorkspaceChange.h"
 #include "recovery/PathForms.h"
+#include "selftest/SmokeBridge.h"
 
-namespace vorna::app {
+extern "C" void vorna_selftest_scripts_register_resource(void);
+
+namespace vorna::selftest {
 namespace {
 
 using contracts::Json;
@@ -63,13 +65,23 @@ std::string clickExternalLinkInFrame() {
          "(doc.body || doc.documentElement).appendChild(link); link.click(); return 'ok'; })()";
 }
 
+// The smoke test's own page scripts, registered beside the host's on first use.
+std::string smokeScript(std::string_view name) {
+  static const bool registered = [] {
+    vorna_selftest_scripts_register_resource();
+    return true;
+  }();
+  (void)registered;
+  return app::ScriptResource::text(name);
+}
+
 std::string childPath(const std::string& folder, const std::string& name) {
   return folder == "/" ? "/" + name : folder + "/" + name;
 }
 
 }  // namespace
 
-SmokeRunner::SmokeRunner(EditorWindowController& controller, const std::string& folder,
+SmokeRunner::SmokeRunner(app::EditorWindowController& controller, const std::string& folder,
                          SelfTestOutput output)
     : controller_(controller),
       folder_(recovery::standardisedPath(folder)),
@@ -97,7 +109,7 @@ Json SmokeRunner::initialResult() {
               {"link_click_launch_attempts", -1}};
 }
 
-std::optional<Json> SmokeRunner::decode(const ScriptOutcome& outcome) {
+std::optional<Json> SmokeRunner::decode(const app::ScriptOutcome& outcome) {
   std::optional<std::string> text = outcome.string();
   if (!text) {
     return std::nullopt;
@@ -150,7 +162,7 @@ void SmokeRunner::settle(int attempt) {
   // The engine reports the load finished while the page's module scripts may
   // still be on their way, and the editor defines itself in them; the steps
   // start once the document is complete, or after five seconds regardless.
-  evaluateRaw(kDocumentComplete, [this, attempt](ScriptOutcome outcome) {
+  evaluateRaw(kDocumentComplete, [this, attempt](app::ScriptOutcome outcome) {
     if (outcome.boolean() == true || attempt >= kSettlePolls) {
       stepBasics();
       return;
@@ -170,8 +182,8 @@ void SmokeRunner::stepBasics() {
 }
 
 void SmokeRunner::stepBridge() {
-  callAsync(ScriptResource::text("smoke-bridge.js") + "\nreturn await smokeBridge(folder, bytes);",
-            true, [this](std::optional<Json> bridge) {
+  callAsync(smokeScript("smoke-bridge.js") + "\nreturn await smokeBridge(folder, bytes);", true,
+            [this](std::optional<Json> bridge) {
               if (bridge) {
                 const Json status = bridge->value("list_status", Json());
                 const Json names = bridge->value("list_names", Json());
@@ -193,7 +205,7 @@ void SmokeRunner::stepBridge() {
 }
 
 void SmokeRunner::stepEvent() {
-  evaluateRaw(kListenForEvents, [this](ScriptOutcome) {
+  evaluateRaw(kListenForEvents, [this](app::ScriptOutcome) {
     const std::string page = childPath(folder_, "a.html");
     controller_.deliver(
         contracts::WorkspaceChange{contracts::WorkspaceChange::Kind::modified, page, std::nullopt});
@@ -208,21 +220,20 @@ void SmokeRunner::stepEvent() {
 }
 
 void SmokeRunner::stepConfinement() {
-  callAsync(
-      ScriptResource::text("smoke-confinement.js") + "\nreturn await smokeConfinement(folder);",
-      false, [this](std::optional<Json> statuses) {
-        result_["smoke_bridge_confined"] = statuses.has_value() &&
-                                           statuses->value("inside", Json()) == 200 &&
-                                           statuses->value("outside", Json()) == 400 &&
-                                           statuses->value("traversal", Json()) == 400;
-        stepNavigation();
-      });
+  callAsync(smokeScript("smoke-confinement.js") + "\nreturn await smokeConfinement(folder);", false,
+            [this](std::optional<Json> statuses) {
+              result_["smoke_bridge_confined"] = statuses.has_value() &&
+                                                 statuses->value("inside", Json()) == 200 &&
+                                                 statuses->value("outside", Json()) == 400 &&
+                                                 statuses->value("traversal", Json()) == 400;
+              stepNavigation();
+            });
 }
 
 void SmokeRunner::stepNavigation() {
-  evaluateRaw(embedExternalFrame(), [this](ScriptOutcome) {
+  evaluateRaw(embedExternalFrame(), [this](app::ScriptOutcome) {
     after(500ms, [this] {
-      evaluateRaw(leaveForExternal(), [this](ScriptOutcome) {
+      evaluateRaw(leaveForExternal(), [this](app::ScriptOutcome) {
         after(1000ms, [this] {
           evaluate(kProtocol, [this](std::optional<Json> page) {
             const Json protocol = page ? page->value("protocol", Json()) : Json();
@@ -239,9 +250,9 @@ void SmokeRunner::stepNavigation() {
 
 void SmokeRunner::stepLinkClick() {
   linkClickStart_ = controller_.externalOpenAttempts();
-  evaluateRaw(kAddFrame, [this](ScriptOutcome) {
+  evaluateRaw(kAddFrame, [this](app::ScriptOutcome) {
     after(300ms, [this] {
-      evaluateRaw(clickExternalLinkInFrame(), [this](ScriptOutcome) {
+      evaluateRaw(clickExternalLinkInFrame(), [this](app::ScriptOutcome) {
         after(1000ms, [this] {
           evaluate(kFrameLocation, [this](std::optional<Json> seen) {
             const Json protocol = seen ? seen->value("protocol", Json()) : Json();
@@ -270,23 +281,25 @@ void SmokeRunner::report(int exit) {
   output_.exit(exit);
 }
 
-ScriptDone SmokeRunner::held(std::function<void(ScriptOutcome)> then) {
-  return
-      [alive = std::weak_ptr<SmokeRunner*>(alive_), then = std::move(then)](ScriptOutcome outcome) {
-        auto self = alive.lock();
-        if (self && !(*self)->finished_) {
-          then(std::move(outcome));
-        }
-      };
+app::ScriptDone SmokeRunner::held(std::function<void(app::ScriptOutcome)> then) {
+  return [alive = std::weak_ptr<SmokeRunner*>(alive_),
+          then = std::move(then)](app::ScriptOutcome outcome) {
+    auto self = alive.lock();
+    if (self && !(*self)->finished_) {
+      then(std::move(outcome));
+    }
+  };
 }
 
-void SmokeRunner::evaluateRaw(const std::string& script, std::function<void(ScriptOutcome)> then) {
-  evaluateScript(controller_.webView(), script, kSource, held(std::move(then)));
+void SmokeRunner::evaluateRaw(const std::string& script,
+                              std::function<void(app::ScriptOutcome)> then) {
+  app::evaluateScript(controller_.webView(), script, kSource, held(std::move(then)));
 }
 
 void SmokeRunner::evaluate(const std::string& script,
                            std::function<void(std::optional<Json>)> then) {
-  evaluateRaw(script, [then = std::move(then)](ScriptOutcome outcome) { then(decode(outcome)); });
+  evaluateRaw(script,
+              [then = std::move(then)](app::ScriptOutcome outcome) { then(decode(outcome)); });
 }
 
 void SmokeRunner::callAsync(const std::string& body, bool withBytes,
@@ -297,12 +310,13 @@ void SmokeRunner::callAsync(const std::string& body, bool withBytes,
   if (withBytes) {
     g_variant_dict_insert(&arguments, "bytes", "i", kPutBytes);
   }
-  callAsyncScript(controller_.webView(), body, g_variant_dict_end(&arguments), kSource,
-                  held([then = std::move(then)](ScriptOutcome outcome) { then(decode(outcome)); }));
+  app::callAsyncScript(
+      controller_.webView(), body, g_variant_dict_end(&arguments), kSource,
+      held([then = std::move(then)](app::ScriptOutcome outcome) { then(decode(outcome)); }));
 }
 
 void SmokeRunner::after(std::chrono::milliseconds delay, Then then) {
   pause_.start(delay, std::move(then));
 }
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

@@ -1,4 +1,4 @@
-#include "app/E2ERunner.h"
+#include "selftest/E2ERunner.h"
 
 #include <glib.h>
 #include <gtk/gtk.h>
@@ -15,7 +15,7 @@
 #include "contracts/GUniquePtr.h"
 #include "recovery/PathForms.h"
 
-namespace vorna::app {
+namespace vorna::selftest {
 namespace {
 
 using contracts::Json;
@@ -45,7 +45,7 @@ std::optional<std::string> readText(const std::string& path) {
 
 }  // namespace
 
-E2ERunner::E2ERunner(EditorWindowController& controller, const std::string& folder,
+E2ERunner::E2ERunner(app::EditorWindowController& controller, const std::string& folder,
                      std::optional<std::string> page, std::string scenario, SelfTestOutput output,
                      Settings settings)
     : controller_(controller),
@@ -100,11 +100,11 @@ void E2ERunner::run() {
   handlerManager_ = webkit_web_view_get_user_content_manager(controller_.webView());
   webkit_user_content_manager_register_script_message_handler(handlerManager_, kHandlerName,
                                                               nullptr);
-  handlerSignal_ = connectSignal(
+  handlerSignal_ = app::connectSignal(
       handlerManager_, "script-message-received::vornaE2E",
       +[](WebKitUserContentManager*, JSCValue* value, gpointer data) {
         try {
-          static_cast<E2ERunner*>(data)->receive(jsonFromJsc(value));
+          static_cast<E2ERunner*>(data)->receive(app::jsonFromJsc(value));
         } catch (const std::exception& error) {
           std::fprintf(stderr, "e2e: a scenario message failed: %s\n", error.what());
         }
@@ -130,7 +130,7 @@ void E2ERunner::run() {
 }
 
 void E2ERunner::handOver(const std::string& path, const std::string& scenario) {
-  PageTarget next = target(path);
+  app::PageTarget next = app::target(path);
   if (!next.folder) {
     finish(2, "the scenario asked to open " + path + ", which is no folder or page");
     return;
@@ -156,8 +156,8 @@ void E2ERunner::waitForFolder(int attempt) {
     return;
   }
   ++polls_;
-  evaluateScript(
-      controller_.webView(), kReadiness, kSource, held([this, attempt](ScriptOutcome outcome) {
+  app::evaluateScript(
+      controller_.webView(), kReadiness, kSource, held([this, attempt](app::ScriptOutcome outcome) {
         if (outcome.boolean() == true) {
           inject();
           return;
@@ -179,25 +179,26 @@ void E2ERunner::inject() {
     return;
   }
   std::string script = scenarioScript(readText(*directory + "/_common.js").value_or(""), *scenario);
-  evaluateScript(controller_.webView(), hookScript(), kSource,
-                 held([this, script](ScriptOutcome outcome) {
-                   if (outcome.failed()) {
-                     finish(2, "could not install the reporting hooks: " + outcome.error);
-                     return;
-                   }
-                   runScenario(script);
-                 }));
+  app::evaluateScript(controller_.webView(), hookScript(), kSource,
+                      held([this, script](app::ScriptOutcome outcome) {
+                        if (outcome.failed()) {
+                          finish(2, "could not install the reporting hooks: " + outcome.error);
+                          return;
+                        }
+                        runScenario(script);
+                      }));
 }
 
 void E2ERunner::runScenario(const std::string& script) {
   // The scenario may go on reporting after an error on entry (a script whose
   // last value is a promise counts as one), so the run continues.
-  evaluateScript(controller_.webView(), script, "vorna-e2e://" + scenario_ + ".js",
-                 held([this](ScriptOutcome outcome) {
-                   if (outcome.failed()) {
-                     output_.err("e2e: " + scenario_ + " threw on entry: " + outcome.error + "\n");
-                   }
-                 }));
+  app::evaluateScript(
+      controller_.webView(), script, "vorna-e2e://" + scenario_ + ".js",
+      held([this](app::ScriptOutcome outcome) {
+        if (outcome.failed()) {
+          output_.err("e2e: " + scenario_ + " threw on entry: " + outcome.error + "\n");
+        }
+      }));
 }
 
 void E2ERunner::receive(const std::optional<Json>& message) {
@@ -275,14 +276,14 @@ void E2ERunner::finishWithSnapshot() {
       new Pending{alive_, path});
 }
 
-ScriptDone E2ERunner::held(std::function<void(ScriptOutcome)> then) {
-  return
-      [alive = std::weak_ptr<E2ERunner*>(alive_), then = std::move(then)](ScriptOutcome outcome) {
-        auto self = alive.lock();
-        if (self && !(*self)->finished_) {
-          then(std::move(outcome));
-        }
-      };
+app::ScriptDone E2ERunner::held(std::function<void(app::ScriptOutcome)> then) {
+  return [alive = std::weak_ptr<E2ERunner*>(alive_),
+          then = std::move(then)](app::ScriptOutcome outcome) {
+    auto self = alive.lock();
+    if (self && !(*self)->finished_) {
+      then(std::move(outcome));
+    }
+  };
 }
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

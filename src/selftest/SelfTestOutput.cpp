@@ -1,8 +1,8 @@
-#include "app/SelfTestOutput.h"
+#include "selftest/SelfTestOutput.h"
 
 #include <cstdio>
 
-namespace vorna::app {
+namespace vorna::selftest {
 
 SelfTestOutput SelfTestOutput::standard(std::function<void(int)> exit) {
   return SelfTestOutput{[](std::string_view text) {
@@ -19,4 +19,4 @@ SelfTestOutput SelfTestOutput::standard(std::function<void(int)> exit) {
                         }};
 }
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

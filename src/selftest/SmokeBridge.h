@@ -6,7 +6,7 @@
 #include "bridge/WorkspaceBoundary.h"
 #include "contracts/BridgeHandling.h"
 
-namespace vorna::app {
+namespace vorna::selftest {
 
 // The smoke test's stand-in for the workspace bridge: it lists and reads files
 // of one folder and echoes the size of every write without writing anything.
@@ -43,4 +43,4 @@ class SmokeBridge : public contracts::BridgeHandling {
   bridge::WorkspaceBoundary boundary_;
 };
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string_view>
 
-namespace vorna::app {
+namespace vorna::selftest {
 
 // Where a self-test's results go and how it ends the run. The self-tests
 // write through this, never to the streams directly, so that their own tests
@@ -20,4 +20,4 @@ struct SelfTestOutput {
   static SelfTestOutput standard(std::function<void(int)> exit);
 };
 
-}  // namespace vorna::app
+}  // namespace vorna::selftest
