@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <map>
 
+#include "contracts/IsoDate.h"
 #include "contracts/RecoveryError.h"
 #include "recovery/Identity.h"
 #include "recovery/IndexFiles.h"
@@ -232,7 +234,7 @@ void LocalRecoveryService::discardDraft(const std::string& pagePath) {
       marked.push_back(index);
     }
   }
-  RetentionPlan plan = retentionPlan({page}, list, storeIndex_.refresh(*retentionStore_));
+  RetentionPlan plan = retentionPlan({page}, list, storeEntriesForOnePage());
   // Deletions follow the plan made under this hold: a conflict recorded
   // meanwhile could pin what it deletes. Without dropped drafts they touch
   // nothing the marks protect, so they need not wait for the marks' write.
@@ -503,6 +505,28 @@ RetentionPlan LocalRecoveryService::retentionPlan(
   }
   return RetentionPlan::make(pages, drafts, *pinned, storeEntries, retentionStore_->directory(),
                              retainedPerPage_, retentionGrace_, environment_.now());
+}
+
+const RetentionStoreIndex::EntriesByPage& LocalRecoveryService::storeEntriesForOnePage() {
+  // The store stamps a version with its own clock's whole second when it takes
+  // it, so a version the index has not met is no older than the moment its last
+  // listing began. While that moment is inside the grace, no such version could
+  // be deleted, and leaving it out ranks the page's known versions higher, so
+  // the plan deletes less, never more. (A version the index still holds but
+  // another pass deleted lay beyond the newest N, which all rank above it.)
+  // Listing a large store on every discard would hold the lock for longer than
+  // all the rest of the discard.
+  const double cutoff =
+      std::chrono::duration<double>(environment_.now().time_since_epoch()).count() -
+      retentionGrace_;
+  if (storeListedAt_ &&
+      std::chrono::duration<double>(storeListedAt_->time_since_epoch()).count() >= cutoff) {
+    return storeIndex_.entriesByPage();
+  }
+  const contracts::Timestamp listing = contracts::wholeSecondsNow();
+  const RetentionStoreIndex::EntriesByPage& entries = storeIndex_.refresh(*retentionStore_);
+  storeListedAt_ = listing;
+  return entries;
 }
 
 void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {

@@ -164,6 +164,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
                               const std::vector<DraftEntry>& drafts,
                               const RetentionStoreIndex::EntriesByPage& storeEntries);
   void prune(const std::vector<std::string>& payloadPaths);
+  // The store index as a one-page plan may use it: listed again only when its
+  // last listing for such a plan is older than the grace.
+  const RetentionStoreIndex::EntriesByPage& storeEntriesForOnePage();
   // The journal's renames, read again only when operations.json changed;
   // none, logged, when it is unreadable.
   const RenameHistory& renameHistory();
@@ -181,7 +184,8 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::string storeDirectory_;
   std::unique_ptr<storage::RecoveryStore> retentionStore_;
   std::mutex lock_;
-  RetentionStoreIndex storeIndex_;  // guarded by lock_
+  RetentionStoreIndex storeIndex_;                     // guarded by lock_
+  std::optional<contracts::Timestamp> storeListedAt_;  // guarded by lock_
   // The index files, parsed; set once the store directory is known, guarded by lock_.
   std::optional<CachedIndex<DraftEntry>> drafts_;
   std::optional<CachedIndex<ConflictEntry>> conflicts_;
