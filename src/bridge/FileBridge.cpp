@@ -1,5 +1,6 @@
 #include "bridge/FileBridge.h"
 
+#include <dirent.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -291,41 +292,57 @@ BridgeResponse FileBridge::list(const BridgeRequest&, const std::string& path) {
     return BridgeResponse::error(404, "not a directory: " + path);
   }
   std::vector<std::string> names;
-  if (fs_.listDirectory(path, names) != 0) {
+  std::vector<unsigned char> types;
+  if (fs_.listDirectoryTyped(path, names, types) != 0) {
     return BridgeResponse::error(404, "cannot read directory: " + path);
   }
-  std::vector<std::string> shown;
-  shown.reserve(names.size());
+  // Hidden and unnamable entries are dropped in place, their types with them.
+  size_t kept = 0;
   size_t unnamed = 0;
-  for (std::string& name : names) {
-    if (name.front() == '.') {
+  for (size_t index = 0; index < names.size(); ++index) {
+    if (names[index].front() == '.') {
       continue;
     }
     // JSON can carry only UTF-8, and the editor could not name such an item
     // back to the host anyway; one such name must not blank the listing.
-    if (!storage::isValidUtf8(name)) {
+    if (!storage::isValidUtf8(names[index])) {
       ++unnamed;
       continue;
     }
-    shown.push_back(std::move(name));
+    if (kept != index) {
+      names[kept] = std::move(names[index]);
+      types[kept] = types[index];
+    }
+    ++kept;
   }
+  names.resize(kept);
+  types.resize(kept);
   if (unnamed > 0) {
     checkpoints_.log("list of " + path + " left out " + std::to_string(unnamed) +
                      " name(s) that are not valid UTF-8");
   }
   watcher_.noteInterest(path);
-  sortNaturally(shown);
   // Written as text, since a JSON value per entry costs more than the listing
   // itself; the bytes are writeJson's for the same array.
   std::string text = "[";
-  text.reserve(shown.size() * 48);
+  size_t length = 2;
+  for (const std::string& name : names) {
+    length += name.size() + 32;
+  }
+  text.reserve(length);
   std::string itemPath = path;
   itemPath += '/';
   const size_t folderLength = itemPath.size();
-  for (const std::string& name : shown) {
-    itemPath.resize(folderLength);
-    itemPath += name;
-    const bool isFolder = kindOf(itemPath, fs_) == ItemKind::directory;
+  for (size_t index : naturalOrder(names)) {
+    const std::string& name = names[index];
+    // The folder's own record of the type spares a status per entry; a link
+    // is a folder when its target is, and an unrecorded type must be looked at.
+    bool isFolder = types[index] == DT_DIR;
+    if (types[index] == DT_LNK || types[index] == DT_UNKNOWN) {
+      itemPath.resize(folderLength);
+      itemPath += name;
+      isFolder = kindOf(itemPath, fs_) == ItemKind::directory;
+    }
     if (text.size() > 1) {
       text += ',';
     }

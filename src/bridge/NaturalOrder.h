@@ -14,8 +14,12 @@ namespace vorna::bridge {
 // collation). `name` must be valid UTF-8.
 std::string naturalSortKey(std::string_view name);
 
-// Sorts valid UTF-8 names into natural order. Stable: names whose keys are
-// equal keep the order they came in, which for a listing is the folder's own.
+// The positions of valid UTF-8 names taken in natural order, each key made
+// once. Stable: names whose keys are equal keep the order they came in, which
+// for a listing is the folder's own.
+std::vector<size_t> naturalOrder(const std::vector<std::string>& names);
+
+// Sorts valid UTF-8 names into natural order, stably.
 void sortNaturally(std::vector<std::string>& names);
 
 }  // namespace vorna::bridge

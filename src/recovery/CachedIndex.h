@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cerrno>
+#include <condition_variable>
+#include <cstdint>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,7 +31,16 @@ namespace vorna::recovery {
 // record is serialised, and the bytes are exactly those writeIndex would write
 // for the same list. A failed write forgets the memory.
 //
-// Not thread-safe; its owner serialises calls.
+// Every call is made under the owner's lock; writers pass it in as `hold`. A change is
+// made in memory at once; append and change then release the lock while the
+// file is written, and writers that come meanwhile are served by the next
+// write, which carries all of their changes at once (group commit). Each
+// returns, or throws the write's error, only once a write made after its change
+// has finished, so its change is on disk before its caller answers. Writes of
+// the file never overlap, and follow the order of the changes. A reader may see
+// a change whose writer still waits for the disk. rewrite keeps the lock across
+// its write, for callers that must act on the file's new content before anyone
+// else changes the list.
 template <typename T>
 class CachedIndex {
  public:
@@ -39,6 +51,11 @@ class CachedIndex {
 
   // The records on disk now; readIndexList's errors.
   const std::vector<T>& entries() {
+    // While changes are on their way to disk, the file is not yet (or is just
+    // being replaced with) what memory holds.
+    if (state_ && (writing_ || (written_ < changed_ && failedThrough_ < changed_))) {
+      return state_->entries;
+    }
     std::optional<FileStamp> stamp = FileStamp::of(path_, fs_);
     if (!stamp && errno == ENOENT) {
       state_ = State{};
@@ -65,17 +82,18 @@ class CachedIndex {
   }
 
   // Writes the records with `record` after them.
-  void append(T record) {
+  void append(T record, std::unique_lock<std::mutex>& hold) {
     entries();
     std::string text = textOf(record);
     state_->entries.push_back(std::move(record));
     state_->texts.push_back(std::move(text));
-    write();
+    commit(hold);
   }
 
   // Writes `list`, the records as entries() gave them with those at `changed`
   // altered (nothing added or removed).
-  void change(std::vector<T> list, const std::vector<size_t>& changed) {
+  void change(std::vector<T> list, const std::vector<size_t>& changed,
+              std::unique_lock<std::mutex>& hold) {
     entries();
     std::vector<std::string> texts;
     texts.reserve(changed.size());
@@ -86,18 +104,25 @@ class CachedIndex {
       state_->texts.at(changed[at]) = std::move(texts[at]);
     }
     state_->entries = std::move(list);
-    write();
+    commit(hold);
   }
 
-  // Writes `list` whole.
-  void rewrite(std::vector<T> list) {
+  // Writes `list` whole, without letting go of the lock.
+  void rewrite(std::vector<T> list, std::unique_lock<std::mutex>& hold) {
     State fresh;
     for (const T& record : list) {
       fresh.texts.push_back(textOf(record));
     }
     fresh.entries = std::move(list);
+    // A write under way carries an older list and must land first.
+    writable_.wait(hold, [this] { return !writing_; });
     state_ = std::move(fresh);
-    write();
+    const std::uint64_t mine = ++changed_;
+    Written written = write(assemble());
+    settle(mine, written);
+    if (written.failure) {
+      throw contracts::RecoveryError::storeUnavailable(*written.failure);
+    }
   }
 
  private:
@@ -120,7 +145,7 @@ class CachedIndex {
     return text;
   }
 
-  void write() {
+  std::string assemble() const {
     std::string text = "[";
     size_t length = 2;
     for (const std::string& element : state_->texts) {
@@ -134,20 +159,81 @@ class CachedIndex {
       text += state_->texts[index];
     }
     text += ']';
+    return text;
+  }
+
+  struct Written {
+    std::optional<std::string> failure;  // the error's text
+    std::optional<FileStamp> stamp;      // the file's, once replaced
+  };
+
+  // Replaces the file with `text`. Only ever run by one thread at a time:
+  // with writing_ set, or under the lock with no write under way.
+  Written write(const std::string& text) {
     try {
       storage::DurableChanges(fs_).replace(path_, text, 0600);
     } catch (const storage::FileOpError& error) {
-      state_.reset();
-      throw contracts::RecoveryError::storeUnavailable(
-          "cannot write " + storage::lastComponent(path_) + ": " + error.description());
+      return {"cannot write " + storage::lastComponent(path_) + ": " + error.description(), {}};
     }
-    state_->stamp = FileStamp::of(path_, fs_);
+    return {std::nullopt, FileStamp::of(path_, fs_)};
+  }
+
+  // Records, under the lock, how the write of every change up to `through`
+  // ended, and wakes whoever waits for it.
+  void settle(std::uint64_t through, const Written& written) {
+    if (written.failure) {
+      // Memory may hold changes the file never will: every waiting writer
+      // fails, and the next call reads the file again.
+      failedThrough_ = changed_;
+      failure_ = *written.failure;
+      state_.reset();
+    } else {
+      written_ = through;
+      if (state_) {
+        state_->stamp = written.stamp;
+      }
+    }
+    writable_.notify_all();
+  }
+
+  // Returns once a write made after this thread's change has finished, and
+  // throws its error when it failed. The first writer to find no write under
+  // way writes the whole list, with the lock let go meanwhile.
+  void commit(std::unique_lock<std::mutex>& hold) {
+    const std::uint64_t mine = ++changed_;
+    for (;;) {
+      if (written_ >= mine) {
+        return;
+      }
+      if (failedThrough_ >= mine) {
+        throw contracts::RecoveryError::storeUnavailable(failure_);
+      }
+      if (writing_) {
+        writable_.wait(hold);
+        continue;
+      }
+      writing_ = true;
+      const std::uint64_t through = changed_;
+      std::string text = assemble();
+      hold.unlock();
+      Written written = write(text);
+      hold.lock();
+      writing_ = false;
+      settle(through, written);
+    }
   }
 
   std::string path_;
   storage::FileSystem& fs_;
   Decode decode_;
   std::optional<State> state_;
+  // Changes are numbered as they are made; all below are guarded by the owner's lock.
+  std::uint64_t changed_ = 0;        // the last change made in memory
+  std::uint64_t written_ = 0;        // the last change the file holds
+  std::uint64_t failedThrough_ = 0;  // changes whose write failed
+  std::string failure_;              // that write's error
+  bool writing_ = false;             // a write is under way, without the lock
+  std::condition_variable writable_;
 };
 
 }  // namespace vorna::recovery

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <map>
 
+#include "contracts/IsoDate.h"
 #include "contracts/RecoveryError.h"
 #include "recovery/Identity.h"
 #include "recovery/IndexFiles.h"
@@ -177,9 +179,9 @@ SavedDraft LocalRecoveryService::saveDraft(const std::string& pagePath, std::str
       .byteCount = static_cast<std::int64_t>(bytes.size()),
       .capturedAt = environment_.now(),
   };
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   drafts_->append(
-      DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false});
+      DraftEntry{.record = record, .payloadPath = retained.payloadPath, .discarded = false}, hold);
   return SavedDraft{std::move(record), std::move(retained.payloadPath)};
 }
 
@@ -222,7 +224,7 @@ Bytes LocalRecoveryService::draftBytes(const std::string& id) {
 }
 
 void LocalRecoveryService::discardDraft(const std::string& pagePath) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   const std::string page = standardisedPath(pagePath);
   std::vector<DraftEntry> list = readDrafts();
   std::vector<size_t> marked;
@@ -232,13 +234,19 @@ void LocalRecoveryService::discardDraft(const std::string& pagePath) {
       marked.push_back(index);
     }
   }
-  RetentionPlan plan = retentionPlan({page}, list, storeIndex_.refresh(*retentionStore_));
+  RetentionPlan plan = retentionPlan({page}, list, storeEntriesForOnePage());
+  // Deletions follow the plan made under this hold: a conflict recorded
+  // meanwhile could pin what it deletes. Without dropped drafts they touch
+  // nothing the marks protect, so they need not wait for the marks' write.
   if (plan.changed) {
-    drafts_->rewrite(std::move(plan.keptDrafts));
-  } else if (!marked.empty()) {
-    drafts_->change(std::move(list), marked);
+    drafts_->rewrite(std::move(plan.keptDrafts), hold);
+    prune(plan.deletions);
+    return;
   }
   prune(plan.deletions);
+  if (!marked.empty()) {
+    drafts_->change(std::move(list), marked, hold);
+  }
 }
 
 std::string LocalRecoveryService::draftPayloadURL(const std::string& id) {
@@ -256,7 +264,7 @@ std::string LocalRecoveryService::draftPayloadURL(const std::string& id) {
 ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
                                                     std::optional<std::string_view> base,
                                                     const std::vector<RecoveryEntry>& retained) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   const std::string page = standardisedPath(pagePath);
   std::vector<ConflictEntry> list = readConflicts();
   auto open = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
@@ -340,10 +348,10 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
 
   ConflictRecord result = conflict.record;
   if (opened) {
-    conflicts_->append(std::move(list.back()));
+    conflicts_->append(std::move(list.back()), hold);
   } else {
     const auto index = static_cast<size_t>(&conflict - list.data());
-    conflicts_->change(std::move(list), {index});
+    conflicts_->change(std::move(list), {index}, hold);
   }
   return result;
 }
@@ -391,7 +399,7 @@ Bytes LocalRecoveryService::candidateBytes(const std::string& id) {
 
 void LocalRecoveryService::markResolved(const std::string& conflictID,
                                         const std::string& chosenCandidateID) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   std::vector<ConflictEntry> list = readConflicts();
   auto conflict = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
     return entry.record.id == conflictID;
@@ -407,27 +415,27 @@ void LocalRecoveryService::markResolved(const std::string& conflictID,
   conflict->record.resolvedAt = environment_.now();
   conflict->record.chosenCandidateID = chosenCandidateID;
   const auto index = static_cast<size_t>(conflict - list.begin());
-  conflicts_->change(std::move(list), {index});
+  conflicts_->change(std::move(list), {index}, hold);
 }
 
 // Operations journal
 
 OperationRecord LocalRecoveryService::beginOperation(
     const std::string& label, const std::vector<OperationRecord::Step>& steps) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   readOperations();
   OperationRecord record{.id = storage::randomUuid(),
                          .label = label,
                          .steps = steps,
                          .startedAt = environment_.now(),
                          .finishedAt = std::nullopt};
-  operations_->append(record);
+  operations_->append(record, hold);
   return record;
 }
 
 void LocalRecoveryService::updateStep(const std::string& operationID, std::int64_t index,
                                       OperationRecord::StepState state) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   std::vector<OperationRecord> journal = readOperations();
   OperationRecord& operation = operationIn(journal, operationID);
   if (index < 0 || static_cast<std::uint64_t>(index) >= operation.steps.size()) {
@@ -435,16 +443,16 @@ void LocalRecoveryService::updateStep(const std::string& operationID, std::int64
   }
   operation.steps[static_cast<size_t>(index)].state = state;
   const auto at = static_cast<size_t>(&operation - journal.data());
-  operations_->change(std::move(journal), {at});
+  operations_->change(std::move(journal), {at}, hold);
 }
 
 void LocalRecoveryService::finishOperation(const std::string& operationID) {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   std::vector<OperationRecord> journal = readOperations();
   OperationRecord& operation = operationIn(journal, operationID);
   operation.finishedAt = environment_.now();
   const auto at = static_cast<size_t>(&operation - journal.data());
-  operations_->change(std::move(journal), {at});
+  operations_->change(std::move(journal), {at}, hold);
 }
 
 std::vector<OperationRecord> LocalRecoveryService::unfinishedOperations() {
@@ -499,6 +507,28 @@ RetentionPlan LocalRecoveryService::retentionPlan(
                              retainedPerPage_, retentionGrace_, environment_.now());
 }
 
+const RetentionStoreIndex::EntriesByPage& LocalRecoveryService::storeEntriesForOnePage() {
+  // The store stamps a version with its own clock's whole second when it takes
+  // it, so a version the index has not met is no older than the moment its last
+  // listing began. While that moment is inside the grace, no such version could
+  // be deleted, and leaving it out ranks the page's known versions higher, so
+  // the plan deletes less, never more. (A version the index still holds but
+  // another pass deleted lay beyond the newest N, which all rank above it.)
+  // Listing a large store on every discard would hold the lock for longer than
+  // all the rest of the discard.
+  const double cutoff =
+      std::chrono::duration<double>(environment_.now().time_since_epoch()).count() -
+      retentionGrace_;
+  if (storeListedAt_ &&
+      std::chrono::duration<double>(storeListedAt_->time_since_epoch()).count() >= cutoff) {
+    return storeIndex_.entriesByPage();
+  }
+  const contracts::Timestamp listing = contracts::wholeSecondsNow();
+  const RetentionStoreIndex::EntriesByPage& entries = storeIndex_.refresh(*retentionStore_);
+  storeListedAt_ = listing;
+  return entries;
+}
+
 void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {
   for (const std::string& payload : payloadPaths) {
     // The sidecar goes first: a payload without one is no longer an entry, so
@@ -517,7 +547,7 @@ void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {
 }
 
 void LocalRecoveryService::enforceRetentionBudget() {
-  std::lock_guard guard(lock_);
+  std::unique_lock hold(lock_);
   const std::vector<DraftEntry> list = readDrafts();
   // The store index is refreshed once per pass: under the lock nothing of this
   // service changes the store between gathering the pages and planning.
@@ -534,7 +564,7 @@ void LocalRecoveryService::enforceRetentionBudget() {
   }
   RetentionPlan plan = retentionPlan(pages, list, storeEntries);
   if (plan.changed) {
-    drafts_->rewrite(std::move(plan.keptDrafts));
+    drafts_->rewrite(std::move(plan.keptDrafts), hold);
   }
   prune(plan.deletions);
 }

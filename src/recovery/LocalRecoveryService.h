@@ -40,10 +40,14 @@ namespace vorna::recovery {
 // operation's cost does not grow with the list; a change another instance
 // makes is seen on the next call.
 //
-// Thread safety: every public operation holds `lock_` for its whole run, so any
-// thread may call and calls run one at a time. The lock is not recursive;
-// private functions run under their caller's hold. It does not exclude another
-// process or another instance on the same store directory.
+// Thread safety: any thread may call. Every public operation holds `lock_`
+// while it reads or changes the lists, so their changes happen one at a time;
+// an operation that changed drafts, conflicts or the journal lets the lock go
+// while it waits for the index file's write, which one thread makes for all the
+// changes made until then (CachedIndex). A retention pass keeps the lock from
+// its plan to its last deletion. The lock is not recursive; private functions
+// run under their caller's hold. It does not exclude another process or
+// another instance on the same store directory.
 //
 // Errors: contracts::RecoveryError only, with the texts given at each operation.
 class LocalRecoveryService final : public RecoveryServicing, public RecoveryMaintenance {
@@ -160,6 +164,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
                               const std::vector<DraftEntry>& drafts,
                               const RetentionStoreIndex::EntriesByPage& storeEntries);
   void prune(const std::vector<std::string>& payloadPaths);
+  // The store index as a one-page plan may use it: listed again only when its
+  // last listing for such a plan is older than the grace.
+  const RetentionStoreIndex::EntriesByPage& storeEntriesForOnePage();
   // The journal's renames, read again only when operations.json changed;
   // none, logged, when it is unreadable.
   const RenameHistory& renameHistory();
@@ -177,7 +184,8 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::string storeDirectory_;
   std::unique_ptr<storage::RecoveryStore> retentionStore_;
   std::mutex lock_;
-  RetentionStoreIndex storeIndex_;  // guarded by lock_
+  RetentionStoreIndex storeIndex_;                     // guarded by lock_
+  std::optional<contracts::Timestamp> storeListedAt_;  // guarded by lock_
   // The index files, parsed; set once the store directory is known, guarded by lock_.
   std::optional<CachedIndex<DraftEntry>> drafts_;
   std::optional<CachedIndex<ConflictEntry>> conflicts_;

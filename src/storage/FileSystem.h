@@ -51,6 +51,12 @@ class FileSystem {
   // On success stores the entry names of the folder, without "." and "..", in
   // the order the file system returns them, and returns 0.
   virtual int listDirectory(const std::string& path, std::vector<std::string>& names) = 0;
+  // As listDirectory, with `types[i]` the type the folder records for
+  // `names[i]` (DT_REG, DT_DIR, DT_LNK, ...; DT_UNKNOWN where it records none,
+  // so the caller must look). A link's type is the link's, not its target's.
+  // This default records none.
+  virtual int listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                                 std::vector<unsigned char>& types);
 
   // The process-wide real file system.
   static FileSystem& real();

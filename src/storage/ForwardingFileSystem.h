@@ -45,6 +45,10 @@ class ForwardingFileSystem : public FileSystem {
   int listDirectory(const std::string& path, std::vector<std::string>& names) override {
     return target_.listDirectory(path, names);
   }
+  int listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                         std::vector<unsigned char>& types) override {
+    return target_.listDirectoryTyped(path, names, types);
+  }
 
  protected:
   FileSystem& target() { return target_; }

@@ -29,6 +29,15 @@ FileSystem& FileSystem::real() {
   return instance;
 }
 
+int FileSystem::listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                                   std::vector<unsigned char>& types) {
+  if (listDirectory(path, names) != 0) {
+    return -1;
+  }
+  types.assign(names.size(), DT_UNKNOWN);
+  return 0;
+}
+
 int PosixFileSystem::open(const std::string& path, int flags, mode_t mode) {
   return retryInterrupted(
       [&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, mode); });
@@ -52,7 +61,9 @@ int PosixFileSystem::fsync(int fd) {
   return retryInterrupted([&] { return ::fsync(fd); });
 }
 
-int PosixFileSystem::fstat(int fd, struct stat* out) { return ::fstat(fd, out); }
+int PosixFileSystem::fstat(int fd, struct stat* out) {
+  return ::fstat(fd, out);
+}
 
 int PosixFileSystem::rename(const std::string& from, const std::string& to) {
   return ::rename(from.c_str(), to.c_str());
@@ -66,13 +77,17 @@ int PosixFileSystem::exchange(const std::string& a, const std::string& b) {
   return ::renameat2(AT_FDCWD, a.c_str(), AT_FDCWD, b.c_str(), RENAME_EXCHANGE);
 }
 
-int PosixFileSystem::unlink(const std::string& path) { return ::unlink(path.c_str()); }
+int PosixFileSystem::unlink(const std::string& path) {
+  return ::unlink(path.c_str());
+}
 
 int PosixFileSystem::mkdir(const std::string& path, mode_t mode) {
   return ::mkdir(path.c_str(), mode);
 }
 
-int PosixFileSystem::rmdir(const std::string& path) { return ::rmdir(path.c_str()); }
+int PosixFileSystem::rmdir(const std::string& path) {
+  return ::rmdir(path.c_str());
+}
 
 int PosixFileSystem::stat(const std::string& path, struct stat* out) {
   return ::stat(path.c_str(), out);
@@ -114,16 +129,28 @@ ssize_t PosixFileSystem::readlink(const std::string& path, std::string& target) 
   }
 }
 
-int PosixFileSystem::listDirectory(const std::string& path, std::vector<std::string>& names) {
+namespace {
+
+// Reads the folder's entries, without "." and "..", into `names` and, when
+// given, their recorded types into `types`; both are left alone on failure.
+int readFolder(const std::string& path, std::vector<std::string>& names,
+               std::vector<unsigned char>* types) {
   DIR* dir = ::opendir(path.c_str());
   if (dir == nullptr) {
     return -1;
   }
   std::vector<std::string> found;
+  std::vector<unsigned char> foundTypes;
   errno = 0;
   while (dirent* entry = ::readdir(dir)) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      found.emplace_back(entry->d_name);
+    const char* name = entry->d_name;
+    if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'))) {
+      errno = 0;
+      continue;
+    }
+    found.emplace_back(name);
+    if (types != nullptr) {
+      foundTypes.push_back(entry->d_type);
     }
     errno = 0;
   }
@@ -134,7 +161,21 @@ int PosixFileSystem::listDirectory(const std::string& path, std::vector<std::str
     return -1;
   }
   names = std::move(found);
+  if (types != nullptr) {
+    *types = std::move(foundTypes);
+  }
   return 0;
+}
+
+}  // namespace
+
+int PosixFileSystem::listDirectory(const std::string& path, std::vector<std::string>& names) {
+  return readFolder(path, names, nullptr);
+}
+
+int PosixFileSystem::listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                                        std::vector<unsigned char>& types) {
+  return readFolder(path, names, &types);
 }
 
 }  // namespace vorna::storage

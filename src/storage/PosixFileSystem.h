@@ -25,6 +25,8 @@ class PosixFileSystem final : public FileSystem {
   int chmod(const std::string& path, mode_t mode) override;
   ssize_t readlink(const std::string& path, std::string& target) override;
   int listDirectory(const std::string& path, std::vector<std::string>& names) override;
+  int listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                         std::vector<unsigned char>& types) override;
 };
 
 }  // namespace vorna::storage

@@ -162,10 +162,23 @@ SaveOutcome SafeAdapter::performSave(const std::string& pagePath, const Bytes& n
                           (displaced.fingerprint && *displaced.fingerprint == *expectedFingerprint);
 
   if (isExpected) {
+    // A large page is read back while the displaced version goes into the
+    // store, whose flushes wait on the disk. The read changes nothing on disk,
+    // and it still follows the exchange and the settling; a rival's write
+    // during the retention is seen by it or not, as one just after would be.
+    std::future<std::optional<Fingerprint>> readingBack;
+    if (settings.overlapIndependentWork && newBytes.size() >= kHashOnThreadFrom) {
+      try {
+        readingBack =
+            std::async(std::launch::async, [this, &pagePath] { return readBack(pagePath); });
+      } catch (const std::system_error&) {
+        // No thread to be had: read back after the retention instead.
+      }
+    }
     RecoveryEntry entry =
         store_.adopt(swapPath, RecoveryKind::displacedExpected, pagePath, displaced.fingerprint,
                      displaced.byteCount, displaced.stabilized);
-    std::optional<Fingerprint> now = readBack(pagePath);
+    std::optional<Fingerprint> now = readingBack.valid() ? readingBack.get() : readBack(pagePath);
     const Fingerprint& written = newFingerprint.get();
     if (now && *now == written) {
       return SaveOutcome::saved(SavedInfo{written, std::move(entry), std::move(pending)});

@@ -83,8 +83,9 @@ class SafeAdapter final : public PageStorageAdapter {
   bool restoreExternalVersion() const { return restoreExternalVersion_; }
   void setRestoreExternalVersion(bool restore) { restoreExternalVersion_ = restore; }
   // Hash a large page's new bytes on another thread while its staged copy is
-  // written. Hashing touches no disk, so the disk effects and their order are
-  // the same either way; on by default, off only to measure what it gains.
+  // written, and read it back while its displaced version is retained. Neither
+  // changes the disk, so the disk effects and their order are the same either
+  // way; on by default, off only to measure what it gains.
   bool overlapIndependentWork() const { return overlapIndependentWork_; }
   void setOverlapIndependentWork(bool overlap) { overlapIndependentWork_ = overlap; }
 

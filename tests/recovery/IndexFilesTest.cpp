@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <regex>
+#include <thread>
 
 #include "ServiceFixture.h"
 #include "recovery/IndexFiles.h"
@@ -191,6 +195,80 @@ TEST_F(IndexFilesTest, SplicedAppendsAndChangesWriteTheBytesOfAWholeRewrite) {
   EXPECT_EQ(reader->drafts().size(), 2u);
   EXPECT_EQ(reader->conflicts().size(), 1u);
   EXPECT_EQ(reader->unfinishedOperations().size(), 4u);
+}
+
+// Writers that come while an index file is being written wait for one write
+// that carries all their records; none returns before its record is in the
+// file, and when that write fails, each of them fails.
+TEST_F(IndexFilesTest, WritersThatComeDuringAWriteShareTheNextOneAndItsOutcome) {
+  constexpr int kWriters = 4;
+  auto ontoDrafts = [this](const std::string& from) {
+    return from.starts_with(storeDirectory() + "/.tmp-");
+  };
+  for (const bool nextWriteFails : {false, true}) {
+    SCOPED_TRACE(nextWriteFails ? "the shared write fails" : "the shared write succeeds");
+    fs.clearFaults();
+    writeRaw(indexFile("drafts.json"), "[]");
+    service().drafts();
+    auto draftWrites = [&] {
+      std::vector<testing::FaultInjectingFileSystem::Call> calls = fs.calls();
+      return std::count_if(calls.begin(), calls.end(), [&](const auto& call) {
+        return call.call == FsCall::rename && ontoDrafts(call.path);
+      });
+    };
+    const auto writesBefore = draftWrites();
+    if (nextWriteFails) {
+      fs.failNthMatching(FsCall::rename, ontoDrafts, static_cast<int>(writesBefore) + 2, EIO);
+    }
+    // The first write is held until every other writer has put its record in
+    // memory and waits; the lock is free meanwhile, or drafts() could not answer.
+    std::atomic<int> renames{0};
+    fs.beforeCall(FsCall::rename, [&](const std::string& from) {
+      if (!ontoDrafts(from) || renames.fetch_add(1) != 0) {
+        return;
+      }
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+      while (service().drafts().size() < kWriters && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    });
+    std::vector<std::string> outcomes(kWriters);
+    std::vector<std::thread> writers;
+    for (int i = 0; i < kWriters; ++i) {
+      writers.emplace_back([&, i] {
+        if (i > 0) {
+          while (renames.load() == 0) {
+            std::this_thread::yield();
+          }
+        }
+        try {
+          service().saveDraft(page("p" + std::to_string(i) + ".html"), "draft", std::nullopt);
+        } catch (const contracts::RecoveryError& error) {
+          outcomes[i] = error.description();
+        }
+        if (outcomes[i].starts_with(
+                "recovery store unavailable: cannot write drafts.json: rename failed on ")) {
+          outcomes[i] = "write failed";
+        } else if (outcomes[i].empty()) {
+          // Its record is on disk now, whoever wrote it.
+          const std::string onDisk = readFileOrEmpty(indexFile("drafts.json"));
+          outcomes[i] = onDisk.find("/p" + std::to_string(i) + ".html") != std::string::npos
+                            ? "on disk"
+                            : "answered before its write";
+        }
+      });
+    }
+    for (std::thread& writer : writers) {
+      writer.join();
+    }
+    fs.clearFaults();
+    EXPECT_EQ(draftWrites() - writesBefore, 2);
+    EXPECT_EQ(outcomes[0], "on disk");
+    for (int i = 1; i < kWriters; ++i) {
+      EXPECT_EQ(outcomes[i], nextWriteFails ? "write failed" : "on disk") << i;
+    }
+    EXPECT_EQ(service().drafts().size(), nextWriteFails ? 1u : size_t{kWriters});
+  }
 }
 
 TEST_F(IndexFilesTest, AChangeAnotherInstanceMakesIsSeenOnTheNextCall) {

@@ -242,6 +242,13 @@ int FaultInjectingFileSystem::listDirectory(const std::string& path,
   return target().listDirectory(path, names);
 }
 
+int FaultInjectingFileSystem::listDirectoryTyped(const std::string& path,
+                                                 std::vector<std::string>& names,
+                                                 std::vector<unsigned char>& types) {
+  VORNA_ADMIT(FsCall::listDirectory, path);
+  return target().listDirectoryTyped(path, names, types);
+}
+
 #undef VORNA_ADMIT
 
 }  // namespace vorna::testing

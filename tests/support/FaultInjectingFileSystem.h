@@ -87,6 +87,8 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   int chmod(const std::string& path, mode_t mode) override;
   ssize_t readlink(const std::string& path, std::string& target) override;
   int listDirectory(const std::string& path, std::vector<std::string>& names) override;
+  int listDirectoryTyped(const std::string& path, std::vector<std::string>& names,
+                         std::vector<unsigned char>& types) override;
 
  private:
   struct Rule {
