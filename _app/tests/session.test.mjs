@@ -18,20 +18,6 @@ async function setup(files = { 'a.html': '<p>one</p>\n' }) {
 }
 
 describe('base tracking', () => {
-  test('the base is the fingerprint of the loaded version and moves with each save', async () => {
-    const { host, session } = await setup();
-    assert.equal(session.base, sha('<p>one</p>\n'));
-    session.setText('<p>two</p>\n');
-    const first = await session.save();
-    assert.equal(first.ok, true);
-    assert.equal(host.log('PUT', 'file')[0].headers['x-vn-base'], sha('<p>one</p>\n'));
-    assert.equal(session.base, sha('<p>two</p>\n'));
-    session.setText('<p>three</p>\n');
-    await session.save();
-    assert.equal(host.log('PUT', 'file')[1].headers['x-vn-base'], sha('<p>two</p>\n'));
-    assert.equal(host.files.get(PAGE), '<p>three</p>\n');
-  });
-
   test('typing during a save leaves the page dirty against the saved version', async () => {
     const { host, session } = await setup();
     session.setText('<p>saved</p>');
@@ -161,23 +147,6 @@ describe('drafts while typing', () => {
 });
 
 describe('pages that are not UTF-8 text', () => {
-  test('a Latin-1 page is read-only: no save, no draft, until converted; then saved as UTF-8', async () => {
-    const host = new FakeHost('/ws', { 'a.html': Buffer.from('caf\xe9', 'latin1') });
-    const timers = new FakeTimers();
-    let current = 'caf\u00e9';
-    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
-    await session.open(PAGE);
-    assert.equal(session.readOnly, true);
-    session.edited(true);
-    await timers.advance(DRAFT_THROTTLE_MS);
-    assert.equal((await session.save()).ok, false);
-    assert.equal(host.requests.filter((r) => r.method === 'PUT').length, 0);
-    session.convertToUtf8();
-    assert.equal(session.dirty, true);
-    assert.equal((await session.save()).ok, true);
-    assert.deepEqual(Buffer.from(host.files.get(PAGE)), Buffer.from('caf\u00e9', 'utf8'));
-  });
-
   test('a file with NUL bytes is not opened', async () => {
     const host = new FakeHost('/ws', { 'a.html': Buffer.from('a\0b', 'latin1') });
     const session = new Session({ api: createApi(host.fetch), timers: new FakeTimers() });
@@ -272,15 +241,6 @@ describe('conflicts on save', () => {
 });
 
 describe('outside changes', () => {
-  test('a clean page reloads from disk', async () => {
-    const { host, session, kinds } = await setup();
-    host.files.set(PAGE, 'new on disk');
-    await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: sha('new on disk') });
-    assert.equal(session.text, 'new on disk');
-    assert.equal(session.base, sha('new on disk'));
-    assert.ok(kinds().includes('reloaded'));
-  });
-
   test('a dirty page is flagged, not replaced; reload replaces the edits, keep editing keeps the old base', async () => {
     const { host, session } = await setup();
     session.setText('mine');
@@ -327,15 +287,6 @@ describe('outside changes', () => {
     await settle();
     assert.equal(session.text, 'theirs');
     assert.equal(session.base, sha('theirs'));
-  });
-
-  test('the echo of the editor\'s own save changes nothing', async () => {
-    const { host, session } = await setup();
-    session.setText('mine');
-    await session.save();
-    await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: sha('mine') });
-    assert.equal(session.disk, null);
-    assert.equal(host.log('GET', 'file').length, 0);
   });
 
   test('typing while a reload is being read wins over the reload', async () => {
