@@ -149,14 +149,6 @@ TEST(SchemeRequestLedgerTest, EveryRequestIsAnsweredExactlyOnce) {
   }
 }
 
-TEST_F(SchemeRoutingTest, TheProbeAndThe503NeedNoWorkspace) {
-  SchemeRequest probe{
-      "vorna://app/api/__probe", "PUT", {{"x-vn-body", "bytes"}}, "vorna-probe-body", nullptr};
-  EXPECT_EQ(AppSchemeHandler::answer(probe, *host),
-            (HTTPReply{200, {{"Content-Type", "application/json"}}, R"({"bytes":16})"}));
-  EXPECT_EQ(get("vorna://app/api/list?path=%2Fw"), HTTPReply::error(503, "no workspace open"));
-}
-
 TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {
   auto bridge = std::make_shared<app::testing::FakeBridge>();
   host->setBridge(bridge);
