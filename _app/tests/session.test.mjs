@@ -167,16 +167,6 @@ describe('drafts found when opening', () => {
     return { host, session, events };
   }
 
-  test('a draft that differs from the disk is offered and restored as dirty text', async () => {
-    const { session, events } = await withDraft('draft text', sha('disk'));
-    assert.equal(events.find((e) => e.kind === 'draft-offer').draft.fingerprint, sha('draft text'));
-    assert.equal(session.text, 'disk');
-    await session.restoreDraft();
-    assert.equal(session.text, 'draft text');
-    assert.equal(session.dirty, true);
-    assert.equal(session.base, sha('disk'));
-  });
-
   test('a draft typed over an older version keeps that base, so saving it meets the newer disk as a conflict', async () => {
     const { host, session } = await withDraft('draft text', sha('older'));
     await session.restoreDraft();
