@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "app/AppDelegate.h"
 #include "app/LaunchOptions.h"
 #include "app/PageTarget.h"
 #include "bridge/PathExtension.h"
 #include "recovery/PathForms.h"
+#include "support/TempDir.h"
 
 namespace vorna::app {
 namespace {
@@ -19,13 +18,12 @@ using Args = std::vector<std::string>;
 class LaunchOptionsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    site = fs::temp_directory_path() / ("vorna-launch-" + std::to_string(::getpid())) / "my site";
-    fs::create_directories(site);
-    std::ofstream(site / "a.HTML") << "<p>a</p>";
-    std::ofstream(site / "notes.txt") << "notes";
+    temp.makeFolder("my site");
+    temp.write("my site/a.HTML", "<p>a</p>");
+    temp.write("my site/notes.txt", "notes");
   }
-  void TearDown() override { fs::remove_all(site.parent_path()); }
-  fs::path site;
+  vorna::testing::TempDir temp;
+  fs::path site = temp / "my site";
 };
 
 TEST_F(LaunchOptionsTest, OpenTakesAFolderOrAPageInItsFolder) {
