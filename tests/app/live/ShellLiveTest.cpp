@@ -180,6 +180,16 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
       await new Promise((resolve) => { f.onload = resolve; document.body.appendChild(f); });
       out[kind] = f.contentWindow.__vornaBodyGuard === true;
     }
+    // A relative URL in an about:srcdoc frame resolves against the parent's
+    // address (the rest of such a frame's bodies: e2e frame-blob-bodies).
+    const sw = document.querySelector('iframe[srcdoc]').contentWindow;
+    out.srcdocXhr = await new Promise((resolve) => {
+      const x = new sw.XMLHttpRequest();
+      x.open('PUT', 'api/echo');
+      x.onload = () => resolve(JSON.parse(x.responseText).bytes);
+      x.onerror = () => resolve(-1);
+      x.send(new sw.Blob(['abcde']));
+    });
     try { new Worker('frame.html'); out.worker = 'started'; } catch (e) { out.worker = e.name; }
     return JSON.stringify(out);
   )JS");
@@ -199,6 +209,7 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
   EXPECT_EQ(result["immediate"], true);
   EXPECT_EQ(result["srcdoc"], true);
   EXPECT_EQ(result["blank"], true);
+  EXPECT_EQ(result["srcdocXhr"], 5);
   // No worker starts: no script could guard its bodies.
   EXPECT_EQ(result["worker"], "SecurityError");
   // Every body that was sent reached the bridge whole; none arrived empty.
