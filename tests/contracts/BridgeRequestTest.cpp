@@ -37,9 +37,7 @@ struct UrlCase {
 };
 
 // Names the case in ctest's listing instead of dumping its bytes.
-void PrintTo(const UrlCase& c, std::ostream* out) {
-  *out << c.url;
-}
+void PrintTo(const UrlCase& c, std::ostream* out) { *out << c.url; }
 
 class BridgeRequestUrlTest : public ::testing::TestWithParam<UrlCase> {};
 
