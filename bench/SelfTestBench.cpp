@@ -21,6 +21,8 @@
 //                                     (tests/e2e/suite), one scenario after another
 // Every run goes through tests/e2e/run-scenario, which gives each its own
 // copy of the site, its own recovery store and, without a display, xvfb-run.
+// The timed scenarios live in bench/scenarios; the host reads them, with the
+// suite's _common.js and their own _timing.js joined, from a scratch folder.
 // A scenario run must report within the runner's 60 seconds, so the 20
 // samples of each figure come from two runs of 10.
 #include <cstdio>
@@ -29,6 +31,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "contracts/Json.h"
@@ -47,6 +50,8 @@ constexpr int kTreeEntries = 5000;
 const std::string kSource = VORNA_SOURCE_DIR;
 const std::string kProgram = VORNA_PROGRAM;
 const std::string kRunner = kSource + "/tests/e2e/run-scenario";
+// Where the host finds the benchmark scenarios (set up by main).
+std::string benchScenarios;
 
 std::string quoted(const std::string& text) {
   std::string out = "'";
@@ -70,10 +75,29 @@ std::string pageOf(size_t bytes) {
   return page;
 }
 
+// One folder holding the benchmark scenarios and, as their _common.js, the
+// suite's helpers followed by the timing helpers.
+std::string gatherScenarios(const std::string& into) {
+  namespace fs = std::filesystem;
+  fs::create_directories(into);
+  std::ofstream common(into + "/_common.js", std::ios::binary);
+  for (const std::string& part :
+       {kSource + "/tests/e2e/_common.js", kSource + "/bench/scenarios/_timing.js"}) {
+    common << std::ifstream(part, std::ios::binary).rdbuf() << "\n";
+  }
+  for (const fs::directory_entry& entry : fs::directory_iterator(kSource + "/bench/scenarios")) {
+    if (entry.path().filename().string().front() != '_') {
+      fs::copy_file(entry.path(), fs::path(into) / entry.path().filename());
+    }
+  }
+  return into;
+}
+
 // Runs one scenario on `site`; the JSON of its E2E-DONE line, or null.
 Json runScenario(const std::string& scenario, const std::string& site) {
-  std::string command =
-      quoted(kRunner) + " " + quoted(kProgram) + " " + quoted(scenario) + " " + quoted(site);
+  std::string command = "VORNA_E2E_DIR=" + quoted(std::as_const(benchScenarios)) + " " +
+                        quoted(kRunner) + " " + quoted(kProgram) + " " + quoted(scenario) + " " +
+                        quoted(site);
   std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
   if (!pipe) {
     return nullptr;
@@ -164,15 +188,17 @@ int main() {
     std::ofstream(tree + "/many/entry-" + std::to_string(n) + ".html") << "<p>" << n << "</p>\n";
   }
 
+  benchScenarios = gatherScenarios(scratch.path() + "/scenarios");
+
   int status = 0;
-  double open = medianOf("bench-open-2m", site, "open_ms", 2, 10);
-  double keystroke = medianOf("bench-keystroke-2m", site, "keystroke_ms", 2, 10);
+  double open = medianOf("open-2m", site, "open_ms", 2, 10);
+  double keystroke = medianOf("keystroke-2m", site, "keystroke_ms", 2, 10);
   std::vector<double> mid =
-      mediansOf("bench-keystroke-100k", site, {"keystroke_ms", "idle_frames_ms"}, 1, 20);
+      mediansOf("keystroke-100k", site, {"keystroke_ms", "idle_frames_ms"}, 1, 20);
   double keystrokeMid = mid[0];
   double idleFrames = mid[1];
-  double openInTree = medianOf("bench-open-big-tree", tree, "open_page_ms", 1, 20);
-  double historyOpen = medianOf("bench-history-open", site, "open_ms", 2, 10);
+  double openInTree = medianOf("open-big-tree", tree, "open_page_ms", 1, 20);
+  double historyOpen = medianOf("history-open", site, "open_ms", 2, 10);
   std::error_code sizeError;
   auto bundle = std::filesystem::file_size(std::string(VORNA_EDITOR_DIR) + "/editor.js", sizeError);
 

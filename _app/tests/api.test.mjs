@@ -41,13 +41,6 @@ describe('requests', () => {
     assert.deepEqual(calls[0].init.headers, { 'X-VN-Base': 'abc' });
     assert.equal(calls[1].init.headers, undefined);
   });
-
-  test('resolve sends id, choose and disk', async () => {
-    const { calls, api } = recorder();
-    await api.resolve('C-1', 'E 2', 'ff');
-    assert.equal(calls[0].url, '/api/resolve?id=C-1&choose=E%202&disk=ff');
-    assert.equal(calls[0].init.method, 'POST');
-  });
 });
 
 describe('answers', () => {

@@ -133,30 +133,6 @@ export class FakeHost {
         this.checkpoints.set(p + sha(body), body);
         return json(200, { ok: true, bytes: Buffer.byteLength(body), fingerprint: sha(body), mtime_ms: 2000 });
       }
-      case 'DELETE file':
-        if (!this.files.has(p)) return error(404, `not found: ${p}`);
-        this.files.delete(p);
-        return json(200, { ok: true, trashed: `/trash/${p.split('/').pop()}` });
-      case 'POST mkdir':
-        this.dirs.add(p);
-        return json(200, { ok: true });
-      case 'POST rename': {
-        if (!this.files.has(p) && !this.dirs.has(p)) return error(404, `not found: ${p}`);
-        if (this.files.has(q.to) || this.dirs.has(q.to)) return error(409, 'destination exists');
-        for (const [f, t] of [...this.files]) {
-          if (f === p || f.startsWith(p + '/')) {
-            this.files.delete(f);
-            this.write(q.to + f.slice(p.length), t);
-          }
-        }
-        for (const d of [...this.dirs]) {
-          if (d === p || d.startsWith(p + '/')) {
-            this.dirs.delete(d);
-            this.dirs.add(q.to + d.slice(p.length));
-          }
-        }
-        return json(200, { ok: true });
-      }
       case 'GET drafts': {
         const last = new Map();
         for (const d of this.drafts) if (!d.discarded) last.set(d.record.pagePath, d.record);

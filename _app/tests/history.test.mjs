@@ -1,17 +1,10 @@
 import { test, describe } from 'node:test';
 import assert from 'node:assert/strict';
-import { describeVersions, groupByDay, KIND_WORDS, sizeLabel } from '../js/history.js';
+import { describeVersions, groupByDay, sizeLabel } from '../js/history.js';
 
 const v = (kind, fingerprint, capturedAt = '2026-01-01T00:00:00Z') => ({ kind, fingerprint, capturedAt, id: `${kind}-${fingerprint}` });
 
 describe('history in the user\'s words', () => {
-  test('every kind the store names has words', () => {
-    for (const kind of ['pendingEditorBytes', 'displacedExpected', 'displacedExternal', 'editorBytesWithdrawn']) {
-      assert.equal(describeVersions([v(kind, null)])[0], KIND_WORDS[kind]);
-    }
-    assert.equal(describeVersions([v('somethingNew', 'x')])[0], 'somethingNew');
-  });
-
   test('loads, saves and drafts are told apart by the versions around them', () => {
     // Newest first, as GET history answers: load A, draft B, save B (A moved
     // out), draft C, save C with the disk then changed by another program,

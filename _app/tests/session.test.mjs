@@ -6,11 +6,13 @@ import { FakeHost, FakeTimers, settle, sha } from './fake-host.mjs';
 
 const PAGE = '/ws/a.html';
 
-async function setup(files = { 'a.html': '<p>one</p>\n' }) {
+// A session with PAGE open; `draft` ({ text, base }) is stored before the open.
+async function setup({ files = { 'a.html': '<p>one</p>\n' }, textSource, draft } = {}) {
   const host = new FakeHost('/ws', files);
+  if (draft) host.answer('PUT', 'draft', { path: PAGE }, { 'x-vn-base': draft.base }, draft.text);
   const timers = new FakeTimers();
   const events = [];
-  const session = new Session({ api: createApi(host.fetch), timers, onChange: (kind, detail) => events.push({ kind, ...detail }) });
+  const session = new Session({ api: createApi(host.fetch), timers, textSource, onChange: (kind, detail) => events.push({ kind, ...detail }) });
   await session.open(PAGE);
   await settle();
   host.requests.length = 0;
@@ -18,20 +20,6 @@ async function setup(files = { 'a.html': '<p>one</p>\n' }) {
 }
 
 describe('base tracking', () => {
-  test('the base is the fingerprint of the loaded version and moves with each save', async () => {
-    const { host, session } = await setup();
-    assert.equal(session.base, sha('<p>one</p>\n'));
-    session.setText('<p>two</p>\n');
-    const first = await session.save();
-    assert.equal(first.ok, true);
-    assert.equal(host.log('PUT', 'file')[0].headers['x-vn-base'], sha('<p>one</p>\n'));
-    assert.equal(session.base, sha('<p>two</p>\n'));
-    session.setText('<p>three</p>\n');
-    await session.save();
-    assert.equal(host.log('PUT', 'file')[1].headers['x-vn-base'], sha('<p>two</p>\n'));
-    assert.equal(host.files.get(PAGE), '<p>three</p>\n');
-  });
-
   test('typing during a save leaves the page dirty against the saved version', async () => {
     const { host, session } = await setup();
     session.setText('<p>saved</p>');
@@ -94,11 +82,8 @@ describe('dirty marker', () => {
 
 describe('drafts while typing', () => {
   test('continuous typing stores a draft within a second of any keystroke, with the base, and none once it stops', async () => {
-    const host = new FakeHost('/ws', { 'a.html': '<p>one</p>\n' });
-    const timers = new FakeTimers();
     let current = '';
-    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
-    await session.open(PAGE);
+    const { host, timers, session } = await setup({ textSource: () => current });
     for (let i = 1; i <= 12; i++) {
       current = 'a'.repeat(i);
       session.edited(true);
@@ -133,12 +118,8 @@ describe('drafts while typing', () => {
   });
 
   test('an edit reported by the editor arms the throttle, which reads the exact text then', async () => {
-    const host = new FakeHost('/ws', { 'a.html': 'x' });
-    const timers = new FakeTimers();
     let current = 'x';
-    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
-    await session.open(PAGE);
-    await settle();
+    const { host, timers, session } = await setup({ files: { 'a.html': 'x' }, textSource: () => current });
     current = 'x\r\ny';
     session.edited(true);
     assert.equal(session.dirty, true);
@@ -161,23 +142,6 @@ describe('drafts while typing', () => {
 });
 
 describe('pages that are not UTF-8 text', () => {
-  test('a Latin-1 page is read-only: no save, no draft, until converted; then saved as UTF-8', async () => {
-    const host = new FakeHost('/ws', { 'a.html': Buffer.from('caf\xe9', 'latin1') });
-    const timers = new FakeTimers();
-    let current = 'caf\u00e9';
-    const session = new Session({ api: createApi(host.fetch), timers, textSource: () => current });
-    await session.open(PAGE);
-    assert.equal(session.readOnly, true);
-    session.edited(true);
-    await timers.advance(DRAFT_THROTTLE_MS);
-    assert.equal((await session.save()).ok, false);
-    assert.equal(host.requests.filter((r) => r.method === 'PUT').length, 0);
-    session.convertToUtf8();
-    assert.equal(session.dirty, true);
-    assert.equal((await session.save()).ok, true);
-    assert.deepEqual(Buffer.from(host.files.get(PAGE)), Buffer.from('caf\u00e9', 'utf8'));
-  });
-
   test('a file with NUL bytes is not opened', async () => {
     const host = new FakeHost('/ws', { 'a.html': Buffer.from('a\0b', 'latin1') });
     const session = new Session({ api: createApi(host.fetch), timers: new FakeTimers() });
@@ -187,26 +151,7 @@ describe('pages that are not UTF-8 text', () => {
 });
 
 describe('drafts found when opening', () => {
-  async function withDraft(draftText, base) {
-    const host = new FakeHost('/ws', { 'a.html': 'disk' });
-    host.answer('PUT', 'draft', { path: PAGE }, base === undefined ? {} : { 'x-vn-base': base }, draftText);
-    const timers = new FakeTimers();
-    const events = [];
-    const session = new Session({ api: createApi(host.fetch), timers, onChange: (k, d) => events.push({ kind: k, ...d }) });
-    await session.open(PAGE);
-    await settle();
-    return { host, session, events };
-  }
-
-  test('a draft that differs from the disk is offered and restored as dirty text', async () => {
-    const { session, events } = await withDraft('draft text', sha('disk'));
-    assert.equal(events.find((e) => e.kind === 'draft-offer').draft.fingerprint, sha('draft text'));
-    assert.equal(session.text, 'disk');
-    await session.restoreDraft();
-    assert.equal(session.text, 'draft text');
-    assert.equal(session.dirty, true);
-    assert.equal(session.base, sha('disk'));
-  });
+  const withDraft = (text, base) => setup({ files: { 'a.html': 'disk' }, draft: { text, base } });
 
   test('a draft typed over an older version keeps that base, so saving it meets the newer disk as a conflict', async () => {
     const { host, session } = await withDraft('draft text', sha('older'));
@@ -220,7 +165,7 @@ describe('drafts found when opening', () => {
   test('a draft equal to the disk is dropped without an offer', async () => {
     const { host, events } = await withDraft('disk', sha('disk'));
     assert.equal(events.some((e) => e.kind === 'draft-offer'), false);
-    assert.equal(host.log('DELETE', 'draft').length, 1);
+    assert.deepEqual(host.drafts.map((d) => d.discarded), [true]);
   });
 
   test('discarding the offer deletes the draft and keeps the disk text', async () => {
@@ -272,15 +217,6 @@ describe('conflicts on save', () => {
 });
 
 describe('outside changes', () => {
-  test('a clean page reloads from disk', async () => {
-    const { host, session, kinds } = await setup();
-    host.files.set(PAGE, 'new on disk');
-    await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: sha('new on disk') });
-    assert.equal(session.text, 'new on disk');
-    assert.equal(session.base, sha('new on disk'));
-    assert.ok(kinds().includes('reloaded'));
-  });
-
   test('a dirty page is flagged, not replaced; reload replaces the edits, keep editing keeps the old base', async () => {
     const { host, session } = await setup();
     session.setText('mine');
@@ -327,15 +263,6 @@ describe('outside changes', () => {
     await settle();
     assert.equal(session.text, 'theirs');
     assert.equal(session.base, sha('theirs'));
-  });
-
-  test('the echo of the editor\'s own save changes nothing', async () => {
-    const { host, session } = await setup();
-    session.setText('mine');
-    await session.save();
-    await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: sha('mine') });
-    assert.equal(session.disk, null);
-    assert.equal(host.log('GET', 'file').length, 0);
   });
 
   test('typing while a reload is being read wins over the reload', async () => {

@@ -18,10 +18,6 @@ std::string_view WorkspaceChange::kindName(Kind kind) {
   return kKindNames.name(kind);
 }
 
-std::optional<WorkspaceChange::Kind> WorkspaceChange::kindFromName(std::string_view name) {
-  return kKindNames.fromName(name);
-}
-
 Json WorkspaceChange::jsonObject() const {
   Json object = {{"type", "changed"}, {"kind", kindName(kind)}, {"path", path}};
   if (fingerprint) {

@@ -17,8 +17,6 @@ struct WorkspaceChange {
   std::optional<std::string> fingerprint;  // of the new content, when known
 
   static std::string_view kindName(Kind kind);
-  // Only the exact raw strings "modified", "created", "removed", "renamed".
-  static std::optional<Kind> kindFromName(std::string_view name);
 
   // {"type":"changed","kind":…,"path":…[,"fingerprint":…]}
   Json jsonObject() const;

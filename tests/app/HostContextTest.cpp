@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 
 #include "app/HostContext.h"
 #include "app/UserDefaults.h"
+#include "support/TempDir.h"
 
 namespace vorna::app {
 namespace {
@@ -14,18 +14,13 @@ namespace fs = std::filesystem;
 
 class HostContextTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    root = fs::temp_directory_path() / ("vorna-host-" + std::to_string(::getpid()));
-    fs::create_directories(root);
-  }
-  void TearDown() override { fs::remove_all(root); }
-
   std::string editorAt(const fs::path& folder) {
     fs::create_directories(folder);
     std::ofstream(folder / "index.html") << "<p>editor</p>";
     return folder.string();
   }
-  fs::path root;
+  vorna::testing::TempDir temp;
+  fs::path root = temp.path();
 };
 
 TEST_F(HostContextTest, TheEditorComesFromTheEnvironmentThenTheBuildTreeThenThePrefix) {

@@ -2,9 +2,7 @@
 #include <jsc/jsc.h>
 
 #include "app/JscJson.h"
-#include "app/UserScripts.h"
 #include "contracts/GObjectPtr.h"
-#include "contracts/GUniquePtr.h"
 
 namespace vorna::app {
 namespace {
@@ -23,20 +21,6 @@ class PageScriptsTest : public ::testing::Test {
       contracts::GObjectPtr<JSCContext>::adopt(jsc_context_new());
   std::vector<contracts::GObjectPtr<JSCValue>> values;
 };
-
-TEST_F(PageScriptsTest, TheBridgeShimsBase64CopesWithLargeBodies) {
-  // The shim's own helpers, run on a body larger than one 32 KiB slice.
-  std::string source = UserScripts::all()[1].source;
-  size_t from = source.find("  function bytesToBase64");
-  size_t to = source.find("  async function viaMessage");
-  ASSERT_NE(from, std::string::npos);
-  std::string helpers = source.substr(from, to - from);
-  std::string script = "var btoa = (s) => s.length + ':' + s.charCodeAt(70000);" + helpers +
-                       "var bytes = new Uint8Array(100000); bytes[70000] = 200;"
-                       "bytesToBase64(bytes);";
-  contracts::GText text(jsc_value_to_string(evaluate(script.c_str())));
-  EXPECT_STREQ(text.get(), "100000:200");
-}
 
 TEST_F(PageScriptsTest, MessagesBecomeJsonAsJsonStringifyWouldWriteThem) {
   JSCValue* message = evaluate(

@@ -1,15 +1,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "FakeBridge.h"
 #include "app/AppSchemeHandler.h"
 #include "app/SchemeRequestLedger.h"
+#include "support/TempDir.h"
 
 namespace vorna::app {
 namespace {
@@ -47,19 +46,15 @@ class ScriptedStream : public RequestBodyStream {
 class SchemeRoutingTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    root = fs::temp_directory_path() / ("vorna-scheme-" + std::to_string(::getpid()));
     fs::create_directories(root / "_app" / "sub");
-    write(root / "_app" / "index.html", "<p>editor</p>");
-    write(root / "_app" / "MAIN.JS", "run()");
-    write(root / "_app" / "LICENSE", "text");
-    write(root / "secret.txt", "outside");
+    temp.write("_app/index.html", "<p>editor</p>");
+    temp.write("_app/MAIN.JS", "run()");
+    temp.write("_app/LICENSE", "text");
+    temp.write("secret.txt", "outside");
     fs::create_symlink(root / "secret.txt", root / "_app" / "leak.txt");
     fs::create_symlink(root / "_app" / "index.html", root / "_app" / "alias.html");
     host = std::make_shared<HostContext>((root / "_app").string());
   }
-  void TearDown() override { fs::remove_all(root); }
-
-  static void write(const fs::path& path, const std::string& text) { std::ofstream(path) << text; }
 
   // As the page's guard sends it: a method that carries a body bears the mark.
   HTTPReply get(const std::string& url, const std::string& method = "GET") {
@@ -67,7 +62,8 @@ class SchemeRoutingTest : public ::testing::Test {
         SchemeRequest{url, method, {{"X-VN-Body", "bytes"}}, std::nullopt, nullptr}, *host);
   }
 
-  fs::path root;
+  vorna::testing::TempDir temp;
+  fs::path root = temp.path();
   std::shared_ptr<HostContext> host;
 };
 
@@ -147,14 +143,6 @@ TEST(SchemeRequestLedgerTest, EveryRequestIsAnsweredExactlyOnce) {
     EXPECT_EQ(answers[0].first, &request) << c.name;
     EXPECT_EQ(answers[0].second, c.answered) << c.name;
   }
-}
-
-TEST_F(SchemeRoutingTest, TheProbeAndThe503NeedNoWorkspace) {
-  SchemeRequest probe{
-      "vorna://app/api/__probe", "PUT", {{"x-vn-body", "bytes"}}, "vorna-probe-body", nullptr};
-  EXPECT_EQ(AppSchemeHandler::answer(probe, *host),
-            (HTTPReply{200, {{"Content-Type", "application/json"}}, R"({"bytes":16})"}));
-  EXPECT_EQ(get("vorna://app/api/list?path=%2Fw"), HTTPReply::error(503, "no workspace open"));
 }
 
 TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {

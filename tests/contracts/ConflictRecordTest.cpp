@@ -53,8 +53,6 @@ TEST(ConflictRecordTest, RolesDecodeOnlyFromExactNames) {
                 ThrowsMessage<DecodeError>(StrEq("invalid value for key: role")))
         << role;
   }
-  EXPECT_EQ(CandidateRecord::roleFromName("disk"), Role::disk);
-  EXPECT_EQ(CandidateRecord::roleName(Role::base), "base");
 }
 
 TEST(ConflictRecordTest, CandidatesMustBeAnArrayOfCandidates) {

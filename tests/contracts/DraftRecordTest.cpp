@@ -41,12 +41,6 @@ TEST(DraftRecordTest, NullOptionalReadsAsAbsentAndUnknownKeysAreIgnored) {
   EXPECT_EQ(DraftRecord::fromJson(json), sampleDraft());
 }
 
-TEST(DraftRecordTest, DatesCompareExactly) {
-  DraftRecord later = sampleDraft();
-  later.capturedAt += 1ns;
-  EXPECT_NE(later, sampleDraft());
-}
-
 TEST(DraftRecordTest, DecodingNamesTheFaultyKey) {
   struct Case {
     const char* key;
@@ -73,13 +67,6 @@ TEST(DraftRecordTest, DecodingNamesTheFaultyKey) {
       json[c.key] = c.value;
     }
     EXPECT_THAT([&] { DraftRecord::fromJson(json); }, ThrowsMessage<DecodeError>(StrEq(c.message)));
-  }
-}
-
-TEST(DraftRecordTest, RefusesAValueThatIsNotAnObject) {
-  for (const Json& json : {Json::array(), Json("draft"), Json()}) {
-    EXPECT_THAT([&] { DraftRecord::fromJson(json); },
-                ThrowsMessage<DecodeError>(StrEq("expected an object")));
   }
 }
 

@@ -1,5 +1,5 @@
-// Create, rename and trash through the editor; refusals of paths outside the
-// workspace and of opening an executable.
+// Create, rename and trash through the editor, a rename onto a page refused;
+// a document handed to the desktop.
 scenario(async (t) => {
   const created = await VN.newPage('fresh.html');
   t.equal(created.ok, true, 'a new page is created');
@@ -8,9 +8,6 @@ scenario(async (t) => {
   t.equal(fresh.status, 200, 'the new page is on disk');
   t.check(fresh.text.includes('<h1>Fresh</h1>'), 'the new page starts from the page template');
   t.check(VN.entries().some((e) => e.path === t.path('fresh.html')), 'the new page is listed in the tree');
-  const again = await VN.api.createFile(t.path('fresh.html'), 'x').then(() => null, (e) => e);
-  t.equal(again && again.status, 409, 'creating over an existing page is refused');
-  t.equal(again && again.message, 'exists', 'the refusal says the page exists');
 
   const renamed = await VN.rename('fresh.html', 'renamed.html');
   t.equal(renamed.ok, true, 'the page is renamed');
@@ -27,16 +24,6 @@ scenario(async (t) => {
   t.check(!VN.entries().some((e) => e.path === t.path('renamed.html')), 'the trashed page is no longer listed');
   t.ask('check-trashed', 'renamed.html');
 
-  const outside = await t.read('/etc/hosts');
-  t.same([outside.status, outside.error], [400, 'path is outside the workspace'], 'reading outside the workspace is refused');
-  const climb = await t.read(`${VN.folder()}/../../../../etc/hosts`);
-  t.same([climb.status, climb.error], [400, 'path is outside the workspace'], 'climbing out with ".." is refused');
-  const away = await VN.rename('index.html', '/tmp/vorna-e2e-escaped.html');
-  t.same([away.ok, away.status, away.error], [false, 400, 'to is outside the workspace'], 'renaming out of the workspace is refused');
-  t.equal(await t.status('index.html'), 200, 'the refused rename left the page in place');
-
-  const script = await VN.openExternally('run.sh');
-  t.same([script.ok, script.error], [false, 'refusing to open application/x-executable: run.sh'], 'opening a script is refused');
   const notes = await VN.openExternally('notes.txt');
   t.same([notes.ok, notes.dryRun], [true, true], 'opening a document goes to the desktop (a dry run here)');
 });

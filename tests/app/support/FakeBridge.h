@@ -17,7 +17,6 @@ namespace vorna::app::testing {
 // play the watcher.
 //   echo       200 {"bytes", "sha256", "method", "contentType"} of the request
 //   nocontent  204 with no body
-//   big        200 with `bigBody`
 //   slow       200 {"slow":true}, once `releaseSlow` was called
 //   anything else: 404 "unknown op: {method} {op}"
 class FakeBridge : public contracts::BridgeHandling {
@@ -48,10 +47,6 @@ class FakeBridge : public contracts::BridgeHandling {
       --slowWaiting_;
       ++slowAnswered_;
       return contracts::BridgeResponse::json(200, {{"slow", true}});
-    }
-    if (request.op == "big") {
-      return contracts::BridgeResponse{
-          200, {{"Content-Type", "application/octet-stream"}}, bigBody};
     }
     return contracts::BridgeResponse::error(404,
                                             "unknown op: " + request.method + " " + request.op);
@@ -107,8 +102,6 @@ class FakeBridge : public contracts::BridgeHandling {
     }
     released_.notify_all();
   }
-
-  contracts::Bytes bigBody;
 
  private:
   const std::string root_;

@@ -1,0 +1,1 @@
+../../tests/e2e/_common.js

@@ -1,2 +1,0 @@
-#!/bin/sh
-echo "a script the editor must never start"
