@@ -397,13 +397,5 @@ TEST_F(SafeAdapterTest, SavesFromManyThreadsRunOneAfterAnother) {
   }
 }
 
-TEST(ConflictKindNames, OnlyTheExactRawNamesAreRecognised) {
-  EXPECT_EQ(conflictKindFromName("externalVersion"), ConflictKind::externalVersion);
-  EXPECT_EQ(conflictKindFromName("staleFingerprintPrecheck"),
-            ConflictKind::staleFingerprintPrecheck);
-  EXPECT_EQ(conflictKindFromName("overwrittenAfterWrite"), ConflictKind::overwrittenAfterWrite);
-  EXPECT_EQ(conflictKindFromName("externalversion"), std::nullopt);
-}
-
 }  // namespace
 }  // namespace vorna::storage
