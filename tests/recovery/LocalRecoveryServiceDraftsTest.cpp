@@ -92,37 +92,35 @@ TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
   EXPECT_EQ(recoveryErrorOf([&] { service().draftPayloadURL("1A2B"); }), "not found: draft 1A2B");
 }
 
-// Whichever step fails, the index stays as it was; a payload already written
-// stays in the store without a draft.
-TEST_F(DraftsTest, AFailedSaveLeavesTheIndexAsItWas) {
-  struct Row {
-    FsCall call;
-    std::string pathPart;
-    int error;
-    std::string messageStart;
-    size_t entriesAfter;
-  } rows[] = {
-      {FsCall::open, ".bin", ENOSPC,
-       "recovery store unavailable: cannot retain 6 bytes for " + page("a.html") +
-           ": open failed on " + retainedDirectory(),
-       1},
-      {FsCall::rename, ".tmp-", EIO,
-       "recovery store unavailable: cannot write drafts.json: rename failed on " +
-           storeDirectory() + "/.tmp-",
-       2},
-  };
+TEST_F(DraftsTest, BytesTheStoreRefusesLeaveTheIndexAsItWas) {
   service().saveDraft(page("a.html"), "first", std::nullopt);
   std::string before = readFileOrEmpty(indexFile("drafts.json"));
-  for (const Row& row : rows) {
-    fs.failWhere(row.call, row.pathPart, row.error);
-    std::string message =
-        recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); });
-    fs.clearFaults();
-    EXPECT_TRUE(message.starts_with(row.messageStart)) << message;
-    EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before) << row.pathPart;
-    EXPECT_EQ(service().retentionStore().entries().size(), row.entriesAfter) << row.pathPart;
-    EXPECT_EQ(service().drafts().size(), 1u) << row.pathPart;
-  }
+  fs.failWhere(FsCall::open, ".bin", ENOSPC);
+
+  std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "12345", {}); });
+
+  EXPECT_TRUE(message.starts_with("recovery store unavailable: cannot retain 5 bytes for " +
+                                  page("a.html") + ": open failed on " + retainedDirectory()))
+      << message;
+  EXPECT_TRUE(message.ends_with(".bin: No space left on device (28)")) << message;
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
+}
+
+TEST_F(DraftsTest, AFailedIndexWriteKeepsThePayloadButNoDraftForIt) {
+  service().saveDraft(page("a.html"), "first", std::nullopt);
+  std::string before = readFileOrEmpty(indexFile("drafts.json"));
+  fs.failWhere(FsCall::rename, ".tmp-", EIO);
+
+  std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); });
+
+  EXPECT_TRUE(
+      message.starts_with("recovery store unavailable: cannot write drafts.json: rename "
+                          "failed on " +
+                          storeDirectory() + "/.tmp-"))
+      << message;
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
+  EXPECT_EQ(service().retentionStore().entries().size(), 2u);
+  EXPECT_EQ(service().drafts().size(), 1u);
 }
 
 // Each save rewrites the whole index; without the service's lock, saves from
