@@ -71,6 +71,13 @@ class RecordingLog {
   std::vector<std::string> lines_;
 };
 
+// An operation that fails when named in `failing` and is otherwise the real one.
+#define VORNA_CHECKED(Result, name, params, ...) \
+  Result name params override {                  \
+    check(#name);                                \
+    return inner_->name(__VA_ARGS__);            \
+  }
+
 // The real service, with chosen operations failing as an unavailable store
 // would. It offers no maintenance operations, so the bridge finds draft copies
 // through the retention store's entries instead.
@@ -83,74 +90,43 @@ class FailingRecovery final : public recovery::RecoveryServicing {
   std::vector<std::pair<std::string, std::string>> resolved;
 
   storage::RecoveryStore& retentionStore() override { return inner_->retentionStore(); }
-  recovery::SavedDraft saveDraft(const std::string& page, std::string_view bytes,
-                                 const std::optional<std::string>& base) override {
-    check("saveDraft");
-    return inner_->saveDraft(page, bytes, base);
-  }
-  std::vector<contracts::DraftRecord> drafts() override {
-    check("drafts");
-    return inner_->drafts();
-  }
-  contracts::Bytes draftBytes(const std::string& id) override {
-    check("draftBytes");
-    return inner_->draftBytes(id);
-  }
-  void discardDraft(const std::string& page) override {
-    check("discardDraft");
-    inner_->discardDraft(page);
-  }
-  contracts::ConflictRecord recordConflict(
-      const std::string& page, std::optional<std::string_view> base,
-      const std::vector<storage::RecoveryEntry>& retained) override {
-    check("recordConflict");
-    return inner_->recordConflict(page, base, retained);
-  }
-  std::vector<contracts::ConflictRecord> conflicts() override {
-    check("conflicts");
-    return inner_->conflicts();
-  }
-  contracts::Bytes candidateBytes(const std::string& id) override {
-    check("candidateBytes");
-    return inner_->candidateBytes(id);
-  }
+  VORNA_CHECKED(recovery::SavedDraft, saveDraft,
+                (const std::string& page, std::string_view bytes,
+                 const std::optional<std::string>& base),
+                page, bytes, base)
+  VORNA_CHECKED(std::vector<contracts::DraftRecord>, drafts, ())
+  VORNA_CHECKED(contracts::Bytes, draftBytes, (const std::string& id), id)
+  VORNA_CHECKED(void, discardDraft, (const std::string& page), page)
+  VORNA_CHECKED(contracts::ConflictRecord, recordConflict,
+                (const std::string& page, std::optional<std::string_view> base,
+                 const std::vector<storage::RecoveryEntry>& retained),
+                page, base, retained)
+  VORNA_CHECKED(std::vector<contracts::ConflictRecord>, conflicts, ())
+  VORNA_CHECKED(contracts::Bytes, candidateBytes, (const std::string& id), id)
   void markResolved(const std::string& conflict, const std::string& candidate) override {
     check("markResolved");
     inner_->markResolved(conflict, candidate);
     resolved.emplace_back(conflict, candidate);
   }
-  contracts::OperationRecord beginOperation(
-      const std::string& label,
-      const std::vector<contracts::OperationRecord::Step>& steps) override {
-    check("beginOperation");
-    return inner_->beginOperation(label, steps);
-  }
+  VORNA_CHECKED(contracts::OperationRecord, beginOperation,
+                (const std::string& label,
+                 const std::vector<contracts::OperationRecord::Step>& steps),
+                label, steps)
   void updateStep(const std::string& id, std::int64_t index,
                   contracts::OperationRecord::StepState state) override {
     inner_->updateStep(id, index, state);
   }
-  void finishOperation(const std::string& id) override {
-    check("finishOperation");
-    inner_->finishOperation(id);
-  }
-  std::vector<contracts::OperationRecord> unfinishedOperations() override {
-    check("unfinishedOperations");
-    return inner_->unfinishedOperations();
-  }
+  VORNA_CHECKED(void, finishOperation, (const std::string& id), id)
+  VORNA_CHECKED(std::vector<contracts::OperationRecord>, unfinishedOperations, ())
   std::vector<storage::RecoveryEntry> sweepOrphanedSwaps() override {
     return inner_->sweepOrphanedSwaps();
   }
-  std::vector<storage::RecoveryEntry> pageHistory(const std::string& page) override {
-    check("pageHistory");
-    return inner_->pageHistory(page);
-  }
+  VORNA_CHECKED(std::vector<storage::RecoveryEntry>, pageHistory, (const std::string& page), page)
   storage::RecoveryEntry retainedVersion(const std::string& id) override {
     return inner_->retainedVersion(id);
   }
-  std::vector<recovery::RetainedPage> retainedPages(const std::string& folder) override {
-    check("retainedPages");
-    return inner_->retainedPages(folder);
-  }
+  VORNA_CHECKED(std::vector<recovery::RetainedPage>, retainedPages, (const std::string& folder),
+                folder)
 
  private:
   void check(const std::string& operation) {
@@ -160,6 +136,8 @@ class FailingRecovery final : public recovery::RecoveryServicing {
   }
   std::shared_ptr<recovery::LocalRecoveryService> inner_;
 };
+
+#undef VORNA_CHECKED
 
 class BridgeTest : public ::testing::Test {
  protected:

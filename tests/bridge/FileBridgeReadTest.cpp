@@ -86,19 +86,6 @@ TEST_F(FileBridgeReadTest, NamesThatAreNotUtf8AreLeftOutWithOneLogLine) {
                                                    "UTF-8\n"}));
 }
 
-TEST_F(FileBridgeReadTest, ListAnswersNotADirectoryForFilesAndMissingPaths) {
-  tmp.write("w/a.html", "x");
-  expectError(get("list", root + "/a.html"), 404, "not a directory: " + root + "/a.html");
-  expectError(get("list", root + "/missing"), 404, "not a directory: " + root + "/missing");
-}
-
-TEST_F(FileBridgeReadTest, ListOfAFolderThatCannotBeReadSaysSo) {
-  testing::FaultInjectingFileSystem faulty;
-  faulty.failWhere(testing::FsCall::listDirectory, "/w", EACCES);
-  fs = &faulty;
-  expectError(get("list", root), 404, "cannot read directory: " + root);
-}
-
 TEST_F(FileBridgeReadTest, PathParametersAreRefusedBeforeAnythingIsRead) {
   tmp.makeFolder("outside");
   tmp.write("outside/secret.html", "secret");
@@ -110,7 +97,7 @@ TEST_F(FileBridgeReadTest, PathParametersAreRefusedBeforeAnythingIsRead) {
       {{{"path", root + "/../outside/secret.html"}}, "path is outside the workspace"},
       {{{"path", root + "/docs/secret.html"}}, "path is outside the workspace"},
   };
-  for (const char* op : {"list", "stat", "file"}) {
+  for (const char* op : {"list", "stat", "file", "history", "deleted"}) {
     for (const auto& [query, message] : cases) {
       expectError(call("GET", op, query), 400, message);
     }
@@ -221,25 +208,36 @@ TEST_F(FileBridgeReadTest, ReadingAPageRecordsOneLoadCheckpointOtherFilesNone) {
   EXPECT_EQ(service()->retentionStore().entries().size(), 2u);
 }
 
-TEST_F(FileBridgeReadTest, FoldersAndMissingFilesAreNotFoundForGetAndHead) {
+// What cannot be listed or read is not found, never a server error.
+TEST_F(FileBridgeReadTest, WhatCannotBeListedOrReadIsNotFoundWithTheReason) {
+  tmp.write("w/a.html", "x");
+  tmp.write("w/unreadable.html", "x");
   tmp.makeFolder("w/img");
-  for (const char* method : {"GET", "HEAD"}) {
-    expectError(call(method, "file", {{"path", root + "/img"}}), 404,
-                "not found: " + root + "/img");
-    expectError(call(method, "file", {{"path", root + "/x.html"}}), 404,
-                "not found: " + root + "/x.html");
+  tmp.makeFolder("w/locked");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.failWhere(testing::FsCall::listDirectory, "/w/locked", EACCES);
+  faulty.failWhere(testing::FsCall::read, "unreadable.html", EIO);
+  fs = &faulty;
+  struct Row {
+    std::string method, op, path, error;
+  } rows[] = {
+      {"GET", "list", "/a.html", "not a directory: "},
+      {"GET", "list", "/missing", "not a directory: "},
+      {"GET", "list", "/locked", "cannot read directory: "},
+      {"GET", "file", "/img", "not found: "},
+      {"HEAD", "file", "/img", "not found: "},
+      {"GET", "file", "/x.html", "not found: "},
+      {"HEAD", "file", "/x.html", "not found: "},
+      {"GET", "file", "/unreadable.html", "not found: "},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.method + " " + row.op + " " + row.path);
+    expectError(call(row.method, row.op, {{"path", root + row.path}}), 404,
+                row.error + root + row.path);
   }
   EXPECT_EQ(call("HEAD", "file", {{"path", root + "/x.html"}}).body,
             "{\"error\":\"not found: " + std::regex_replace(root, std::regex("/"), "\\/") +
                 "\\/x.html\"}");
-}
-
-TEST_F(FileBridgeReadTest, AFileThatCannotBeReadIsNotFoundNeverAServerError) {
-  tmp.write("w/a.html", "x");
-  testing::FaultInjectingFileSystem faulty;
-  faulty.failWhere(testing::FsCall::read, "a.html", EIO);
-  fs = &faulty;
-  expectError(get("file", root + "/a.html"), 404, "not found: " + root + "/a.html");
 }
 
 TEST_F(FileBridgeReadTest, AListIsAnsweredWhileASaveIsUnderWay) {

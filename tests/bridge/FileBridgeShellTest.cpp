@@ -59,57 +59,46 @@ class ExecutableRefusalTest : public ::testing::Test {
   testing::TempDir tmp;
 };
 
-TEST_F(ExecutableRefusalTest, ProgramsScriptsLaunchersAndBundlesAreRefused) {
+// Programs, scripts, launchers and bundles are refused; content, folders and
+// plain files may be opened.
+TEST_F(ExecutableRefusalTest, RefusesWhatWouldRunAndNothingElse) {
   const std::string elf = testing::readFile("/bin/true");
+  const std::string refused = "refusing to open application/x-executable: ";
+  const std::string executableBit = "refusing to open a file with an executable bit: ";
   struct Case {
     std::string name;
     std::string bytes;
     unsigned mode;
-    std::string message;
+    std::optional<std::string> refusal;
   };
   const Case cases[] = {
-      {"tool", elf, 0755, "refusing to open application/x-executable: tool"},
-      {"tool-without-x", elf, 0644, "refusing to open application/x-executable: tool-without-x"},
-      {"run.sh", "echo hi\n", 0644, "refusing to open application/x-executable: run.sh"},
-      {"script", "#!/bin/sh\necho hi\n", 0644, "refusing to open application/x-executable: script"},
-      {"a.py", "print(1)\n", 0644, "refusing to open application/x-executable: a.py"},
-      {"a.pl", "print 1;\n", 0644, "refusing to open application/x-executable: a.pl"},
+      {"tool", elf, 0755, refused + "tool"},
+      {"tool-without-x", elf, 0644, refused + "tool-without-x"},
+      {"run.sh", "echo hi\n", 0644, refused + "run.sh"},
+      {"script", "#!/bin/sh\necho hi\n", 0644, refused + "script"},
+      {"a.py", "print(1)\n", 0644, refused + "a.py"},
+      {"a.pl", "print 1;\n", 0644, refused + "a.pl"},
       {"x.desktop", "[Desktop Entry]\nExec=rm -rf ~\n", 0644,
        "refusing to open application/x-desktop: x.desktop"},
       {"x.exe", "MZ\x90", 0644, "refusing to open application/x-ms-dos-executable: x.exe"},
       {"x.jar", std::string("PK\x03\x04", 4), 0644,
        "refusing to open application/x-java-archive: x.jar"},
-      {"data.bin", std::string("\x01\x02\x00\xff", 4), 0700,
-       "refusing to open a file with an executable bit: data.bin"},
-      {"empty", "", 0100, "refusing to open a file with an executable bit: empty"},
+      {"data.bin", std::string("\x01\x02\x00\xff", 4), 0700, executableBit + "data.bin"},
+      {"empty", "", 0100, executableBit + "empty"},
+      {"notes.txt", "hello\n", 0755, std::nullopt},
+      {"page.html", "<p>x</p>", 0755, std::nullopt},
+      {"config.json", "{\"a\":1}", 0755, std::nullopt},
+      {"logo.svg", "<svg/>", 0755, std::nullopt},
+      {"plain.bin", std::string("\x01\x02\x00\xff", 4), 0600, std::nullopt},
+      {"report.pdf", "%PDF-1.4", 0755, std::nullopt},
+      {"notes.md", "# x", 0700, std::nullopt},
   };
   for (const Case& c : cases) {
     tmp.write(c.name, c.bytes, c.mode);
-    EXPECT_EQ(executableRefusal(tmp / c.name), std::optional<std::string>(c.message)) << c.name;
+    EXPECT_EQ(executableRefusal(tmp / c.name), c.refusal) << c.name;
   }
   tmp.makeFolder("x.app");
   EXPECT_EQ(executableRefusal(tmp / "x.app"), "refusing to open a bundle: x.app");
-}
-
-TEST_F(ExecutableRefusalTest, ContentFoldersAndPlainFilesMayBeOpened) {
-  struct Case {
-    std::string name;
-    std::string bytes;
-    unsigned mode;
-  };
-  const Case cases[] = {
-      {"notes.txt", "hello\n", 0755},
-      {"page.html", "<p>x</p>", 0755},
-      {"config.json", "{\"a\":1}", 0755},
-      {"logo.svg", "<svg/>", 0755},
-      {"data.bin", std::string("\x01\x02\x00\xff", 4), 0600},
-      {"report.pdf", "%PDF-1.4", 0755},
-      {"notes.md", "# x", 0700},
-  };
-  for (const Case& c : cases) {
-    tmp.write(c.name, c.bytes, c.mode);
-    EXPECT_EQ(executableRefusal(tmp / c.name), std::nullopt) << c.name;
-  }
   tmp.makeFolder("img");
   EXPECT_EQ(executableRefusal(tmp / "img"), std::nullopt);
   EXPECT_EQ(executableRefusal(tmp / "gone.txt"), std::nullopt);

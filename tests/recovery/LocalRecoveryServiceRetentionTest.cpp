@@ -71,6 +71,12 @@ TEST_F(RetentionTest, OnlyOldVersionsBeyondTheBudgetGo) {
 TEST_F(RetentionTest, ABudgetOfZeroTakesEveryOldUnpinnedCopyAndANegativeOneNothing) {
   retainedPerPage = -1;
   std::vector<RecoveryEntry> versions = displaced("a.html", 3, hours(48));
+  // Other kinds of copy are never thinned out.
+  std::vector<RecoveryEntry> others = {
+      plant(page("a.html"), RecoveryKind::displacedExternal, now - hours(48), "x", "A"),
+      plant(page("a.html"), RecoveryKind::editorBytesWithdrawn, now - hours(48), "y", "B"),
+      plant(page("a.html"), RecoveryKind::pendingEditorBytes, now - hours(48), "z", "C"),
+  };
   DraftRecord draft = discardedDraft("a.html", "draft", hours(48));
   service().enforceRetentionBudget();
   EXPECT_EQ(keptCount(versions), 3u);
@@ -79,20 +85,10 @@ TEST_F(RetentionTest, ABudgetOfZeroTakesEveryOldUnpinnedCopyAndANegativeOneNothi
   LocalRecoveryService strict(workspace, storeRoot, 0, 86400, fs, environment());
   strict.enforceRetentionBudget();
   EXPECT_EQ(keptCount(versions), 0u);
+  EXPECT_EQ(keptCount(others), 3u);
   EXPECT_FALSE(exists(retainedDirectory() + "/" + draft.id + ".bin"));
   EXPECT_EQ(recoveryErrorOf([&] { strict.draftBytes(draft.id); }), "not found: draft " + draft.id);
   EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), "[]");
-}
-
-TEST_F(RetentionTest, OtherKindsOfCopyAreNeverThinnedOut) {
-  retainedPerPage = 0;
-  std::vector<RecoveryEntry> others = {
-      plant(page("a.html"), RecoveryKind::displacedExternal, now - hours(48), "x", "A"),
-      plant(page("a.html"), RecoveryKind::editorBytesWithdrawn, now - hours(48), "y", "B"),
-      plant(page("a.html"), RecoveryKind::pendingEditorBytes, now - hours(48), "z", "C"),
-  };
-  service().enforceRetentionBudget();
-  EXPECT_EQ(keptCount(others), 3u);
 }
 
 TEST_F(RetentionTest, PinnedPayloadsSurviveABudgetOfZero) {

@@ -106,6 +106,7 @@ TEST_F(SweepTest, ASwapThatCannotBeAdoptedStaysAndIsLogged) {
 
   EXPECT_EQ(pagesOf(adopted), std::vector<std::string>{page("b.html")});
   EXPECT_TRUE(exists(swap(workspace, "a.html")));
+  EXPECT_EQ(service().retentionStore().entries().size(), 1u);  // nothing recorded for a.html
   ASSERT_EQ(logLines.size(), 1u);
   EXPECT_EQ(logLines[0], "Vorna recovery: orphaned swap left in place at " +
                              swap(workspace, "a.html") + ": rename failed on " +

@@ -1,27 +1,20 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-
 #include "PageFixture.h"
 #include "storage/NaiveAdapter.h"
 #include "storage/RecoveryStore.h"
-#include "support/FaultInjectingFileSystem.h"
 
 namespace vorna::storage {
 namespace {
 
 using testfixture::fp;
 using testfixture::modeOf;
-using testing::FaultInjectingFileSystem;
-using testing::FsCall;
 
 class NaiveAdapterTest : public ::testing::Test, protected testfixture::PageFixture {
  protected:
-  FaultInjectingFileSystem fs;
-  RecoveryStore store{storeDirectory, fs};
-  NaiveAdapter adapter{store, fs};
-  std::string temporary = page + ".qx-tmp";
+  RecoveryStore store{storeDirectory};
+  NaiveAdapter adapter{store};
 };
 
 TEST_F(NaiveAdapterTest, ReplacesTheExpectedVersionWithANewFileAndRetainsNothing) {
@@ -49,23 +42,6 @@ TEST_F(NaiveAdapterTest, AStaleOrUnreadablePageIsAPrecheckConflictAndStaysUntouc
             SaveOutcome::conflict(ConflictInfo{
                 ConflictKind::staleFingerprintPrecheck, std::nullopt, std::nullopt, {}}));
   EXPECT_FALSE(dir.exists("site/missing.html"));
-}
-
-TEST_F(NaiveAdapterTest, WithoutExpectationAMissingPageIsCreated) {
-  std::string fresh = folder + "/fresh.html";
-  EXPECT_TRUE(adapter.save(fresh, "new", std::nullopt).isSaved());
-  EXPECT_EQ(testing::readFile(fresh), "new");
-}
-
-TEST_F(NaiveAdapterTest, AFailedRenameLeavesTheTemporaryFile) {
-  writePage("old");
-  fs.failNth(FsCall::rename, 1, EXDEV);
-
-  EXPECT_EQ(adapter.save(page, "new", fp("old")),
-            SaveOutcome::error(SaveFailure::underlying("rename failed on " + temporary +
-                                                       ": Invalid cross-device link (18)")));
-  EXPECT_EQ(pageBytes(), "old");
-  EXPECT_EQ(testing::readFile(temporary), "new");
 }
 
 }  // namespace

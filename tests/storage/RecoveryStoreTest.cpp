@@ -135,22 +135,6 @@ TEST_F(RecoveryStoreTest, AdoptAcrossFileSystemsCopiesAndRemovesTheSource) {
   EXPECT_TRUE(store.staleFingerprints().empty());
 }
 
-TEST_F(RecoveryStoreTest, AFailedMoveLeavesTheFileWhereItWasAndRecordsNothing) {
-  FaultInjectingFileSystem fs;
-  RecoveryStore store(storeDirectory, fs);
-  dir.write("swap", "bytes");
-  fs.failNth(FsCall::rename, 1, EACCES);
-
-  std::string message = messageOf<FileOpError>([&] {
-    store.adopt(dir / "swap", RecoveryKind::displacedExpected, "/w/p.html", std::nullopt, 5, false);
-  });
-
-  EXPECT_EQ(message, "rename failed on " + dir / "swap" + ": Permission denied (13)");
-  EXPECT_EQ(dir.read("swap"), "bytes");
-  EXPECT_TRUE(store.payloadPaths().empty());
-  EXPECT_TRUE(store.entries().empty());
-}
-
 TEST_F(RecoveryStoreTest, AFailedSidecarLeavesThePayloadWithoutOne) {
   FaultInjectingFileSystem fs;
   RecoveryStore store(storeDirectory, fs);
@@ -164,21 +148,6 @@ TEST_F(RecoveryStoreTest, AFailedSidecarLeavesThePayloadWithoutOne) {
   std::string sidecar = payloads[0].substr(0, payloads[0].size() - 4) + ".json";
   EXPECT_EQ(message, "write failed on " + sidecar + ": No space left on device (28)");
   EXPECT_EQ(readFile(payloads[0]), "bytes");
-}
-
-TEST_F(RecoveryStoreTest, RetainIntoAnUnwritableFolderFailsNamingThePayload) {
-  FaultInjectingFileSystem fs;
-  RecoveryStore store(storeDirectory, fs);
-  fs.failWhere(FsCall::open, storeDirectory + "/", EACCES);
-
-  std::string message = messageOf<FileOpError>(
-      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
-
-  EXPECT_TRUE(std::regex_match(
-      message, std::regex("open failed on " + storeDirectory +
-                          "/[0-9]+-000001-pendingEditorBytes-[0-9A-F-]{36}\\.bin: Permission "
-                          "denied \\(13\\)")))
-      << message;
 }
 
 TEST_F(RecoveryStoreTest, RetainRefusesToOverwriteAPayloadThatAppearedUnderItsId) {

@@ -269,20 +269,6 @@ TEST(SafeAdapterSwapName, KeepsAtMost180BytesOfTheNameAndNeverSplitsACharacter) 
   }
 }
 
-TEST_F(SafeAdapterTest, AFullDiskWhileStagingLeavesThePageUntouched) {
-  writePage(kOld);
-  fs.failWhere(FsCall::write, "/.vn-swap-", ENOSPC);
-
-  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
-
-  ASSERT_EQ(stagedPaths().size(), 1u);
-  EXPECT_EQ(outcome,
-            SaveOutcome::error(SaveFailure::underlying("write failed on " + stagedPaths()[0] +
-                                                       ": No space left on device (28)")));
-  EXPECT_EQ(pageBytes(), kOld);
-  EXPECT_TRUE(store.payloadPaths().empty());
-}
-
 TEST_F(SafeAdapterTest, AFileSystemThatCannotExchangeLeavesThePageAndRemovesTheStagedFile) {
   writePage(kOld);
   fs.failNth(FsCall::exchange, 1, EINVAL);
@@ -395,14 +381,6 @@ TEST_F(SafeAdapterTest, SavesFromManyThreadsRunOneAfterAnother) {
   for (size_t i = 1; i < ordered.size(); ++i) {
     EXPECT_LT(ordered[i - 1].second, ordered[i].first) << "two saves overlapped";
   }
-}
-
-TEST(ConflictKindNames, OnlyTheExactRawNamesAreRecognised) {
-  EXPECT_EQ(conflictKindFromName("externalVersion"), ConflictKind::externalVersion);
-  EXPECT_EQ(conflictKindFromName("staleFingerprintPrecheck"),
-            ConflictKind::staleFingerprintPrecheck);
-  EXPECT_EQ(conflictKindFromName("overwrittenAfterWrite"), ConflictKind::overwrittenAfterWrite);
-  EXPECT_EQ(conflictKindFromName("externalversion"), std::nullopt);
 }
 
 }  // namespace

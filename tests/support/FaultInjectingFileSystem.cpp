@@ -157,11 +157,6 @@ int FaultInjectingFileSystem::close(int fd) {
   return result;
 }
 
-ssize_t FaultInjectingFileSystem::read(int fd, void* buffer, size_t count) {
-  VORNA_ADMIT(FsCall::read, pathOf(fd));
-  return target().read(fd, buffer, count);
-}
-
 ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count) {
   VORNA_ADMIT(FsCall::write, pathOf(fd));
   {
@@ -176,79 +171,40 @@ ssize_t FaultInjectingFileSystem::write(int fd, const void* buffer, size_t count
   return target().write(fd, buffer, count);
 }
 
-int FaultInjectingFileSystem::fsync(int fd) {
-  VORNA_ADMIT(FsCall::fsync, pathOf(fd));
-  return target().fsync(fd);
-}
+// A call that only forwards once admitted.
+#define VORNA_FORWARD(Result, name, call, params, path, ...) \
+  Result FaultInjectingFileSystem::name params {             \
+    VORNA_ADMIT(call, path);                                 \
+    return target().name(__VA_ARGS__);                       \
+  }
 
-int FaultInjectingFileSystem::fstat(int fd, struct stat* out) {
-  VORNA_ADMIT(FsCall::fstat, pathOf(fd));
-  return target().fstat(fd, out);
-}
+VORNA_FORWARD(ssize_t, read, FsCall::read, (int fd, void* buffer, size_t count), pathOf(fd), fd,
+              buffer, count)
+VORNA_FORWARD(int, fsync, FsCall::fsync, (int fd), pathOf(fd), fd)
+VORNA_FORWARD(int, fstat, FsCall::fstat, (int fd, struct stat* out), pathOf(fd), fd, out)
+VORNA_FORWARD(int, rename, FsCall::rename, (const std::string& from, const std::string& to), from,
+              from, to)
+VORNA_FORWARD(int, renameNoReplace, FsCall::rename,
+              (const std::string& from, const std::string& to), from, from, to)
+VORNA_FORWARD(int, exchange, FsCall::exchange, (const std::string& a, const std::string& b), a, a,
+              b)
+VORNA_FORWARD(int, unlink, FsCall::unlink, (const std::string& path), path, path)
+VORNA_FORWARD(int, mkdir, FsCall::mkdir, (const std::string& path, mode_t mode), path, path, mode)
+VORNA_FORWARD(int, rmdir, FsCall::rmdir, (const std::string& path), path, path)
+VORNA_FORWARD(int, stat, FsCall::stat, (const std::string& path, struct stat* out), path, path, out)
+VORNA_FORWARD(int, lstat, FsCall::lstat, (const std::string& path, struct stat* out), path, path,
+              out)
+VORNA_FORWARD(int, chmod, FsCall::chmod, (const std::string& path, mode_t mode), path, path, mode)
+VORNA_FORWARD(ssize_t, readlink, FsCall::readlink, (const std::string& path, std::string& link),
+              path, path, link)
+VORNA_FORWARD(int, listDirectory, FsCall::listDirectory,
+              (const std::string& path, std::vector<std::string>& names), path, path, names)
+VORNA_FORWARD(int, listDirectoryTyped, FsCall::listDirectory,
+              (const std::string& path, std::vector<std::string>& names,
+               std::vector<unsigned char>& types),
+              path, path, names, types)
 
-int FaultInjectingFileSystem::rename(const std::string& from, const std::string& to) {
-  VORNA_ADMIT(FsCall::rename, from);
-  return target().rename(from, to);
-}
-
-int FaultInjectingFileSystem::renameNoReplace(const std::string& from, const std::string& to) {
-  VORNA_ADMIT(FsCall::rename, from);
-  return target().renameNoReplace(from, to);
-}
-
-int FaultInjectingFileSystem::exchange(const std::string& a, const std::string& b) {
-  VORNA_ADMIT(FsCall::exchange, a);
-  return target().exchange(a, b);
-}
-
-int FaultInjectingFileSystem::unlink(const std::string& path) {
-  VORNA_ADMIT(FsCall::unlink, path);
-  return target().unlink(path);
-}
-
-int FaultInjectingFileSystem::mkdir(const std::string& path, mode_t mode) {
-  VORNA_ADMIT(FsCall::mkdir, path);
-  return target().mkdir(path, mode);
-}
-
-int FaultInjectingFileSystem::rmdir(const std::string& path) {
-  VORNA_ADMIT(FsCall::rmdir, path);
-  return target().rmdir(path);
-}
-
-int FaultInjectingFileSystem::stat(const std::string& path, struct stat* out) {
-  VORNA_ADMIT(FsCall::stat, path);
-  return target().stat(path, out);
-}
-
-int FaultInjectingFileSystem::lstat(const std::string& path, struct stat* out) {
-  VORNA_ADMIT(FsCall::lstat, path);
-  return target().lstat(path, out);
-}
-
-int FaultInjectingFileSystem::chmod(const std::string& path, mode_t mode) {
-  VORNA_ADMIT(FsCall::chmod, path);
-  return target().chmod(path, mode);
-}
-
-ssize_t FaultInjectingFileSystem::readlink(const std::string& path, std::string& target_) {
-  VORNA_ADMIT(FsCall::readlink, path);
-  return target().readlink(path, target_);
-}
-
-int FaultInjectingFileSystem::listDirectory(const std::string& path,
-                                            std::vector<std::string>& names) {
-  VORNA_ADMIT(FsCall::listDirectory, path);
-  return target().listDirectory(path, names);
-}
-
-int FaultInjectingFileSystem::listDirectoryTyped(const std::string& path,
-                                                 std::vector<std::string>& names,
-                                                 std::vector<unsigned char>& types) {
-  VORNA_ADMIT(FsCall::listDirectory, path);
-  return target().listDirectoryTyped(path, names, types);
-}
-
+#undef VORNA_FORWARD
 #undef VORNA_ADMIT
 
 }  // namespace vorna::testing

@@ -519,12 +519,6 @@ std::vector<std::string> SimulatedDisk::namesIn(const std::string& folder) const
   return names;
 }
 
-bool SimulatedDisk::isFolder(const std::string& path) const {
-  std::lock_guard lock(mutex_);
-  Id id = 0;
-  return lookup(path, id) == 0 && nodes_[id].folder;
-}
-
 std::map<std::string, std::string> SimulatedDisk::filesBelow(const std::string& folder) const {
   std::lock_guard lock(mutex_);
   std::map<std::string, std::string> files;

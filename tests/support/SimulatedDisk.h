@@ -74,7 +74,6 @@ class SimulatedDisk final : public storage::FileSystem {
   void writeFile(const std::string& path, std::string_view bytes);
   std::optional<std::string> readFile(const std::string& path) const;
   std::vector<std::string> namesIn(const std::string& folder) const;
-  bool isFolder(const std::string& path) const;
   // Every regular file below `folder`, by path.
   std::map<std::string, std::string> filesBelow(const std::string& folder) const;
 
