@@ -14,14 +14,4 @@ std::string_view conflictKindName(ConflictKind kind) {
   return "staleFingerprintPrecheck";
 }
 
-std::optional<ConflictKind> conflictKindFromName(std::string_view name) {
-  for (ConflictKind kind : {ConflictKind::staleFingerprintPrecheck, ConflictKind::externalVersion,
-                            ConflictKind::overwrittenAfterWrite}) {
-    if (conflictKindName(kind) == name) {
-      return kind;
-    }
-  }
-  return std::nullopt;
-}
-
 }  // namespace vorna::storage

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string_view>
 
 namespace vorna::storage {
@@ -19,7 +18,5 @@ enum class ConflictKind {
 
 // "staleFingerprintPrecheck", "externalVersion", "overwrittenAfterWrite".
 std::string_view conflictKindName(ConflictKind kind);
-// Only the exact raw names; nothing for any other text (case included).
-std::optional<ConflictKind> conflictKindFromName(std::string_view name);
 
 }  // namespace vorna::storage

@@ -67,7 +67,7 @@ Bytes readAll(int fd, const std::string& path, FileSystem& fs) {
   }
 }
 
-Bytes readFileWhole(const std::string& path, FileSystem& fs) {
+UniqueFd openRegularFile(const std::string& path, FileSystem& fs) {
   UniqueFd fd(fs, fs.open(path, O_RDONLY, 0));
   if (!fd) {
     throw FileOpError::fromErrno("open", path);
@@ -79,6 +79,11 @@ Bytes readFileWhole(const std::string& path, FileSystem& fs) {
   if (!S_ISREG(info.st_mode)) {
     throw FileOpError::notAFile(path);
   }
+  return fd;
+}
+
+Bytes readFileWhole(const std::string& path, FileSystem& fs) {
+  UniqueFd fd = openRegularFile(path, fs);
   return readAll(fd.get(), path, fs);
 }
 

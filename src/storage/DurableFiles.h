@@ -7,6 +7,7 @@
 
 #include "contracts/Bytes.h"
 #include "storage/FileSystem.h"
+#include "storage/UniqueFd.h"
 
 // Whole-file reading and writing through the seam. Writing here flushes
 // nothing: a change that must outlive a power cut goes through DurableChanges.
@@ -22,6 +23,11 @@ void writeAll(int fd, std::string_view bytes, const std::string& path,
 // Reads an open descriptor to its end, in one allocation when fstat knows the
 // size. Error: "read".
 contracts::Bytes readAll(int fd, const std::string& path, FileSystem& fs = FileSystem::real());
+
+// Opens a regular file for reading; anything else (a pipe, a device, a
+// socket) is notAFile, and the open never waits for a pipe's writer: only a
+// regular file has an end to read to. Errors: "open", "fstat", notAFile.
+UniqueFd openRegularFile(const std::string& path, FileSystem& fs = FileSystem::real());
 
 // Opens, reads whole and closes a regular file; anything else (a pipe, a
 // device, a socket) is notAFile, and the open never waits for a pipe's writer.

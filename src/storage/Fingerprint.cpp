@@ -1,13 +1,12 @@
 #include "storage/Fingerprint.h"
 
-#include <fcntl.h>
 #include <openssl/evp.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <ctime>
 #include <memory>
 
+#include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/UniqueFd.h"
 
@@ -78,19 +77,7 @@ std::optional<Fingerprint> Fingerprint::fromJson(const contracts::Json& json) {
 }
 
 FileFingerprint fingerprintFile(const std::string& path, FileSystem& fs) {
-  UniqueFd fd(fs, fs.open(path, O_RDONLY, 0));
-  if (!fd) {
-    throw FileOpError::fromErrno("open", path);
-  }
-  // Only a regular file has an end to read to: a pipe would wait for a writer
-  // and a device could be endless.
-  struct stat info {};
-  if (fs.fstat(fd.get(), &info) != 0) {
-    throw FileOpError::fromErrno("fstat", path);
-  }
-  if (!S_ISREG(info.st_mode)) {
-    throw FileOpError::notAFile(path);
-  }
+  UniqueFd fd = openRegularFile(path, fs);
   // One buffer per thread: a page read allocates nothing, and memory stays
   // bounded whatever the file's size.
   thread_local std::unique_ptr<char[]> buffer(new char[kReadBufferSize]);
