@@ -7,6 +7,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -205,12 +207,14 @@ int main() {
     Floor floor(folder("floor"), folder("floor-store"), size.bytes);
 
     // Interleaved, so that every variant sees the same state of the disk, and
-    // in turns, so that none always follows the same other one (a flush costs
-    // more right after another program's flush).
+    // in every order in turn, so that each follows each other one as often
+    // (a write costs more right after some other program's writes).
     std::vector<double> safeTimes, serialTimes, naiveTimes, floorTimes;
+    std::array<int, 4> order{0, 1, 2, 3};
     for (int run = 1; run <= size.runs; ++run) {
-      for (int turn = 0; turn < 4; ++turn) {
-        switch ((run + turn) % 4) {
+      std::next_permutation(order.begin(), order.end());
+      for (int variant : order) {
+        switch (variant) {
           case 0:
             safeTimes.push_back(safePage.saveNext(run));
             break;
