@@ -5,10 +5,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "contracts/RecoveryError.h"
 #include "recovery/IndexFiles.h"
 #include "storage/DurableChanges.h"
-#include "storage/DurableFiles.h"
 #include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
 #include "storage/PathNames.h"
@@ -38,13 +36,7 @@ std::optional<std::string> readIfPresent(const std::string& path, storage::FileS
   if (!indexExists(path, fs)) {
     return std::nullopt;
   }
-  try {
-    return storage::readFileWhole(path, fs);
-  } catch (const storage::FileOpError& error) {
-    throw contracts::RecoveryError::storeUnavailable("cannot read " +
-                                                     storage::lastComponent(path) + ": " +
-                                                     error.description());
-  }
+  return detail::readIndexText(path, fs);
 }
 
 }  // namespace
