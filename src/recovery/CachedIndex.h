@@ -82,8 +82,8 @@ class CachedIndex {
     for (const IndexJournal::Change& change : contents.changes) {
       const std::string where = "line " + std::to_string(change.line);
       if (change.at && *change.at >= fresh.entries.size()) {
-        detail::throwUnreadable(files_.journalPath(), where + ": no record " +
-                                                          std::to_string(*change.at) + " to change");
+        detail::throwUnreadable(files_.journalPath(),
+                                where + ": no record " + std::to_string(*change.at) + " to change");
       }
       T record = decoded(change.record, files_.journalPath(), where);
       if (change.at) {

@@ -162,9 +162,8 @@ std::string IndexJournal::headerLine(const std::optional<std::string>& snapshotH
 }
 
 bool IndexJournal::compactionDue(std::size_t bytes, std::size_t limit) const {
-  return journal_ == Journal::torn ||
-         (journal_ == Journal::continues &&
-          journalBytes_ + bytes > std::max(snapshotBytes_, limit));
+  return journal_ == Journal::torn || (journal_ == Journal::continues &&
+                                       journalBytes_ + bytes > std::max(snapshotBytes_, limit));
 }
 
 void IndexJournal::append(std::string_view lines) {

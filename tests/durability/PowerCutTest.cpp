@@ -374,8 +374,8 @@ const std::vector<Sequence>& sequences() {
                      }};
     };
     list.push_back(onService("drafts.json: a draft saved", "draft", savedDraft));
-    list.push_back(onService("drafts.json: a draft that compacts the journal", "draft",
-                             savedDraft, 0));
+    list.push_back(
+        onService("drafts.json: a draft that compacts the journal", "draft", savedDraft, 0));
     {
       // With the journal compacted away before, the draft begins a new one.
       Sequence begun = onService("drafts.json: a draft that begins a journal", "draft", savedDraft);

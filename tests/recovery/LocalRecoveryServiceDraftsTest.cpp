@@ -50,8 +50,8 @@ TEST_F(DraftsTest, TheJournalHoldsTheEntriesInSavedOrderWithSortedKeys) {
             "{\"snapshot\":null}\n{\"append\":{\"discarded\":false,\"payloadPath\":\"" +
                 escaped(payload) + "\",\"record\":{\"byteCount\":0,\"capturedAt\":\"" +
                 contracts::formatIsoDate(now) + "\",\"fingerprint\":\"" + kSha256OfNothing +
-                "\",\"id\":\"" + record.id + "\",\"pagePath\":\"" +
-                escaped(page("index.html")) + "\"}}}\n");
+                "\",\"id\":\"" + record.id + "\",\"pagePath\":\"" + escaped(page("index.html")) +
+                "\"}}}\n");
 }
 
 TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
