@@ -50,10 +50,7 @@ class CachedIndex {
  public:
   using Decode = std::function<T(const contracts::Json&)>;
 
-  static constexpr std::size_t kJournalLimit = 64 * 1024;
-
-  CachedIndex(std::string path, storage::FileSystem& fs, Decode decode,
-              std::size_t journalLimit = kJournalLimit)
+  CachedIndex(std::string path, storage::FileSystem& fs, Decode decode, std::size_t journalLimit)
       : files_(std::move(path), fs), decode_(std::move(decode)), journalLimit_(journalLimit) {}
 
   // The records on disk now; IndexJournal::read's errors, and "element {n}:

@@ -31,8 +31,8 @@ struct RecoveryEnvironment {
   // The pause between two readings of an orphaned swap file that may still be
   // written, in nanoseconds: the rhythm of the safe adapter's own settling.
   std::uint64_t swapSettleInterval = 8'000'000;
-  // How far, in bytes, an index's journal may grow beyond its snapshot's size
-  // before the next change compacts it into a new snapshot.
+  // How many bytes an index's journal may hold, or its snapshot's size when
+  // that is more, before the next change compacts it into a new snapshot.
   std::size_t indexJournalLimit = 64 * 1024;
 
   static void writeToStandardError(std::string_view line);
