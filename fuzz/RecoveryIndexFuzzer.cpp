@@ -1,11 +1,12 @@
 // Any bytes as one of the recovery service's files on disk: the four index
-// files and a retained payload's sidecar. The service opens on them and lists
-// drafts, conflicts and unfinished operations, sweeps and enforces retention;
-// every failure must be a RecoveryError (any other exception escapes and
-// counts as a crash), and nothing outside the store may change.
+// files, the journals beside the lists, and a retained payload's sidecar. The service opens on them
+// and lists drafts, conflicts and unfinished operations, sweeps and enforces retention; every
+// failure must be a RecoveryError (any other exception escapes and counts as a crash), and nothing
+// outside the store may change.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -38,9 +39,8 @@ struct Tree {
   std::unique_ptr<recovery::LocalRecoveryService> open() const {
     recovery::RecoveryEnvironment environment;
     environment.log = [](std::string_view) {};
-    return std::make_unique<recovery::LocalRecoveryService>(workspace, storeRoot, 3, 0.0,
-                                                            storage::FileSystem::real(),
-                                                            environment);
+    return std::make_unique<recovery::LocalRecoveryService>(
+        workspace, storeRoot, 3, 0.0, storage::FileSystem::real(), environment);
   }
 };
 
@@ -60,16 +60,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Tree& t = tree();
   // The first byte chooses the file; the rest is its content.
   std::string_view content(reinterpret_cast<const char*>(data) + 1, size - 1);
-  const std::string names[] = {"drafts.json", "conflicts.json", "operations.json",
-                               "identity.json"};
+  const std::string names[] = {"drafts.json",       "conflicts.json", "operations.json",
+                               "identity.json",     "drafts.journal", "conflicts.journal",
+                               "operations.journal"};
+  const unsigned kNames = std::size(names);
   for (const auto& name : names) {
     std::remove((t.storeDirectory + "/" + name).c_str());
   }
   std::string retained = t.storeDirectory + "/retained/";
   fuzz::removeTree(retained);
   fuzz::makeFolder(retained);
-  unsigned choice = data[0] % 5;
-  if (choice < 4) {
+  unsigned choice = data[0] % (kNames + 1);
+  if (choice < kNames) {
     fuzz::writeFile(t.storeDirectory + "/" + names[choice], content);
   } else {
     fuzz::writeFile(retained + kSidecarId + ".json", content);

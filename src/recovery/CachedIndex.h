@@ -1,7 +1,7 @@
 #pragma once
 
-#include <cerrno>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -10,83 +10,109 @@
 #include <utility>
 #include <vector>
 
+#include "contracts/DecodeError.h"
 #include "contracts/Json.h"
 #include "contracts/RecoveryError.h"
-#include "recovery/FileStamp.h"
 #include "recovery/IndexFiles.h"
-#include "storage/DurableChanges.h"
+#include "recovery/IndexJournal.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
 
 namespace vorna::recovery {
 
-// One index file that is a JSON array of records, kept parsed in memory
-// together with each record's serialised text. The memory stands for the file
-// while the file's stamp (device, inode, size, times) is the one it had when
-// this object last wrote it, or read it settled; otherwise the file is read
-// whole again, so a change by another instance is seen on the next call.
+// One list index (IndexJournal: a snapshot and the journal of changes since),
+// kept parsed in memory together with each record's serialised text. The
+// memory stands for the files while their stamps (device, inode, size, times)
+// are those they had when this object last wrote them, or read them settled;
+// otherwise both are read whole again, so a change by another instance is seen
+// on the next call.
 //
-// Writes replace the file whole (writeIndex's guarantees and errors), but the
-// text is assembled from the kept element texts: only an appended or changed
-// record is serialised, and the bytes are exactly those writeIndex would write
-// for the same list. A failed write forgets the memory.
+// append and change add a line per changed record to the journal, so their
+// cost does not grow with the list. Once the journal would outgrow its
+// snapshot (and `journalLimit`), the write is a compaction instead: the list,
+// assembled from the kept element texts, becomes the new snapshot, whose
+// bytes are exactly those writeIndex would write for it. Errors of a write are
+// "cannot write {snapshot file name}: {error}"; a failed write forgets the
+// memory.
 //
 // Every call is made under the owner's lock; writers pass it in as `hold`. A change is
 // made in memory at once; append and change then release the lock while the
-// file is written, and writers that come meanwhile are served by the next
+// files are written, and writers that come meanwhile are served by the next
 // write, which carries all of their changes at once (group commit). Each
 // returns, or throws the write's error, only once a write made after its change
-// has finished, so its change is on disk before its caller answers. Writes of
-// the file never overlap, and follow the order of the changes. A reader may see
-// a change whose writer still waits for the disk. rewrite keeps the lock across
-// its write, for callers that must act on the file's new content before anyone
-// else changes the list.
+// has finished, so its change is on disk before its caller answers. Writes
+// never overlap, and follow the order of the changes. A reader may see a
+// change whose writer still waits for the disk. rewrite compacts, and keeps
+// the lock across its write, for callers that must act on the file's new
+// content before anyone else changes the list.
 template <typename T>
 class CachedIndex {
  public:
   using Decode = std::function<T(const contracts::Json&)>;
 
-  CachedIndex(std::string path, storage::FileSystem& fs, Decode decode)
-      : path_(std::move(path)), fs_(fs), decode_(std::move(decode)) {}
+  CachedIndex(std::string path, storage::FileSystem& fs, Decode decode, std::size_t journalLimit)
+      : files_(std::move(path), fs), decode_(std::move(decode)), journalLimit_(journalLimit) {}
 
-  // The records on disk now; readIndexList's errors.
+  // The records on disk now; IndexJournal::read's errors, and "element {n}:
+  // {why}" (snapshot) or "line {n}: {why}" (journal) for a record that does
+  // not decode.
   const std::vector<T>& entries() {
-    // While changes are on their way to disk, the file is not yet (or is just
-    // being replaced with) what memory holds.
+    // While changes are on their way to disk, the files are not yet what
+    // memory holds.
     if (state_ && (writing_ || (written_ < changed_ && failedThrough_ < changed_))) {
       return state_->entries;
     }
-    std::optional<FileStamp> stamp = FileStamp::of(path_, fs_);
-    if (!stamp && errno == ENOENT) {
-      state_ = State{};
-      return state_->entries;
-    }
-    if (state_ && stamp && state_->stamp && *stamp == *state_->stamp) {
+    std::optional<IndexJournal::Stamps> stamps = files_.stamps();
+    if (state_ && stamps && state_->stamps && *stamps == *state_->stamps) {
       return state_->entries;
     }
     state_.reset();
-    std::vector<T> list = readIndexList<T>(path_, fs_, decode_);
+    pending_.clear();
+    ++generation_;
+    IndexJournal::Contents contents = files_.read();
     State fresh;
-    fresh.texts.reserve(list.size());
-    for (const T& record : list) {
+    fresh.entries.reserve(contents.snapshot.size() + contents.changes.size());
+    for (size_t index = 0; index < contents.snapshot.size(); ++index) {
+      fresh.entries.push_back(decoded(contents.snapshot[index], files_.snapshotPath(),
+                                      "element " + std::to_string(index)));
+    }
+    for (const IndexJournal::Change& change : contents.changes) {
+      const std::string where = "line " + std::to_string(change.line);
+      if (change.at && *change.at >= fresh.entries.size()) {
+        detail::throwUnreadable(files_.journalPath(),
+                                where + ": no record " + std::to_string(*change.at) + " to change");
+      }
+      T record = decoded(change.record, files_.journalPath(), where);
+      if (change.at) {
+        fresh.entries[*change.at] = std::move(record);
+      } else {
+        fresh.entries.push_back(std::move(record));
+      }
+    }
+    fresh.texts.reserve(fresh.entries.size());
+    for (const T& record : fresh.entries) {
       fresh.texts.push_back(textOf(record));
     }
-    fresh.entries = std::move(list);
     // A stamp taken within the clock tick of the last change could also
     // describe a change made after the read.
-    if (stamp && stamp->settled()) {
-      fresh.stamp = stamp;
+    if (stamps && stamps->settled()) {
+      fresh.stamps = stamps;
     }
     state_ = std::move(fresh);
     return state_->entries;
   }
 
+  // Changes whenever what entries() gives may have changed.
+  std::uint64_t generation() const { return generation_; }
+
   // Writes the records with `record` after them.
   void append(T record, std::unique_lock<std::mutex>& hold) {
     entries();
     std::string text = textOf(record);
+    pending_ += IndexJournal::appendLine(text);
     state_->entries.push_back(std::move(record));
     state_->texts.push_back(std::move(text));
+    ++generation_;
     commit(hold);
   }
 
@@ -101,13 +127,15 @@ class CachedIndex {
       texts.push_back(textOf(list.at(index)));
     }
     for (size_t at = 0; at < changed.size(); ++at) {
+      pending_ += IndexJournal::changeLine(changed[at], texts[at]);
       state_->texts.at(changed[at]) = std::move(texts[at]);
     }
     state_->entries = std::move(list);
+    ++generation_;
     commit(hold);
   }
 
-  // Writes `list` whole, without letting go of the lock.
+  // Writes `list` whole as the new snapshot, without letting go of the lock.
   void rewrite(std::vector<T> list, std::unique_lock<std::mutex>& hold) {
     State fresh;
     for (const T& record : list) {
@@ -117,8 +145,10 @@ class CachedIndex {
     // A write under way carries an older list and must land first.
     writable_.wait(hold, [this] { return !writing_; });
     state_ = std::move(fresh);
+    pending_.clear();
+    ++generation_;
     const std::uint64_t mine = ++changed_;
-    Written written = write(assemble());
+    Written written = write({}, assemble());
     settle(mine, written);
     if (written.failure) {
       throw contracts::RecoveryError::storeUnavailable(*written.failure);
@@ -128,9 +158,17 @@ class CachedIndex {
  private:
   struct State {
     std::vector<T> entries;
-    std::vector<std::string> texts;  // writeJson of each record
-    std::optional<FileStamp> stamp;  // none: read from disk next time
+    std::vector<std::string> texts;              // writeJson of each record
+    std::optional<IndexJournal::Stamps> stamps;  // none: read from disk next time
   };
+
+  T decoded(const contracts::Json& json, const std::string& file, const std::string& where) {
+    try {
+      return decode_(json);
+    } catch (const contracts::DecodeError& error) {
+      detail::throwUnreadable(file, where + ": " + error.what());
+    }
+  }
 
   std::string textOf(const T& record) const {
     contracts::Json json = record.toJson();
@@ -138,9 +176,9 @@ class CachedIndex {
     // The writer answers "{}" for a value it cannot write; writing that would
     // silently empty a record.
     if (text == "{}" && !(json.is_object() && json.empty())) {
-      throw contracts::RecoveryError::storeUnavailable("cannot write " +
-                                                       storage::lastComponent(path_) +
-                                                       ": it holds text that is not valid UTF-8");
+      throw contracts::RecoveryError::storeUnavailable(
+          "cannot write " + storage::lastComponent(files_.snapshotPath()) +
+          ": it holds text that is not valid UTF-8");
     }
     return text;
   }
@@ -163,34 +201,43 @@ class CachedIndex {
   }
 
   struct Written {
-    std::optional<std::string> failure;  // the error's text
-    std::optional<FileStamp> stamp;      // the file's, once replaced
+    std::optional<std::string> failure;          // the error's text
+    std::optional<IndexJournal::Stamps> stamps;  // the files', once written
   };
 
-  // Replaces the file with `text`. Only ever run by one thread at a time:
-  // with writing_ set, or under the lock with no write under way.
-  Written write(const std::string& text) {
+  // Appends `lines` to the journal, or with `snapshot` set compacts to it.
+  // Only ever run by one thread at a time: with writing_ set, or under the
+  // lock with no write under way.
+  Written write(const std::string& lines, const std::optional<std::string>& snapshot) {
     try {
-      storage::DurableChanges(fs_).replace(path_, text, 0600);
+      if (snapshot) {
+        files_.compact(*snapshot);
+      } else {
+        files_.append(lines);
+      }
     } catch (const storage::FileOpError& error) {
-      return {"cannot write " + storage::lastComponent(path_) + ": " + error.description(), {}};
+      return {"cannot write " + storage::lastComponent(files_.snapshotPath()) + ": " +
+                  error.description(),
+              {}};
     }
-    return {std::nullopt, FileStamp::of(path_, fs_)};
+    return {std::nullopt, files_.stamps()};
   }
 
   // Records, under the lock, how the write of every change up to `through`
   // ended, and wakes whoever waits for it.
   void settle(std::uint64_t through, const Written& written) {
     if (written.failure) {
-      // Memory may hold changes the file never will: every waiting writer
-      // fails, and the next call reads the file again.
+      // Memory may hold changes the files never will: every waiting writer
+      // fails, and the next call reads the files again.
       failedThrough_ = changed_;
       failure_ = *written.failure;
       state_.reset();
+      pending_.clear();
+      ++generation_;
     } else {
       written_ = through;
       if (state_) {
-        state_->stamp = written.stamp;
+        state_->stamps = written.stamps;
       }
     }
     writable_.notify_all();
@@ -198,7 +245,7 @@ class CachedIndex {
 
   // Returns once a write made after this thread's change has finished, and
   // throws its error when it failed. The first writer to find no write under
-  // way writes the whole list, with the lock let go meanwhile.
+  // way writes every change made so far, with the lock let go meanwhile.
   void commit(std::unique_lock<std::mutex>& hold) {
     const std::uint64_t mine = ++changed_;
     for (;;) {
@@ -214,25 +261,33 @@ class CachedIndex {
       }
       writing_ = true;
       const std::uint64_t through = changed_;
-      std::string text = assemble();
+      std::string lines = std::move(pending_);
+      pending_.clear();
+      std::optional<std::string> snapshot;
+      if (files_.compactionDue(lines.size(), journalLimit_)) {
+        snapshot = assemble();
+      }
       hold.unlock();
-      Written written = write(text);
+      Written written = write(lines, snapshot);
       hold.lock();
       writing_ = false;
       settle(through, written);
     }
   }
 
-  std::string path_;
-  storage::FileSystem& fs_;
+  IndexJournal files_;
   Decode decode_;
+  std::size_t journalLimit_;
   std::optional<State> state_;
+  // The journal lines of the changes made since the last write began.
+  std::string pending_;
   // Changes are numbered as they are made; all below are guarded by the owner's lock.
   std::uint64_t changed_ = 0;        // the last change made in memory
   std::uint64_t written_ = 0;        // the last change the file holds
   std::uint64_t failedThrough_ = 0;  // changes whose write failed
   std::string failure_;              // that write's error
   bool writing_ = false;             // a write is under way, without the lock
+  std::uint64_t generation_ = 1;
   std::condition_variable writable_;
 };
 

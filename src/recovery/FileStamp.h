@@ -11,9 +11,10 @@ namespace vorna::recovery {
 
 // What a file's or folder's status says about its content: device, inode,
 // size, modification and change times. A folder whose stamp is unchanged has
-// gained and lost no name; an index file, which is only ever replaced by a
-// rename, has not been replaced. Lets what was read from a file be kept until
-// the file changes, at the cost of one status call.
+// gained and lost no name; an index snapshot, only ever replaced by a rename,
+// has not been replaced, and a journal, only ever appended to or replaced, has
+// not grown. Lets what was read from a file be kept until the file changes, at
+// the cost of one status call.
 //
 // File times come from the kernel's coarse clock or a finer one, so a change
 // made within the same tick as the one before it could leave them as they

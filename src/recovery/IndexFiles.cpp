@@ -38,14 +38,17 @@ bool indexExists(const std::string& path, storage::FileSystem& fs) {
 
 namespace detail {
 
-contracts::Json parseIndex(const std::string& path, storage::FileSystem& fs) {
-  std::string text;
+std::string readIndexText(const std::string& path, storage::FileSystem& fs) {
   try {
-    text = storage::readFileWhole(path, fs);
+    return storage::readFileWhole(path, fs);
   } catch (const FileOpError& error) {
     throw RecoveryError::storeUnavailable("cannot read " + storage::lastComponent(path) + ": " +
                                           error.description());
   }
+}
+
+contracts::Json parseIndex(const std::string& path, storage::FileSystem& fs) {
+  std::string text = readIndexText(path, fs);
   std::optional<contracts::Json> json = contracts::parseJson(text);
   if (!json) {
     throwUnreadable(path, "not valid JSON");

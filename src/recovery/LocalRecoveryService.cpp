@@ -96,9 +96,10 @@ LocalRecoveryService::LocalRecoveryService(const std::string& workspaceRoot,
                                           resolved);
   }
   storeDirectory_ = candidate;
-  drafts_.emplace(indexPath(kDraftsFile), fs_, DraftEntry::fromJson);
-  conflicts_.emplace(indexPath(kConflictsFile), fs_, ConflictEntry::fromJson);
-  operations_.emplace(indexPath(kOperationsFile), fs_, OperationRecord::fromJson);
+  const std::size_t limit = environment_.indexJournalLimit;
+  drafts_.emplace(indexPath(kDraftsFile), fs_, DraftEntry::fromJson, limit);
+  conflicts_.emplace(indexPath(kConflictsFile), fs_, ConflictEntry::fromJson, limit);
+  operations_.emplace(indexPath(kOperationsFile), fs_, OperationRecord::fromJson, limit);
   try {
     storage::DurableChanges(fs_).makeFolder(storeDirectory_, kStoreFolderMode);
   } catch (const FileOpError& error) {
@@ -632,21 +633,17 @@ std::vector<RecoveryEntry> LocalRecoveryService::sweepOrphanedSwaps() {
 
 const RenameHistory& LocalRecoveryService::renameHistory() {
   // Parsing a journal of a thousand entries costs more than the rest of a
-  // history request; it is only ever replaced whole, so its stamp tells.
-  std::optional<FileStamp> stamp = FileStamp::of(indexPath(kOperationsFile), fs_);
-  if (stamp && renamesStamp_ && *stamp == *renamesStamp_) {
-    return renames_;
-  }
-  renamesStamp_.reset();
-  const bool settled = stamp && stamp->settled();
+  // history request; it is parsed again only when the operations changed.
   try {
-    renames_ = RenameHistory(readOperations());
-    if (settled) {
-      renamesStamp_ = stamp;
+    const std::vector<OperationRecord>& operations = readOperations();
+    if (renamesGeneration_ != operations_->generation()) {
+      renames_ = RenameHistory(operations);
+      renamesGeneration_ = operations_->generation();
     }
   } catch (const RecoveryError& error) {
     log(std::string("version history follows no renames: ") + error.what());
     renames_ = RenameHistory({});
+    renamesGeneration_ = 0;
   }
   return renames_;
 }

@@ -13,7 +13,6 @@
 #include "recovery/CachedIndex.h"
 #include "recovery/ConflictEntry.h"
 #include "recovery/DraftEntry.h"
-#include "recovery/FileStamp.h"
 #include "recovery/RecoveryEnvironment.h"
 #include "recovery/RecoveryMaintenance.h"
 #include "recovery/RecoveryServicing.h"
@@ -31,14 +30,15 @@ namespace vorna::recovery {
 //   drafts.json      DraftEntry list
 //   conflicts.json   ConflictEntry list
 //   operations.json  OperationRecord list
+//   *.journal        each list's changes since its .json (IndexJournal)
 //   retained/        the RecoveryStore of payloads and sidecars
-//   .tmp-{UUID}      an index being written (transient)
+//   .tmp-{UUID}      an index or new journal being written (transient)
 // A missing index file reads as an empty list; an unreadable one fails every
-// operation that needs it and is never overwritten. Each list file is kept
-// parsed in memory while it is the file this service last wrote or read
-// (CachedIndex), and a new or changed record is spliced into its text, so an
-// operation's cost does not grow with the list; a change another instance
-// makes is seen on the next call.
+// operation that needs it and is never overwritten. Each list is kept parsed
+// in memory while its files are those this service last wrote or read
+// (CachedIndex), and a new or changed record is one line appended to its
+// journal, so an operation's cost does not grow with the list; a change
+// another instance makes is seen on the next call.
 //
 // Thread safety: any thread may call. Every public operation holds `lock_`
 // while it reads or changes the lists, so their changes happen one at a time;
@@ -167,7 +167,7 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   // The store index as a one-page plan may use it: listed again only when its
   // last listing for such a plan is older than the grace.
   const RetentionStoreIndex::EntriesByPage& storeEntriesForOnePage();
-  // The journal's renames, read again only when operations.json changed;
+  // The journal's renames, read again only when the operations changed;
   // none, logged, when it is unreadable.
   const RenameHistory& renameHistory();
   // Whether the retention store's folder accepts a new file, found by making
@@ -190,9 +190,10 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   std::optional<CachedIndex<DraftEntry>> drafts_;
   std::optional<CachedIndex<ConflictEntry>> conflicts_;
   std::optional<CachedIndex<contracts::OperationRecord>> operations_;
-  // The renames read from operations.json with its settled stamp, under lock_.
+  // The renames read from the operations, and the generation of the
+  // operations they were read from (0: none), under lock_.
   RenameHistory renames_{{}};
-  std::optional<FileStamp> renamesStamp_;
+  std::uint64_t renamesGeneration_ = 0;
 };
 
 }  // namespace vorna::recovery

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -30,6 +31,9 @@ struct RecoveryEnvironment {
   // The pause between two readings of an orphaned swap file that may still be
   // written, in nanoseconds: the rhythm of the safe adapter's own settling.
   std::uint64_t swapSettleInterval = 8'000'000;
+  // How many bytes an index's journal may hold, or its snapshot's size when
+  // that is more, before the next change compacts it into a new snapshot.
+  std::size_t indexJournalLimit = 64 * 1024;
 
   static void writeToStandardError(std::string_view line);
   static std::optional<std::string> xdgDataHome();

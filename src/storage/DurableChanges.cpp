@@ -73,6 +73,17 @@ void DurableChanges::replace(const std::string& path, std::string_view bytes, mo
   flushFolder(folder);
 }
 
+void DurableChanges::append(const std::string& path, std::string_view bytes) {
+  UniqueFd fd(fs_, fs_.open(path, O_WRONLY | O_APPEND, 0));
+  if (!fd) {
+    throw FileOpError::fromErrno("open", path);
+  }
+  writeAll(fd.get(), bytes, path, fs_);
+  if (fs_.fsync(fd.get()) != 0) {
+    throw FileOpError::fromErrno("fsync", path);
+  }
+}
+
 void DurableChanges::exchange(const std::string& a, const std::string& b) {
   if (fs_.exchange(a, b) != 0) {
     throw FileOpError::fromErrno(kSwapOp, a);

@@ -57,6 +57,13 @@ class DurableChanges {
   // only the folder's flush failed the new content is already in place.
   void replace(const std::string& path, std::string_view bytes, mode_t mode);
 
+  // Adds `bytes` at the end of the existing file `path` (O_APPEND) and flushes
+  // it. A power cut may leave any prefix of `bytes` after the old content, but
+  // never less once this returned. Errors: "open" (ENOENT when there is no
+  // file), "write", shortWrite, "fsync"; after a failure past the open, part
+  // of `bytes` may be there.
+  void append(const std::string& path, std::string_view bytes);
+
   // Exchanges the entries `a` and `b` in one atomic step (renameat2 with
   // RENAME_EXCHANGE). Flushes nothing: an exchange is only ever a step of a
   // save, whose last step moves one of the two files out of this folder and

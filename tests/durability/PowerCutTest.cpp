@@ -60,8 +60,10 @@ const std::string kEarlier = "<p>a version retained before</p>";
 
 // ---- The host, opened on a disk ----
 
-std::unique_ptr<LocalRecoveryService> openService(FileSystem& fs, const std::string& storeRoot) {
+std::unique_ptr<LocalRecoveryService> openService(FileSystem& fs, const std::string& storeRoot,
+                                                  size_t journalLimit = 64 * 1024) {
   recovery::RecoveryEnvironment environment;
+  environment.indexJournalLimit = journalLimit;
   environment.log = [](std::string_view) {};
   environment.userDataDirectory = [] { return std::optional<std::string>(); };
   environment.swapSettleInterval = 0;
@@ -267,14 +269,17 @@ Sequence save(std::string name, const std::string& before, bool restore, std::st
   };
 }
 
+// `journalLimit` 0 compacts an index at its journal's second line.
 Sequence onService(std::string name, std::string answer,
-                   std::function<Promise(World&, LocalRecoveryService&)> act) {
+                   std::function<Promise(World&, LocalRecoveryService&)> act,
+                   size_t journalLimit = 64 * 1024) {
   return Sequence{
       .name = std::move(name),
       .setup = [](World& world) { workspaceWithStore(world, kOld); },
       .start =
-          [act](World& world, FileSystem& fs) {
-            std::shared_ptr<LocalRecoveryService> service = openService(fs, world.storeRoot);
+          [act, journalLimit](World& world, FileSystem& fs) {
+            std::shared_ptr<LocalRecoveryService> service =
+                openService(fs, world.storeRoot, journalLimit);
             return [service, act, &world] { return act(world, *service); };
           },
       .expectedAnswer = std::move(answer),
@@ -358,17 +363,28 @@ const std::vector<Sequence>& sequences() {
             },
         .expectedAnswer = "opened",
     });
+    auto savedDraft = [](World&, LocalRecoveryService& service) {
+      contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld)).record;
+      return Promise{.answer = "draft",
+                     .versions = {kNew},
+                     .afterOpen = [draft](LocalRecoveryService& opened, Problems& problems) {
+                       if (opened.draftBytes(draft.id) != kNew) {
+                         problems.push_back("the new draft's bytes are lost");
+                       }
+                     }};
+    };
+    list.push_back(onService("drafts.json: a draft saved", "draft", savedDraft));
     list.push_back(
-        onService("drafts.json: a draft saved", "draft", [](World&, LocalRecoveryService& service) {
-          contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld)).record;
-          return Promise{.answer = "draft",
-                         .versions = {kNew},
-                         .afterOpen = [draft](LocalRecoveryService& opened, Problems& problems) {
-                           if (opened.draftBytes(draft.id) != kNew) {
-                             problems.push_back("the new draft's bytes are lost");
-                           }
-                         }};
-        }));
+        onService("drafts.json: a draft that compacts the journal", "draft", savedDraft, 0));
+    {
+      // With the journal compacted away before, the draft begins a new one.
+      Sequence begun = onService("drafts.json: a draft that begins a journal", "draft", savedDraft);
+      begun.setup = [](World& world) {
+        workspaceWithStore(world, kOld);
+        openService(world.disk, world.storeRoot, 0)->saveDraft(kPage, kForeign, hex(kOld));
+      };
+      list.push_back(std::move(begun));
+    }
     list.push_back(onService(
         "conflicts.json: a conflict recorded", "conflict",
         [](World&, LocalRecoveryService& service) {
@@ -619,6 +635,8 @@ constexpr const char* kJournalFlush =
     "history's link across this move";
 
 const std::map<std::pair<std::string, std::string>, std::string>& explainedFlushes() {
+  static const std::string kOperationsJournal =
+      "/home/u/.local/share/Vorna/Recovery/{workspace}/operations.journal";
   static const std::map<std::pair<std::string, std::string>, std::string> explained = {
       {{"save, store refuses the displaced version", "/home/u/site/.vn-swap-{uuid}-index.html"},
        "an error answer promises nothing; every save that answers needs it (above)"},
@@ -630,17 +648,13 @@ const std::map<std::pair<std::string, std::string>, std::string>& explainedFlush
         "/home/u/.local/share/Vorna/Recovery/{workspace}/retained/{id}.json"},
        "the draft's sidecar: the created file holds the bytes once answered; needed where the "
        "draft is the only copy (drafts.json)"},
-      {{"create in new folders", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
+      {{"create in new folders", "/home/u/.local/share/Vorna/Recovery/{workspace}/drafts.journal"},
        "drafts.json: the created file holds the bytes once answered; needed where the draft is "
        "the only copy (drafts.json)"},
-      {{"rename into a new folder", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
-       kJournalFlush},
-      {{"rename into a new folder", "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
-       kJournalFlush},
-      {{"rename onto another file system", "/home/u/.local/share/Vorna/Recovery/{workspace}"},
-       kJournalFlush},
-      {{"rename onto another file system", "/home/u/.local/share/Vorna/Recovery/{workspace} #2"},
-       kJournalFlush},
+      {{"rename into a new folder", kOperationsJournal}, kJournalFlush},
+      {{"rename into a new folder", kOperationsJournal + " #2"}, kJournalFlush},
+      {{"rename onto another file system", kOperationsJournal}, kJournalFlush},
+      {{"rename onto another file system", kOperationsJournal + " #2"}, kJournalFlush},
       {{"trash", "/home/u/.local/share/Trash"},
        "files/ in a new trash: carried by the flush for info/, made next in the same folder"},
   };

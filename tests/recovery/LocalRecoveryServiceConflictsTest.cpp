@@ -105,13 +105,13 @@ TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
 
   RecoveryEntry disk = retained("disk", RecoveryKind::displacedExternal);
   ConflictRecord grown = service().recordConflict(page("a.html"), "base", {disk});
-  size_t renames = fs.count(FsCall::rename);
+  size_t flushes = fs.count(FsCall::fsync);
   ConflictRecord again = service().recordConflict(page("./a.html/../a.html"), "base", {disk});
 
   EXPECT_EQ(grown.id, empty.id);
   EXPECT_EQ(rolesOf(grown), (std::vector<Role>{Role::base, Role::disk}));
   EXPECT_EQ(again, grown);
-  EXPECT_EQ(fs.count(FsCall::rename), renames + 1);  // written even with nothing new
+  EXPECT_EQ(fs.count(FsCall::fsync), flushes + 1);  // written even with nothing new
 }
 
 TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
@@ -125,7 +125,7 @@ TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
   ConflictRecord second = service().recordConflict(page("a.html"), "base", {});
   EXPECT_NE(second.id, first.id);
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{second});
-  std::string index = readFileOrEmpty(indexFile("conflicts.json"));
+  std::string index = readFileOrEmpty(indexFile("conflicts.journal"));
   EXPECT_NE(index.find("\"chosenCandidateID\":\"" + first.candidates[1].id + "\""),
             std::string::npos);
   EXPECT_NE(index.find("\"resolvedAt\":\"" + contracts::formatIsoDate(now) + "\""),
@@ -158,13 +158,13 @@ TEST_F(ConflictsTest, ACandidateIsWhatWasReadNotWhatTheEntryClaimed) {
 
 TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
   ConflictRecord open = service().recordConflict(page("a.html"), std::nullopt, {});
-  std::string before = readFileOrEmpty(indexFile("conflicts.json"));
+  std::string before = readFileOrEmpty(indexFile("conflicts.journal"));
   RecoveryEntry gone = retained("gone", RecoveryKind::displacedExternal);
   ::unlink(gone.payloadPath.c_str());
 
   EXPECT_EQ(recoveryErrorOf([&] { service().recordConflict(page("a.html"), "base", {gone}); }),
             "recovery store unavailable: retained payload missing at " + gone.payloadPath);
-  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.json")), before);
+  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.journal")), before);
   // The base was retained before the failure and stays in the store.
   EXPECT_EQ(service().retentionStore().entries().size(), 2u);
 
@@ -173,7 +173,7 @@ TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
   EXPECT_TRUE(message.starts_with("recovery store unavailable: cannot retain 1 bytes for " +
                                   page("a.html") + ": open failed on "))
       << message;
-  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.json")), before);
+  EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.journal")), before);
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{open});
 }
 

@@ -35,7 +35,8 @@ TEST_F(DraftsTest, TheLastDraftOfEachPageIsCurrentAndListedByPath) {
   EXPECT_EQ(service().draftPayloadURL(second.id), retainedDirectory() + "/" + second.id + ".bin");
 }
 
-TEST_F(DraftsTest, TheIndexHoldsTheEntriesInSavedOrderWithSortedKeys) {
+// A first draft begins the journal, on no snapshot yet, with one appended record.
+TEST_F(DraftsTest, TheJournalHoldsTheEntriesInSavedOrderWithSortedKeys) {
   DraftRecord record =
       service().saveDraft(workspace + "/./x/../index.html", "", std::nullopt).record;
 
@@ -44,11 +45,13 @@ TEST_F(DraftsTest, TheIndexHoldsTheEntriesInSavedOrderWithSortedKeys) {
   EXPECT_EQ(record.fingerprint, kSha256OfNothing);
   EXPECT_FALSE(record.baseFingerprint.has_value());
   std::string payload = retainedDirectory() + "/" + record.id + ".bin";
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")),
-            "[{\"discarded\":false,\"payloadPath\":\"" + escaped(payload) +
-                "\",\"record\":{\"byteCount\":0,\"capturedAt\":\"" + contracts::formatIsoDate(now) +
-                "\",\"fingerprint\":\"" + kSha256OfNothing + "\",\"id\":\"" + record.id +
-                "\",\"pagePath\":\"" + escaped(page("index.html")) + "\"}}]");
+  EXPECT_FALSE(exists(indexFile("drafts.json")));
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")),
+            "{\"snapshot\":null}\n{\"append\":{\"discarded\":false,\"payloadPath\":\"" +
+                escaped(payload) + "\",\"record\":{\"byteCount\":0,\"capturedAt\":\"" +
+                contracts::formatIsoDate(now) + "\",\"fingerprint\":\"" + kSha256OfNothing +
+                "\",\"id\":\"" + record.id + "\",\"pagePath\":\"" + escaped(page("index.html")) +
+                "\"}}}\n");
 }
 
 TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
@@ -57,7 +60,7 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
 
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{});
   EXPECT_EQ(service().draftBytes(record.id), "kept");
-  EXPECT_NE(readFileOrEmpty(indexFile("drafts.json")).find("\"discarded\":true"),
+  EXPECT_NE(readFileOrEmpty(indexFile("drafts.journal")).find("\"discarded\":true"),
             std::string::npos);
   // A new draft after discarding is current again.
   DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
@@ -66,12 +69,12 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
 
 TEST_F(DraftsTest, DiscardingAPageWithoutDraftsWritesNothing) {
   service().discardDraft(page("none.html"));
-  EXPECT_FALSE(exists(indexFile("drafts.json")));
+  EXPECT_FALSE(exists(indexFile("drafts.journal")));
 
   service().saveDraft(page("a.html"), "a", std::nullopt);
-  size_t renames = fs.count(FsCall::rename);
+  size_t flushes = fs.count(FsCall::fsync);
   service().discardDraft(page("none.html"));
-  EXPECT_EQ(fs.count(FsCall::rename), renames);
+  EXPECT_EQ(fs.count(FsCall::fsync), flushes);
 }
 
 TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
@@ -94,7 +97,7 @@ TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
 
 TEST_F(DraftsTest, BytesTheStoreRefusesLeaveTheIndexAsItWas) {
   service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.json"));
+  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
   fs.failWhere(FsCall::open, ".bin", ENOSPC);
 
   std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "12345", {}); });
@@ -103,22 +106,18 @@ TEST_F(DraftsTest, BytesTheStoreRefusesLeaveTheIndexAsItWas) {
                                   page("a.html") + ": open failed on " + retainedDirectory()))
       << message;
   EXPECT_TRUE(message.ends_with(".bin: No space left on device (28)")) << message;
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
 }
 
 TEST_F(DraftsTest, AFailedIndexWriteKeepsThePayloadButNoDraftForIt) {
   service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.json"));
-  fs.failWhere(FsCall::rename, ".tmp-", EIO);
+  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
+  fs.failWhere(FsCall::write, "drafts.journal", ENOSPC);
 
-  std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); });
-
-  EXPECT_TRUE(
-      message.starts_with("recovery store unavailable: cannot write drafts.json: rename "
-                          "failed on " +
-                          storeDirectory() + "/.tmp-"))
-      << message;
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
+  EXPECT_EQ(recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); }),
+            "recovery store unavailable: cannot write drafts.json: write failed on " +
+                indexFile("drafts.journal") + ": No space left on device (28)");
+  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
   EXPECT_EQ(service().retentionStore().entries().size(), 2u);
   EXPECT_EQ(service().drafts().size(), 1u);
 }

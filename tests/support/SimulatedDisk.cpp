@@ -246,7 +246,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
     return fail(error);
   }
   int fd = nextFd_++;
-  open_[fd] = OpenFile{id, 0, writable, path};
+  open_[fd] = OpenFile{id, 0, writable, (flags & O_APPEND) != 0, path};
   return fd;
 }
 
@@ -279,6 +279,9 @@ ssize_t SimulatedDisk::write(int fd, const void* buffer, size_t count) {
   auto file = open_.find(fd);
   if (file == open_.end() || !file->second.writable) {
     return fail(EBADF);
+  }
+  if (file->second.append) {
+    file->second.offset = nodes_[file->second.node].data.size();
   }
   make(Change::onNode(Change::Kind::write, file->second.node, file->second.offset,
                       std::string(static_cast<const char*>(buffer), count)));

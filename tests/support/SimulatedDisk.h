@@ -152,6 +152,7 @@ class SimulatedDisk final : public storage::FileSystem {
     Id node;
     uint64_t offset;
     bool writable;
+    bool append;  // O_APPEND: every write lands at the end
     std::string path;
   };
 
