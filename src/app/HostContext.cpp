@@ -4,7 +4,6 @@
 #include <cstdlib>
 
 #include "bridge/ItemFacts.h"
-#include "bridge/WorkspaceBoundary.h"
 #include "recovery/PathForms.h"
 
 namespace vorna::app {
@@ -17,11 +16,6 @@ bool holdsEditor(const std::string& folder) {
 std::string parentOf(const std::string& folder) {
   size_t slash = folder.rfind('/');
   return slash == 0 || slash == std::string::npos ? "/" : folder.substr(0, slash);
-}
-
-std::string resolved(const std::string& path) {
-  return recovery::standardisedPath(
-      bridge::WorkspaceBoundary::canonicalize(path, storage::FileSystem::real()).value_or(path));
 }
 
 }  // namespace
@@ -72,7 +66,7 @@ std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
   if (executablePath.empty()) {
     return std::nullopt;
   }
-  std::string program = resolved(executablePath);
+  std::string program = recovery::resolvedPath(executablePath, storage::FileSystem::real());
   std::string folder = parentOf(program);
   if (!layout.buildDirectory.empty() && program.starts_with(layout.buildDirectory + "/")) {
     for (const std::string& editor : layout.buildEditors) {
