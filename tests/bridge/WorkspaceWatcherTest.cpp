@@ -344,23 +344,6 @@ TEST_F(WorkspaceWatcherTest, RestartFromInsideTheCallbackDoesNotWaitForItself) {
   EXPECT_EQ(firstRunCalls.load(), 1);
 }
 
-TEST_F(WorkspaceWatcherTest, NineAnnouncementsKeepOnlyTheNewestEight) {
-  write("page.html", "start");
-  watcher.start(recorder.handler());
-  auto version = [](int n) { return "version " + std::string(n, '+'); };
-  for (int n = 1; n <= 9; ++n) {
-    watcher.noteOwnWrite(at("page.html"), fingerprintOf(version(n)));
-  }
-
-  write("page.html", version(1));
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("page.html"), fingerprintOf(version(1)))});
-  write("page.html", version(9));
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
-  write("page.html", version(2));
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
-}
-
 // A pipe opened for its content would hold the queue until a writer came:
 // nothing would be reported any more, and stop would wait for ever.
 TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
