@@ -87,7 +87,7 @@ TEST_F(LocationTest, AFolderMadeAnewOrMovedGetsAnotherIdentityAndAFreshStore) {
 
 TEST_F(LocationTest, AStoreRecordedForAnotherPathIsRefusedButAnotherIdentifierIsNot) {
   std::string identityPath = open()->storeDirectory() + "/identity.json";
-  std::string storeDirectory = testfixture::parentOf(identityPath);
+  std::string storeDirectory = storeRoot + "/" + open()->workspaceID();
 
   writeRaw(identityPath,
            "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"other\","
