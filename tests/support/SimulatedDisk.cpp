@@ -372,17 +372,28 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
 }
 
 int SimulatedDisk::unlink(const std::string& path) {
+  return remove(path, /*folder=*/false);
+}
+
+int SimulatedDisk::rmdir(const std::string& path) {
+  return remove(path, /*folder=*/true);
+}
+
+int SimulatedDisk::remove(const std::string& path, bool folder) {
   std::lock_guard lock(mutex_);
-  Id folder = 0;
+  Id parent = 0;
   Id node = 0;
   std::string name;
-  if (int error = lookupEntry(path, folder, name, node)) {
+  if (int error = lookupEntry(path, parent, name, node)) {
     return fail(error);
   }
-  if (nodes_[node].folder) {
-    return fail(EISDIR);
+  if (nodes_[node].folder != folder) {
+    return fail(folder ? ENOTDIR : EISDIR);
   }
-  make({.kind = Change::Kind::unlink, .folder = folder, .name = name});
+  if (folder && !nodes_[node].entries.empty()) {
+    return fail(ENOTEMPTY);
+  }
+  make({.kind = Change::Kind::unlink, .folder = parent, .name = name});
   return 0;
 }
 
@@ -398,24 +409,6 @@ int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
   }
   Id id = newNode(true, mode, nodes_[folder].device);
   make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
-  return 0;
-}
-
-int SimulatedDisk::rmdir(const std::string& path) {
-  std::lock_guard lock(mutex_);
-  Id folder = 0;
-  Id node = 0;
-  std::string name;
-  if (int error = lookupEntry(path, folder, name, node)) {
-    return fail(error);
-  }
-  if (!nodes_[node].folder) {
-    return fail(ENOTDIR);
-  }
-  if (!nodes_[node].entries.empty()) {
-    return fail(ENOTEMPTY);
-  }
-  make({.kind = Change::Kind::unlink, .folder = folder, .name = name});
   return 0;
 }
 

@@ -156,6 +156,8 @@ class SimulatedDisk final : public storage::FileSystem {
   int lookupParent(const std::string& path, Id& folder, std::string& name) const;
   // As lookupParent, and the node of the entry there (ENOENT when none).
   int lookupEntry(const std::string& path, Id& folder, std::string& name, Id& node) const;
+  // unlink(2), or rmdir(2) when `folder` is true.
+  int remove(const std::string& path, bool folder);
   // rename(2), or renameat2 with RENAME_NOREPLACE when `replace` is false.
   int move(const std::string& from, const std::string& to, bool replace);
   // Applies `change` to `nodes` (entry changes and data changes alike).
