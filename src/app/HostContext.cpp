@@ -5,17 +5,13 @@
 
 #include "bridge/ItemFacts.h"
 #include "recovery/PathForms.h"
+#include "storage/PathNames.h"
 
 namespace vorna::app {
 namespace {
 
 bool holdsEditor(const std::string& folder) {
   return bridge::isRegularFile(folder + "/index.html", storage::FileSystem::real());
-}
-
-std::string parentOf(const std::string& folder) {
-  size_t slash = folder.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : folder.substr(0, slash);
 }
 
 }  // namespace
@@ -67,7 +63,7 @@ std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
     return std::nullopt;
   }
   std::string program = recovery::resolvedPath(executablePath, storage::FileSystem::real());
-  std::string folder = parentOf(program);
+  std::string folder = storage::parentFolder(program);
   if (!layout.buildDirectory.empty() && program.starts_with(layout.buildDirectory + "/")) {
     for (const std::string& editor : layout.buildEditors) {
       if (holdsEditor(editor)) {
