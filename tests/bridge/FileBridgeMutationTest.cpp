@@ -12,11 +12,7 @@ namespace {
 
 using contracts::Json;
 
-unsigned modeOf(const std::string& path) {
-  struct stat info {};
-  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
-  return info.st_mode & 07777;
-}
+using testing::modeOf;
 
 std::int64_t millisecondsOf(const std::string& path) {
   struct stat info {};

@@ -19,11 +19,7 @@ using testing::TempDir;
 // 2023-11-14T22:13:20 in UTC.
 constexpr std::time_t kDeletion = 1700000000;
 
-struct stat statOf(const std::string& path) {
-  struct stat info {};
-  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
-  return info;
-}
+using testing::statOf;
 
 class FreedesktopTrashTest : public ::testing::Test {
  protected:
