@@ -16,7 +16,6 @@
 #include "app/UserScripts.h"
 #include "bridge/ContentTypes.h"
 #include "bridge/PathExtension.h"
-#include "bridge/WorkspaceBoundary.h"
 #include "contracts/BridgeRequest.h"
 #include "contracts/GObjectPtr.h"
 #include "contracts/GUniquePtr.h"
@@ -277,9 +276,7 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
     return HTTPReply::error(500, "the editor (_app/) was not found next to this executable");
   }
   storage::FileSystem& fs = storage::FileSystem::real();
-  std::string root =
-      recovery::standardisedPath(bridge::WorkspaceBoundary::canonicalize(*host.appDirectory(), fs)
-                                     .value_or(*host.appDirectory()));
+  std::string root = recovery::resolvedPath(*host.appDirectory(), fs);
   std::string rootPrefix = root.back() == '/' ? root : root + "/";
 
   std::string relative = decodedPath(url).value_or("");
@@ -292,7 +289,7 @@ HTTPReply AppSchemeHandler::file(const std::string& url, const HostContext& host
   if (!startsWith(candidate, rootPrefix)) {
     return HTTPReply::error(403, "outside the editor folder");
   }
-  std::string target = bridge::WorkspaceBoundary::canonicalize(candidate, fs).value_or(candidate);
+  std::string target = recovery::canonicalPath(candidate, fs).value_or(candidate);
   if (!startsWith(target, rootPrefix) && target != root) {
     return HTTPReply::error(403, "outside the editor folder");
   }

@@ -4,24 +4,14 @@
 #include <cstdlib>
 
 #include "bridge/ItemFacts.h"
-#include "bridge/WorkspaceBoundary.h"
 #include "recovery/PathForms.h"
+#include "storage/PathNames.h"
 
 namespace vorna::app {
 namespace {
 
 bool holdsEditor(const std::string& folder) {
   return bridge::isRegularFile(folder + "/index.html", storage::FileSystem::real());
-}
-
-std::string parentOf(const std::string& folder) {
-  size_t slash = folder.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : folder.substr(0, slash);
-}
-
-std::string resolved(const std::string& path) {
-  return recovery::standardisedPath(
-      bridge::WorkspaceBoundary::canonicalize(path, storage::FileSystem::real()).value_or(path));
 }
 
 }  // namespace
@@ -72,8 +62,8 @@ std::optional<HostContext::LocatedEditor> HostContext::locateAppDirectory(
   if (executablePath.empty()) {
     return std::nullopt;
   }
-  std::string program = resolved(executablePath);
-  std::string folder = parentOf(program);
+  std::string program = recovery::resolvedPath(executablePath, storage::FileSystem::real());
+  std::string folder = storage::parentFolder(program);
   if (!layout.buildDirectory.empty() && program.starts_with(layout.buildDirectory + "/")) {
     for (const std::string& editor : layout.buildEditors) {
       if (holdsEditor(editor)) {

@@ -18,6 +18,7 @@
 #include "contracts/BridgeHeader.h"
 #include "contracts/ConflictRecord.h"
 #include "contracts/OperationRecord.h"
+#include "recovery/PathForms.h"
 #include "recovery/RecoveryMaintenance.h"
 #include "recovery/RenameHistory.h"
 #include "storage/ConflictKind.h"
@@ -741,7 +742,7 @@ BridgeResponse FileBridge::trashFile(const BridgeRequest&, const std::string& pa
     // The trash records where the item really was, links resolved, so that a
     // file manager restores it to the same place.
     FreedesktopTrash trash(*homeTrash, fs_);
-    trashed = trash.trash(WorkspaceBoundary::canonicalize(path, fs_).value_or(path));
+    trashed = trash.trash(recovery::canonicalPath(path, fs_).value_or(path));
   } catch (const std::exception& error) {
     return BridgeResponse::error(404, error.what());
   }
@@ -881,12 +882,12 @@ BridgeResponse FileBridge::dismiss(const BridgeRequest&, const std::string& path
   } catch (const std::exception& error) {
     return BridgeResponse::error(507, error.what());
   }
-  const std::string key = WorkspaceBoundary::canonicalize(path, fs_).value_or(path);
+  const std::string key = recovery::canonicalPath(path, fs_).value_or(path);
   int closed = 0;
   for (const contracts::ConflictRecord& conflict : openConflicts) {
     const bool belongs =
         conflict.pagePath == path ||
-        WorkspaceBoundary::canonicalize(conflict.pagePath, fs_).value_or(conflict.pagePath) == key;
+        recovery::canonicalPath(conflict.pagePath, fs_).value_or(conflict.pagePath) == key;
     if (!belongs || conflict.candidates.empty()) {
       continue;
     }

@@ -9,6 +9,7 @@
 
 #include "bridge/PathExtension.h"
 #include "contracts/GUniquePtr.h"
+#include "recovery/StoreLocation.h"
 #include "storage/FileOpError.h"
 #include "storage/PathNames.h"
 #include "storage/UserFolders.h"
@@ -65,21 +66,9 @@ FreedesktopTrash::Location FreedesktopTrash::locationFor(const std::string& path
     makeTrashFolders(homeTrash_);
     return Location{homeTrash_, std::nullopt};
   }
-  std::string top = topDirectoryOf(path, item.st_dev);
+  // The item is a file, so its folder is on its device.
+  std::string top = recovery::highestAncestorOnSameDevice(storage::parentFolder(path), fs_);
   return Location{volumeTrash(top), top};
-}
-
-std::string FreedesktopTrash::topDirectoryOf(const std::string& path, dev_t device) {
-  std::string folder = storage::parentFolder(path);
-  while (folder != "/") {
-    std::string above = storage::parentFolder(folder);
-    struct stat info {};
-    if (fs_.stat(above, &info) != 0 || info.st_dev != device) {
-      break;
-    }
-    folder = std::move(above);
-  }
-  return folder;
 }
 
 std::string FreedesktopTrash::volumeTrash(const std::string& topDirectory) {

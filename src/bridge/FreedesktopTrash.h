@@ -83,10 +83,6 @@ class FreedesktopTrash {
   // as above). Errors as trash().
   std::string volumeTrash(const std::string& topDirectory);
 
-  // The highest folder above `path` that is still on device `device`: the top
-  // of the file system holding `path`.
-  std::string topDirectoryOf(const std::string& path, dev_t device);
-
  private:
   void makeTrashFolders(const std::string& directory);
   // Makes `folder` with mode 0700 unless it exists; it must then be a real

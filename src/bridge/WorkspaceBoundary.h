@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "recovery/PathForms.h"
 #include "storage/FileSystem.h"
 
 namespace vorna::bridge {
@@ -28,19 +29,8 @@ class WorkspaceBoundary {
 
   // The workspace folder as opened (may itself pass through links).
   const std::string& root() const { return root_; }
-  // canonicalize(root), or root unchanged when that fails.
+  // recovery::canonicalPath(root), or root unchanged when that fails.
   const std::string& canonicalRootPath() const { return canonicalRootPath_; }
-
-  // Resolves an absolute path as the file system would: folds "." and "..",
-  // follows every symbolic link (at most 64); components that do not exist are
-  // kept as plain names. Nothing for a relative path, past 64 links (so a loop
-  // fails too), for a path holding a NUL byte, or for a result of PATH_MAX
-  // (4096) bytes or more: none of these names anything a system call reaches.
-  // Only readlink is asked of `fs`, once per component, but not below a
-  // component found missing (until ".." climbs back above it), so the time
-  // taken stays linear in the length of the path.
-  static std::optional<std::string> canonicalize(const std::string& path,
-                                                 storage::FileSystem& fs = storage::FileSystem::real());
 
   // True when `path`, resolved (or unchanged when resolution fails), is the root.
   bool isRoot(const std::string& path) const;
@@ -49,7 +39,7 @@ class WorkspaceBoundary {
   // canonicalRootPath() or continuing it with "/" (/w/site2 is not inside
   // /w/site); when the root is "/" every absolute path is inside.
   std::optional<std::string> rebase(const std::string& canonicalPath) const;
-  // rebase(canonicalize(path)): the path under root() that `path` leads to, or
+  // rebase(recovery::canonicalPath(path)): the path under root() that `path` leads to, or
   // nothing when it cannot be resolved or lies outside.
   std::optional<std::string> resolveInside(const std::string& path) const;
   // The components after the root of `path` once resolved; empty for the root

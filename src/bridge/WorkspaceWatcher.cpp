@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "bridge/InotifyTree.h"
+#include "recovery/PathForms.h"
 #include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
 #include "storage/PathNames.h"
@@ -185,7 +186,7 @@ void WorkspaceWatcher::simulateOverflow() {
 
 void WorkspaceWatcher::noteOwnWrite(const std::string& path,
                                     std::optional<std::string> fingerprint) {
-  std::string key = WorkspaceBoundary::canonicalize(path, fs_).value_or(path);
+  std::string key = recovery::canonicalPath(path, fs_).value_or(path);
   std::lock_guard guard(lock_);
   auto& writes = ownWrites_[key];
   std::erase_if(writes, [&](const OwnWrite& write) { return write.fingerprint == fingerprint; });
@@ -197,9 +198,9 @@ void WorkspaceWatcher::noteOwnWrite(const std::string& path,
 
 void WorkspaceWatcher::noteOwnMove(const std::string& from, const std::optional<std::string>& to) {
   OwnMove move;
-  move.from = WorkspaceBoundary::canonicalize(from, fs_).value_or(from);
+  move.from = recovery::canonicalPath(from, fs_).value_or(from);
   if (to) {
-    move.to = WorkspaceBoundary::canonicalize(*to, fs_).value_or(*to);
+    move.to = recovery::canonicalPath(*to, fs_).value_or(*to);
   }
   // The item as it is now, for when the watcher has not seen it yet.
   const StateToken itself = stateToken(move.from);
@@ -317,7 +318,7 @@ void WorkspaceWatcher::recordItem(SeenStates& snapshot, const std::string& path,
   // The walk never enters a link, so only a link's own path can be non-canonical;
   // every other item is keyed as found, without resolving it again.
   if (S_ISLNK(info.st_mode)) {
-    snapshot.assign(WorkspaceBoundary::canonicalize(path, fs_).value_or(path), stateToken(path));
+    snapshot.assign(recovery::canonicalPath(path, fs_).value_or(path), stateToken(path));
   } else {
     snapshot.assign(path, StateToken::of(info));
   }
@@ -368,7 +369,7 @@ void WorkspaceWatcher::handle(const std::string& path, uint32_t flags, uint64_t 
   if (!onChange || id <= startID) {
     return;
   }
-  auto canonical = WorkspaceBoundary::canonicalize(path, fs_);
+  auto canonical = recovery::canonicalPath(path, fs_);
   if (!canonical) {
     return;
   }
@@ -570,7 +571,7 @@ void WorkspaceWatcher::pollInterests(Session& session) {
     interests = interests_;
   }
   for (const std::string& path : interests) {
-    auto canonical = WorkspaceBoundary::canonicalize(path, fs_);
+    auto canonical = recovery::canonicalPath(path, fs_);
     if (!canonical || !boundary_.rebase(*canonical)) {
       continue;
     }

@@ -1,31 +1,25 @@
 #include "recovery/PathForms.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
-#include <deque>
-#include <vector>
+#include <climits>
+#include <forward_list>
 
 namespace vorna::recovery {
 namespace {
 
-constexpr int kMaxLinkHops = 40;  // the kernel's own limit (ELOOP)
+constexpr size_t kMaxLinks = 64;
 
-std::vector<std::string> componentsOf(std::string_view path) {
-  std::vector<std::string> parts;
-  size_t start = 0;
-  while (start <= path.size()) {
-    size_t slash = path.find('/', start);
-    if (slash == std::string_view::npos) {
-      slash = path.size();
-    }
-    if (slash > start) {
-      parts.emplace_back(path.substr(start, slash - start));
-    }
-    start = slash + 1;
-  }
-  return parts;
+// Errors of readlink that hold for everything below the queried path as well:
+// the item is missing, a parent is not a folder, the name is too long, or a
+// parent cannot be searched. Below such a path no link can be found, so the
+// walk stops asking, which keeps an enormous path linear rather than one
+// system call per component.
+bool failsBelowToo(int error) {
+  return error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG || error == EACCES;
 }
 
 std::string workingFolder() {
@@ -39,82 +33,103 @@ std::string workingFolder() {
   return std::string(buffer.c_str());
 }
 
-std::string joined(const std::vector<std::string>& parts) {
-  if (parts.empty()) {
-    return "/";
-  }
-  std::string path;
-  for (const std::string& part : parts) {
-    path += '/';
-    path += part;
-  }
-  return path;
-}
+// Walks an absolute path component by component, folding "." and ".." and
+// empty components; with `fs`, every link met is replaced by its target.
+// Nothing past kMaxLinks links.
+std::optional<std::string> walk(std::string_view path, storage::FileSystem* fs) {
+  // The text still to walk: the path itself, then each link target in front of
+  // what remains of the text that led to it. A link only ever adds one level,
+  // so the stack never holds more than the path and kMaxLinks targets.
+  std::array<std::string_view, kMaxLinks + 1> pending;
+  size_t depth = 0;
+  pending[depth++] = path;
+  std::forward_list<std::string> targets;  // owns the text of the pending targets
 
-void applyComponent(std::vector<std::string>& stack, const std::string& part) {
-  if (part == ".") {
-    return;
-  }
-  if (part == "..") {
-    if (!stack.empty()) {
-      stack.pop_back();
+  // "/a/b" without a trailing slash; the empty string stands for "/".
+  std::string cursor;
+  cursor.reserve(std::min<size_t>(path.size(), PATH_MAX));
+  size_t links = 0;
+  // While set, the cursor lies at or below a path of this length that readlink
+  // reported missing (or unreachable), so nothing there needs asking.
+  size_t missingFrom = fs == nullptr ? 0 : std::string::npos;
+  std::string target;
+
+  while (depth > 0) {
+    std::string_view& rest = pending[depth - 1];
+    const size_t start = rest.find_first_not_of('/');
+    if (start == std::string_view::npos) {
+      --depth;
+      continue;
     }
-    return;
+    rest.remove_prefix(start);
+    const std::string_view name = rest.substr(0, rest.find('/'));
+    rest.remove_prefix(name.size());
+
+    if (name == ".") {
+      continue;
+    }
+    if (name == "..") {
+      const size_t slash = cursor.rfind('/');
+      cursor.resize(slash == std::string::npos ? 0 : slash);
+      if (cursor.size() < missingFrom) {
+        missingFrom = std::string::npos;
+      }
+      continue;
+    }
+    const size_t parentLength = cursor.size();
+    cursor += '/';
+    cursor += name;
+    if (missingFrom != std::string::npos) {
+      continue;
+    }
+    if (fs->readlink(cursor, target) < 0) {
+      // Not a link (EINVAL), or nothing there: either way a plain name.
+      if (failsBelowToo(errno)) {
+        missingFrom = cursor.size();
+      }
+      continue;
+    }
+    if (++links > kMaxLinks) {
+      return std::nullopt;
+    }
+    cursor.resize(target.starts_with('/') ? 0 : parentLength);
+    targets.push_front(std::move(target));
+    target.clear();
+    pending[depth++] = targets.front();
   }
-  stack.push_back(part);
+  if (cursor.empty()) {
+    cursor.push_back('/');
+  }
+  return cursor;
 }
 
 }  // namespace
 
 std::string standardisedPath(std::string_view path) {
-  std::string absolute =
-      path.starts_with('/') ? std::string(path) : workingFolder() + "/" + std::string(path);
-  std::vector<std::string> stack;
-  for (const std::string& part : componentsOf(absolute)) {
-    applyComponent(stack, part);
+  if (path.starts_with('/')) {
+    return *walk(path, nullptr);
   }
-  return joined(stack);
+  return *walk(workingFolder() + "/" + std::string(path), nullptr);
+}
+
+std::optional<std::string> canonicalPath(std::string_view path, storage::FileSystem& fs) {
+  // A NUL would end the path early for the kernel; such a path names nothing
+  // and must never resolve to the shorter path before the NUL.
+  if (!path.starts_with('/') || path.find('\0') != std::string_view::npos) {
+    return std::nullopt;
+  }
+  std::optional<std::string> resolved = walk(path, &fs);
+  // No system call can take a longer path, so it names nothing that could be
+  // read or written; refusing it here keeps such paths out of every answer.
+  if (resolved && resolved->size() >= PATH_MAX) {
+    return std::nullopt;
+  }
+  return resolved;
 }
 
 std::string resolvedPath(std::string_view path, storage::FileSystem& fs) {
-  std::string start = standardisedPath(path);
-  std::vector<std::string> parts = componentsOf(start);
-  std::deque<std::string> pending(parts.begin(), parts.end());
-  // `resolved` never holds a link, so ".." met later may drop its last part as text.
-  std::vector<std::string> resolved;
-  int hops = 0;
-  while (!pending.empty()) {
-    std::string part = std::move(pending.front());
-    pending.pop_front();
-    if (part == "." || part == "..") {
-      applyComponent(resolved, part);
-      continue;
-    }
-    resolved.push_back(part);
-    std::string candidate = joined(resolved);
-    struct stat st {};
-    if (fs.lstat(candidate, &st) != 0) {
-      // Nothing more exists below here; what remains is taken as written.
-      for (const std::string& rest : pending) {
-        applyComponent(resolved, rest);
-      }
-      return joined(resolved);
-    }
-    if (!S_ISLNK(st.st_mode)) {
-      continue;
-    }
-    std::string target;
-    if (fs.readlink(candidate, target) < 0 || ++hops > kMaxLinkHops) {
-      return start;
-    }
-    resolved.pop_back();
-    if (target.starts_with('/')) {
-      resolved.clear();
-    }
-    std::vector<std::string> targetParts = componentsOf(target);
-    pending.insert(pending.begin(), targetParts.begin(), targetParts.end());
-  }
-  return joined(resolved);
+  std::string standard = standardisedPath(path);
+  return canonicalPath(standard, fs).value_or(standard);
 }
 
 bool isSameOrInside(std::string_view path, std::string_view folder) {

@@ -97,6 +97,8 @@ std::optional<std::string> longestMountPointHolding(const std::string& path,
   return best;
 }
 
+}  // namespace
+
 std::string highestAncestorOnSameDevice(const std::string& path, storage::FileSystem& fs) {
   struct stat st {};
   if (fs.stat(path, &st) != 0) {
@@ -113,8 +115,6 @@ std::string highestAncestorOnSameDevice(const std::string& path, storage::FileSy
   }
   return current;
 }
-
-}  // namespace
 
 std::string workspaceIdentifier(const std::string& root, storage::FileSystem& fs) {
   std::string key = root;

@@ -22,6 +22,10 @@ std::string workspaceIdentifier(const std::string& root, storage::FileSystem& fs
 // The st_dev of the file system holding `path`; nothing when stat fails.
 std::optional<dev_t> volumeIdentifier(const std::string& path, storage::FileSystem& fs);
 
+// The highest folder that is `path` or above it on the same device as `path`:
+// the top of the file system holding it; "/" when `path` cannot be stat'ed.
+std::string highestAncestorOnSameDevice(const std::string& path, storage::FileSystem& fs);
+
 // The mount point holding the canonical `path`: the longest mount point of the
 // mount table that is `path` or one of its ancestors. When the table cannot be
 // read or names none, the highest ancestor on the same device as `path`, which

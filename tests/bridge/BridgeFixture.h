@@ -35,31 +35,12 @@ inline std::string sha(std::string_view bytes) {
   return storage::Fingerprint::ofBytes(bytes).hex;
 }
 
-class RecordingDesktop final : public DesktopActions {
+// Lines recorded from any thread.
+class Recording {
  public:
-  void reveal(const std::string& path) override { record("reveal " + path); }
-  void open(const std::string& path) override { record("open " + path); }
-  std::vector<std::string> calls() const {
+  void add(std::string line) {
     std::lock_guard guard(mutex_);
-    return calls_;
-  }
-
- private:
-  void record(std::string call) {
-    std::lock_guard guard(mutex_);
-    calls_.push_back(std::move(call));
-  }
-  mutable std::mutex mutex_;
-  std::vector<std::string> calls_;
-};
-
-class RecordingLog {
- public:
-  BridgeLogSink sink() {
-    return [this](std::string_view line) {
-      std::lock_guard guard(mutex_);
-      lines_.emplace_back(line);
-    };
+    lines_.push_back(std::move(line));
   }
   std::vector<std::string> lines() const {
     std::lock_guard guard(mutex_);
@@ -69,6 +50,12 @@ class RecordingLog {
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> lines_;
+};
+
+class RecordingDesktop final : public DesktopActions, public Recording {
+ public:
+  void reveal(const std::string& path) override { add("reveal " + path); }
+  void open(const std::string& path) override { add("open " + path); }
 };
 
 // An operation that fails when named in `failing` and is otherwise the real one.
@@ -157,7 +144,7 @@ class BridgeTest : public ::testing::Test {
       BridgeEnvironment environment;
       environment.desktop = desktop;
       environment.homeTrash = [this] { return std::optional<std::string>(homeTrash); };
-      environment.log = log.sink();
+      environment.log = [this](std::string_view line) { log.add(std::string(line)); };
       bridge_ = std::make_unique<FileBridge>(root, recovery, std::move(environment), *fs);
     }
     return *bridge_;
@@ -210,7 +197,7 @@ class BridgeTest : public ::testing::Test {
   const std::string root = tmp / "w";
   std::string homeTrash = tmp / "data/Trash";
   std::shared_ptr<RecordingDesktop> desktop = std::make_shared<RecordingDesktop>();
-  RecordingLog log;
+  Recording log;
   storage::FileSystem* fs = &storage::FileSystem::real();
   std::shared_ptr<recovery::LocalRecoveryService> local;
   std::shared_ptr<recovery::RecoveryServicing> recovery;

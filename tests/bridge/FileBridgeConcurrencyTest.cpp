@@ -6,6 +6,7 @@
 
 #include "BridgeFixture.h"
 #include "support/FaultInjectingFileSystem.h"
+#include "support/TimeLimit.h"
 
 // Which mutations run side by side and which wait, shown by where each one
 // stands when another is stopped inside the file system: no test here depends
@@ -36,19 +37,6 @@ class Meeting {
   int expected_;
   int arrived_ = 0;
 };
-
-// Polls a condition that another thread is about to make true.
-template <typename Condition>
-bool becomes(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 using FileBridgeConcurrencyTest = BridgeTest;
 
@@ -96,12 +84,12 @@ TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSaves
   auto renaming = std::async(std::launch::async, [&] {
     return call("POST", "rename", {{"path", root + "/d"}, {"to", root + "/e"}});
   });
-  ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 1; }));
+  ASSERT_TRUE(testing::eventually([&] { return bridge().waitingMutations() == 1; }));
   // A save that comes after the rename waits behind it, and a save of another
   // page outside the folder does not wait at all.
   auto late =
       std::async(std::launch::async, [&] { return save(root + "/d/p.html", "later", sha("new")); });
-  ASSERT_TRUE(becomes([&] { return bridge().waitingMutations() == 2; }));
+  ASSERT_TRUE(testing::eventually([&] { return bridge().waitingMutations() == 2; }));
   EXPECT_EQ(create(root + "/outside.html", "x").status, 200);
   EXPECT_TRUE(tmp.exists("w/d/p.html"));
   EXPECT_FALSE(tmp.exists("w/e"));

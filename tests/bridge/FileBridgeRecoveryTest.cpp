@@ -64,13 +64,22 @@ TEST_F(FileBridgeRecoveryTest, ListsAreBareArraysOfRecordsWithIsoDates) {
   EXPECT_EQ(operations.body, contracts::writeJson(Json::array({operation.toJson()})));
 }
 
-TEST_F(FileBridgeRecoveryTest, ListFailuresOfTheServiceAre507) {
-  failingRecovery({"drafts", "conflicts", "unfinishedOperations"});
-  expectError(call("GET", "drafts"), 507, "recovery store unavailable: injected failure of drafts");
-  expectError(call("GET", "conflicts"), 507,
-              "recovery store unavailable: injected failure of conflicts");
-  expectError(call("GET", "operations"), 507,
-              "recovery store unavailable: injected failure of unfinishedOperations");
+TEST_F(FileBridgeRecoveryTest, AStoreThatFailsIs507WithItsReason) {
+  auto decorated = failingRecovery({});
+  makeConflict();
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {"GET", "drafts", "drafts"},
+      {"GET", "conflicts", "conflicts"},
+      {"GET", "operations", "unfinishedOperations"},
+      {"DELETE", "draft", "discardDraft"},
+      // Dismissing stops at the first conflict it cannot close.
+      {"POST", "dismiss", "markResolved"},
+  };
+  for (const auto& [method, op, failed] : rows) {
+    decorated->failing = {failed};
+    expectError(call(method, op, {{"path", page}}), 507,
+                "recovery store unavailable: injected failure of " + failed);
+  }
 }
 
 TEST_F(FileBridgeRecoveryTest, DraftBaseIsAbsentWithoutTheHeaderAndEmptyWhenEmpty) {
@@ -102,12 +111,6 @@ TEST_F(FileBridgeRecoveryTest, DiscardingADraftRemovesItFromTheList) {
   EXPECT_EQ(call("DELETE", "draft", {{"path", page}}).body, R"({"ok":true})");
   EXPECT_EQ(call("GET", "drafts").body, "[]");
   expectError(call("DELETE", "draft", {}), 400, "missing path");
-}
-
-TEST_F(FileBridgeRecoveryTest, DiscardFailureIs507) {
-  failingRecovery({"discardDraft"});
-  expectError(call("DELETE", "draft", {{"path", page}}), 507,
-              "recovery store unavailable: injected failure of discardDraft");
 }
 
 TEST_F(FileBridgeRecoveryTest, ResolveChecksItsParametersInOrder) {
@@ -225,14 +228,6 @@ TEST_F(FileBridgeRecoveryTest, DismissWithoutConflictsStillDiscardsTheDraft) {
   call("PUT", "draft", {{"path", page}}, {}, "draft");
   EXPECT_EQ(call("POST", "dismiss", {{"path", page}}).body, R"({"closed":0,"ok":true})");
   EXPECT_EQ(call("GET", "drafts").body, "[]");
-}
-
-TEST_F(FileBridgeRecoveryTest, DismissStopsAt507WhenAConflictCannotBeClosed) {
-  auto decorated = failingRecovery({});
-  makeConflict();
-  decorated->failing = {"markResolved"};
-  expectError(call("POST", "dismiss", {{"path", page}}), 507,
-              "recovery store unavailable: injected failure of markResolved");
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ using FileBridgeShellTest = BridgeTest;
 TEST_F(FileBridgeShellTest, RevealQueuesTheItemWhetherOrNotItExists) {
   EXPECT_EQ(call("POST", "reveal", {{"path", root + "/a.html"}}).body, R"({"ok":true})");
   EXPECT_EQ(call("POST", "reveal", {{"path", root}}).body, R"({"ok":true})");
-  EXPECT_EQ(desktop->calls(),
+  EXPECT_EQ(desktop->lines(),
             (std::vector<std::string>{"reveal " + root + "/a.html", "reveal " + root}));
 }
 
@@ -28,7 +28,7 @@ TEST_F(FileBridgeShellTest, ShellOperationsRefuseOutsidePathsAndQueueNothing) {
                 "path is outside the workspace");
     expectError(call("POST", op), 400, "missing path");
   }
-  EXPECT_TRUE(desktop->calls().empty());
+  EXPECT_TRUE(desktop->lines().empty());
 }
 
 TEST_F(FileBridgeShellTest, OpenHandsAnAllowedItemToTheDesktopUnlessItIsADryRun) {
@@ -37,13 +37,13 @@ TEST_F(FileBridgeShellTest, OpenHandsAnAllowedItemToTheDesktopUnlessItIsADryRun)
   {
     DryOpen dry("1");
     EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"dryRun":true,"ok":true})");
-    EXPECT_TRUE(desktop->calls().empty());
+    EXPECT_TRUE(desktop->lines().empty());
   }
   for (const char* value : {"true", "0", static_cast<const char*>(nullptr)}) {
     DryOpen notDry(value);
     EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"ok":true})");
   }
-  EXPECT_EQ(desktop->calls(), (std::vector<std::string>(3, "open " + path)));
+  EXPECT_EQ(desktop->lines(), (std::vector<std::string>(3, "open " + path)));
 }
 
 TEST_F(FileBridgeShellTest, ARefusedItemIsRefusedEvenInADryRun) {
@@ -51,7 +51,7 @@ TEST_F(FileBridgeShellTest, ARefusedItemIsRefusedEvenInADryRun) {
   DryOpen dry("1");
   expectError(call("POST", "open", {{"path", root + "/run.sh"}}), 400,
               "refusing to open application/x-executable: run.sh");
-  EXPECT_TRUE(desktop->calls().empty());
+  EXPECT_TRUE(desktop->lines().empty());
 }
 
 class ExecutableRefusalTest : public ::testing::Test {

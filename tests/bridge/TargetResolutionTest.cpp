@@ -67,28 +67,12 @@ TEST_F(TargetResolutionTest, RefusalsNameTheParameterNeverThePath) {
   }
 }
 
-TEST_F(TargetResolutionTest, NulByteInsideAValueIsOutsideNotCut) {
-  const std::string value = site + std::string("/a.html\0/../../../x", 20);
-  EXPECT_EQ(refusalBody(resolve({{"path", value}})),
-            R"({"error":"path is outside the workspace"})");
-
+TEST_F(TargetResolutionTest, AnEncodedNulByteInsideAValueIsOutsideNotCut) {
   std::optional<BridgeRequest> request =
       BridgeRequest::fromUrl("vorna://app/api/read?path=" + site + "/a.html%00", "GET", {}, "");
   ASSERT_TRUE(request.has_value());
   EXPECT_EQ(refusalBody(resolveTarget(WorkspaceBoundary(site), *request, "path")),
             R"({"error":"path is outside the workspace"})");
-}
-
-TEST_F(TargetResolutionTest, EnormousPathsAreRefused) {
-  const std::string oneComponent = site + "/" + std::string(1 << 20, 'a');
-  std::string manyComponents = site;
-  while (manyComponents.size() < (1 << 20)) {
-    manyComponents += "/d";
-  }
-  for (const std::string& value : {oneComponent, manyComponents}) {
-    EXPECT_EQ(refusalBody(resolve({{"path", value}})),
-              R"({"error":"path is outside the workspace"})");
-  }
 }
 
 }  // namespace

@@ -48,19 +48,6 @@ std::vector<WorkspaceChange> sortedByPath(std::vector<WorkspaceChange> changes) 
   return changes;
 }
 
-// Polls `condition` until it holds or the deadline passes.
-bool eventually(const std::function<bool()>& condition,
-                std::chrono::milliseconds within = kPatience) {
-  auto deadline = std::chrono::steady_clock::now() + within;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    std::this_thread::sleep_for(5ms);
-  }
-  return true;
-}
-
 // Collects the changes delivered on the watcher's queue.
 class Recorder {
  public:
@@ -317,7 +304,7 @@ TEST_F(WorkspaceWatcherTest, StopWaitsForTheRunningCallbackAndNoneFollows) {
     watcher.stop();
     stopped = true;
   });
-  EXPECT_FALSE(eventually([&] { return stopped.load(); }, 100ms)) << "stop did not wait";
+  EXPECT_FALSE(testing::eventually([&] { return stopped.load(); }, 100ms)) << "stop did not wait";
   gate.open();
   stopper.join();
   EXPECT_TRUE(callbackDone);
@@ -337,28 +324,11 @@ TEST_F(WorkspaceWatcherTest, RestartFromInsideTheCallbackDoesNotWaitForItself) {
   for (int i = 0; i < 5; ++i) {
     write("f" + std::to_string(i) + ".html", "x");
   }
-  ASSERT_TRUE(eventually([&] { return restarted.load(); }));
+  ASSERT_TRUE(testing::eventually([&] { return restarted.load(); }));
 
   // The new run took its snapshot with all five files present.
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
   EXPECT_EQ(firstRunCalls.load(), 1);
-}
-
-TEST_F(WorkspaceWatcherTest, NineAnnouncementsKeepOnlyTheNewestEight) {
-  write("page.html", "start");
-  watcher.start(recorder.handler());
-  auto version = [](int n) { return "version " + std::string(n, '+'); };
-  for (int n = 1; n <= 9; ++n) {
-    watcher.noteOwnWrite(at("page.html"), fingerprintOf(version(n)));
-  }
-
-  write("page.html", version(1));
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("page.html"), fingerprintOf(version(1)))});
-  write("page.html", version(9));
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
-  write("page.html", version(2));
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
 }
 
 // A pipe opened for its content would hold the queue until a writer came:

@@ -53,6 +53,9 @@ std::set<std::string> outcomes(const std::function<void(SimulatedDisk&)>& change
   return seen;
 }
 
+// Each case is a loss the model must be able to show: a model that lost too
+// little would let the power-cut tests pass without proving anything, while
+// one that lost too much would fail them outright.
 TEST(SimulatedDisk, APowerCutTakesWhatWasNotFlushedAndNothingElse) {
   struct Case {
     const char* rule;
@@ -67,13 +70,6 @@ TEST(SimulatedDisk, APowerCutTakesWhatWasNotFlushedAndNothingElse) {
        },
        {"/a/new"},
        {"/a/new=", "/a/new=abc", "/a/new=abcdef"}},
-      {"flushed bytes under a flushed name survive",
-       [](SimulatedDisk& d) {
-         create(d, "/a/new", "abcdef", true);
-         flushFolder(d, "/a");
-       },
-       {"/a/new"},
-       {"/a/new=abcdef"}},
       {"a name lasts only once its folder is flushed",
        [](SimulatedDisk& d) { create(d, "/a/new", "abc", true); },
        {"/a/new"},
@@ -82,13 +78,6 @@ TEST(SimulatedDisk, APowerCutTakesWhatWasNotFlushedAndNothingElse) {
        [](SimulatedDisk& d) { d.rename("/a/old", "/a/renamed"); },
        {"/a/old", "/a/renamed"},
        {"/a/old=old /a/renamed=-", "/a/old=- /a/renamed=old"}},
-      {"a rename across folders lasts whole once either folder is flushed",
-       [](SimulatedDisk& d) {
-         d.rename("/a/old", "/b/moved");
-         flushFolder(d, "/b");
-       },
-       {"/a/old", "/b/moved"},
-       {"/a/old=- /b/moved=old"}},
       {"a rename over a file does not flush the renamed bytes",
        [](SimulatedDisk& d) {
          create(d, "/a/tmp", "new", false);

@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -45,39 +46,18 @@ inline std::string recoveryErrorOf(const std::function<void()>& body) {
 
 // JSON text as the system's writer puts a string: every "/" escaped.
 inline std::string escaped(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    if (c == '/') {
-      out += '\\';
-    }
-    out += c;
-  }
-  return out;
+  return std::regex_replace(text, std::regex("/"), "\\/");
 }
 
 // The whole file, or "" when it cannot be read.
 inline std::string readFileOrEmpty(const std::string& path) {
-  std::string bytes;
-  if (FILE* in = std::fopen(path.c_str(), "rb")) {
-    char buffer[4096];
-    size_t got;
-    while ((got = std::fread(buffer, 1, sizeof buffer, in)) > 0) {
-      bytes.append(buffer, got);
-    }
-    std::fclose(in);
-  }
-  return bytes;
-}
-
-inline std::string parentOf(const std::string& path) {
-  return path.substr(0, path.rfind('/'));
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void writeRaw(const std::string& path, const std::string& bytes) {
-  FILE* out = std::fopen(path.c_str(), "wb");
-  ASSERT_NE(out, nullptr) << path;
-  std::fwrite(bytes.data(), 1, bytes.size(), out);
-  std::fclose(out);
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  ASSERT_TRUE(out << bytes) << path;
 }
 
 // Names in a folder starting with `prefix`.

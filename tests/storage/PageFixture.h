@@ -69,15 +69,8 @@ struct PageFixture {
   }
 };
 
-inline struct stat statOf(const std::string& path) {
-  struct stat st {};
-  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-  return st;
-}
-
-inline unsigned modeOf(const std::string& path) {
-  return statOf(path).st_mode & 07777;
-}
+using testing::modeOf;
+using testing::statOf;
 
 inline Fingerprint fp(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes);

@@ -222,14 +222,5 @@ TEST_F(RecoveryStoreTest, ConstructionCreatesMissingFoldersAndRefusesAFileInTheW
             "mkdir failed on " + dir / "occupied" + ": File exists (17)");
 }
 
-TEST(RecoveryKindNames, OnlyTheExactRawNamesAreRecognised) {
-  for (RecoveryKind kind : {RecoveryKind::pendingEditorBytes, RecoveryKind::displacedExpected,
-                            RecoveryKind::displacedExternal, RecoveryKind::editorBytesWithdrawn}) {
-    EXPECT_EQ(recoveryKindFromName(recoveryKindName(kind)), kind);
-  }
-  EXPECT_EQ(recoveryKindFromName("DisplacedExpected"), std::nullopt);
-  EXPECT_EQ(recoveryKindFromName(""), std::nullopt);
-}
-
 }  // namespace
 }  // namespace vorna::storage

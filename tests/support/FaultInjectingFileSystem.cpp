@@ -74,9 +74,7 @@ int FaultInjectingFileSystem::countMatching(FsCall call, const PathMatcher& matc
   return seen;
 }
 
-FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
-                                                                    const std::string& path) {
-  Admission admission;
+int FaultInjectingFileSystem::admit(FsCall call, const std::string& path) {
   std::function<void(const std::string&)> hook;
   {
     std::lock_guard lock(mutex_);
@@ -92,8 +90,7 @@ FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
         continue;
       }
       if (rule.occurrence == 0 || rule.occurrence == countMatching(call, rule.matches)) {
-        admission.injectedErrno = rule.errorNumber;
-        return admission;
+        return rule.errorNumber;
       }
     }
     for (const auto& [hookCall, hookFn] : hooks_) {
@@ -105,7 +102,7 @@ FaultInjectingFileSystem::Admission FaultInjectingFileSystem::admit(FsCall call,
   if (hook) {
     hook(path);
   }
-  return admission;
+  return 0;
 }
 
 std::string FaultInjectingFileSystem::pathOf(int fd) const {
@@ -118,13 +115,11 @@ std::string FaultInjectingFileSystem::pathOf(int fd) const {
   return {};
 }
 
-// Declares `admission` and returns -1 with the injected errno when the call is
-// to fail.
-#define VORNA_ADMIT(call, path)            \
-  Admission admission = admit(call, path); \
-  if (admission.injectedErrno != 0) {      \
-    errno = admission.injectedErrno;       \
-    return -1;                             \
+// Returns -1 with the injected errno when the call is to fail.
+#define VORNA_ADMIT(call, path)           \
+  if (int injected = admit(call, path)) { \
+    errno = injected;                     \
+    return -1;                            \
   }
 
 int FaultInjectingFileSystem::open(const std::string& path, int flags, mode_t mode) {
@@ -148,11 +143,11 @@ int FaultInjectingFileSystem::close(int fd) {
     }
   }
   // The descriptor is released even when the close is made to fail, as on Linux.
-  Admission admission = admit(FsCall::close, path);
-  int result = target().close(fd);
-  if (admission.injectedErrno != 0) {
-    errno = admission.injectedErrno;
-    result = -1;
+  const int injected = admit(FsCall::close, path);
+  const int result = target().close(fd);
+  if (injected != 0) {
+    errno = injected;
+    return -1;
   }
   return result;
 }

@@ -98,12 +98,9 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
     int errorNumber;
     PathMatcher matches;  // when set, occurrences count only the calls it accepts
   };
-  struct Admission {
-    int injectedErrno = 0;  // 0: forward the call
-  };
-
-  // Records the call and decides whether it fails.
-  Admission admit(FsCall call, const std::string& path);
+  // Records the call and decides whether it fails: the errno to fail it
+  // with, or 0 to forward it.
+  int admit(FsCall call, const std::string& path);
   // Calls of `call` recorded so far whose path `matches` accepts. Needs mutex_.
   int countMatching(FsCall call, const PathMatcher& matches) const;
   std::string pathOf(int fd) const;

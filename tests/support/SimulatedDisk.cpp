@@ -33,43 +33,13 @@ int fail(int code) {
 
 }  // namespace
 
-SimulatedDisk::Change SimulatedDisk::Change::onNode(Kind kind, Id node, uint64_t offset,
-                                                    std::string bytes) {
-  Change change;
-  change.kind = kind;
-  change.node = node;
-  change.offset = offset;
-  change.bytes = std::move(bytes);
-  return change;
-}
-
-SimulatedDisk::Change SimulatedDisk::Change::entry(Kind kind, Id folder, std::string name,
-                                                   Id otherFolder, std::string otherName, Id node) {
-  Change change;
-  change.kind = kind;
-  change.folder = folder;
-  change.name = std::move(name);
-  change.otherFolder = otherFolder;
-  change.otherName = std::move(otherName);
-  change.node = node;
-  return change;
-}
-
-SimulatedDisk::Node SimulatedDisk::emptyNode(bool folder, mode_t mode, dev_t device) {
-  Node made;
-  made.folder = folder;
-  made.mode = mode;
-  made.device = device;
-  return made;
-}
-
 bool SimulatedDisk::Change::isEntryChange() const {
   return kind == Kind::link || kind == Kind::unlink || kind == Kind::rename ||
          kind == Kind::exchange;
 }
 
 SimulatedDisk::SimulatedDisk() {
-  nodes_.push_back(emptyNode(true, 0755, 1));
+  nodes_.push_back(Node{.folder = true, .mode = 0755});
   durable_ = nodes_;
 }
 
@@ -195,7 +165,7 @@ void SimulatedDisk::make(Change change) {
 }
 
 SimulatedDisk::Id SimulatedDisk::newNode(bool folder, mode_t mode, dev_t device) {
-  nodes_.push_back(emptyNode(folder, mode & 07777, device));
+  nodes_.push_back(Node{.folder = folder, .mode = mode & 07777, .device = device});
   return static_cast<Id>(nodes_.size() - 1);
 }
 
@@ -232,7 +202,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
       return fail(ENOTDIR);
     }
     if ((flags & O_TRUNC) && writable && !node.data.empty()) {
-      make(Change::onNode(Change::Kind::truncate, id));
+      make({.kind = Change::Kind::truncate, .node = id});
     }
   } else if (error == ENOENT && (flags & O_CREAT)) {
     Id folder = 0;
@@ -241,7 +211,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
       return fail(parentError);
     }
     id = newNode(false, mode, nodes_[folder].device);
-    make(Change::entry(Change::Kind::link, folder, name, 0, {}, id));
+    make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   } else {
     return fail(error);
   }
@@ -283,8 +253,10 @@ ssize_t SimulatedDisk::write(int fd, const void* buffer, size_t count) {
   if (file->second.append) {
     file->second.offset = nodes_[file->second.node].data.size();
   }
-  make(Change::onNode(Change::Kind::write, file->second.node, file->second.offset,
-                      std::string(static_cast<const char*>(buffer), count)));
+  make({.kind = Change::Kind::write,
+        .node = file->second.node,
+        .offset = file->second.offset,
+        .bytes = std::string(static_cast<const char*>(buffer), count)});
   file->second.offset += count;
   return static_cast<ssize_t>(count);
 }
@@ -297,7 +269,7 @@ int SimulatedDisk::fsync(int fd) {
   }
   flushedPaths_.push_back(file->second.path);
   if (!skippedFlushes_.contains(flushedPaths_.size())) {
-    make(Change::onNode(Change::Kind::flush, file->second.node));
+    make({.kind = Change::Kind::flush, .node = file->second.node});
   }
   return 0;
 }
@@ -368,7 +340,11 @@ int SimulatedDisk::move(const std::string& from, const std::string& to, bool rep
       }
     }
   }
-  make(Change::entry(Change::Kind::rename, fromFolder, fromName, toFolder, toName));
+  make({.kind = Change::Kind::rename,
+        .folder = fromFolder,
+        .otherFolder = toFolder,
+        .name = fromName,
+        .otherName = toName});
   return 0;
 }
 
@@ -390,22 +366,37 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
   if (nodes_[folderA].device != nodes_[folderB].device) {
     return fail(EXDEV);
   }
-  make(Change::entry(Change::Kind::exchange, folderA, nameA, folderB, nameB));
+  make({.kind = Change::Kind::exchange,
+        .folder = folderA,
+        .otherFolder = folderB,
+        .name = nameA,
+        .otherName = nameB});
   return 0;
 }
 
 int SimulatedDisk::unlink(const std::string& path) {
+  return remove(path, /*folder=*/false);
+}
+
+int SimulatedDisk::rmdir(const std::string& path) {
+  return remove(path, /*folder=*/true);
+}
+
+int SimulatedDisk::remove(const std::string& path, bool folder) {
   std::lock_guard lock(mutex_);
-  Id folder = 0;
+  Id parent = 0;
   Id node = 0;
   std::string name;
-  if (int error = lookupEntry(path, folder, name, node)) {
+  if (int error = lookupEntry(path, parent, name, node)) {
     return fail(error);
   }
-  if (nodes_[node].folder) {
-    return fail(EISDIR);
+  if (nodes_[node].folder != folder) {
+    return fail(folder ? ENOTDIR : EISDIR);
   }
-  make(Change::entry(Change::Kind::unlink, folder, name));
+  if (folder && !nodes_[node].entries.empty()) {
+    return fail(ENOTEMPTY);
+  }
+  make({.kind = Change::Kind::unlink, .folder = parent, .name = name});
   return 0;
 }
 
@@ -420,25 +411,7 @@ int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
     return fail(EEXIST);
   }
   Id id = newNode(true, mode, nodes_[folder].device);
-  make(Change::entry(Change::Kind::link, folder, name, 0, {}, id));
-  return 0;
-}
-
-int SimulatedDisk::rmdir(const std::string& path) {
-  std::lock_guard lock(mutex_);
-  Id folder = 0;
-  Id node = 0;
-  std::string name;
-  if (int error = lookupEntry(path, folder, name, node)) {
-    return fail(error);
-  }
-  if (!nodes_[node].folder) {
-    return fail(ENOTDIR);
-  }
-  if (!nodes_[node].entries.empty()) {
-    return fail(ENOTEMPTY);
-  }
-  make(Change::entry(Change::Kind::unlink, folder, name));
+  make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   return 0;
 }
 
@@ -526,21 +499,12 @@ std::map<std::string, std::string> SimulatedDisk::filesBelow(const std::string& 
   std::lock_guard lock(mutex_);
   std::map<std::string, std::string> files;
   Id top = 0;
-  if (lookup(folder, top) != 0) {
-    return files;
-  }
-  std::vector<std::pair<Id, std::string>> pending{{top, folder}};
-  while (!pending.empty()) {
-    auto [id, path] = pending.back();
-    pending.pop_back();
-    for (const auto& [name, child] : nodes_[id].entries) {
-      std::string childPath = path + "/" + name;
-      if (nodes_[child].folder) {
-        pending.emplace_back(child, childPath);
-      } else {
-        files[childPath] = nodes_[child].data;
+  if (lookup(folder, top) == 0) {
+    walkBelow(nodes_, top, folder, [&](Id id, const std::string& path) {
+      if (!nodes_[id].folder) {
+        files[path] = nodes_[id].data;
       }
-    }
+    });
   }
   return files;
 }
@@ -552,15 +516,8 @@ void SimulatedDisk::mountSeparateFileSystem(const std::string& path) {
     return;
   }
   const dev_t device = nextDevice_++;
-  std::vector<Id> pending{top};
-  while (!pending.empty()) {
-    Id id = pending.back();
-    pending.pop_back();
-    nodes_[id].device = device;
-    for (const auto& [name, child] : nodes_[id].entries) {
-      pending.push_back(child);
-    }
-  }
+  nodes_[top].device = device;
+  walkBelow(nodes_, top, path, [&](Id id, const std::string&) { nodes_[id].device = device; });
 }
 
 void SimulatedDisk::markDurable() {
@@ -586,24 +543,22 @@ size_t SimulatedDisk::changeCount() const {
   return changes_.size();
 }
 
-void SimulatedDisk::describeInto(const std::vector<Node>& nodes, Id id, const std::string& path,
-                                 std::string& out) {
-  for (const auto& [name, child] : nodes[id].entries) {
-    std::string childPath = path + "/" + name;
-    if (nodes[child].folder) {
-      out += childPath + "/\n";
-      describeInto(nodes, child, childPath, out);
-    } else {
-      out += childPath + " " + std::to_string(nodes[child].data.size()) + ":" + nodes[child].data +
-             "\n";
-    }
+void SimulatedDisk::walkBelow(const std::vector<Node>& nodes, Id folder, const std::string& path,
+                              const std::function<void(Id, const std::string&)>& visit) {
+  for (const auto& [name, child] : nodes[folder].entries) {
+    visit(child, path + "/" + name);
+    walkBelow(nodes, child, path + "/" + name, visit);
   }
 }
 
 std::string SimulatedDisk::describe() const {
   std::lock_guard lock(mutex_);
   std::string out;
-  describeInto(nodes_, 0, "", out);
+  walkBelow(nodes_, 0, "", [&](Id id, const std::string& path) {
+    const Node& node = nodes_[id];
+    out += node.folder ? path + "/\n"
+                       : path + " " + std::to_string(node.data.size()) + ":" + node.data + "\n";
+  });
   return out;
 }
 
@@ -619,7 +574,8 @@ void SimulatedDisk::forEachCrashState(
     base = durable_;
     // Nodes made since markDurable start out empty, as a power cut finds them.
     for (size_t id = base.size(); id < nodes_.size(); ++id) {
-      base.push_back(emptyNode(nodes_[id].folder, nodes_[id].mode, nodes_[id].device));
+      base.push_back(
+          Node{.folder = nodes_[id].folder, .mode = nodes_[id].mode, .device = nodes_[id].device});
     }
     changes.assign(changes_.begin(), changes_.begin() + static_cast<ptrdiff_t>(count));
     nextDevice = nextDevice_;
@@ -663,18 +619,11 @@ void SimulatedDisk::forEachCrashState(
       }
     }
     std::set<Id> reachable;
-    std::vector<Id> pending{0};
-    while (!pending.empty()) {
-      Id id = pending.back();
-      pending.pop_back();
-      for (const auto& [name, child] : tree[id].entries) {
-        if (tree[child].folder) {
-          pending.push_back(child);
-        } else {
-          reachable.insert(child);
-        }
+    walkBelow(tree, 0, "", [&](Id id, const std::string&) {
+      if (!tree[id].folder) {
+        reachable.insert(id);
       }
-    }
+    });
     std::vector<std::pair<Id, std::vector<std::string>>> choices;
     for (Id id : reachable) {
       choices.emplace_back(id, survivingContents(flushed[id], now[id].data));

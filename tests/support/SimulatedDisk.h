@@ -129,23 +129,18 @@ class SimulatedDisk final : public storage::FileSystem {
     bool folder = false;
     mode_t mode = 0644;
     dev_t device = 1;
-    std::string data;                   // a file's bytes
-    std::map<std::string, Id> entries;  // a folder's entries
+    std::string data{};                   // a file's bytes
+    std::map<std::string, Id> entries{};  // a folder's entries
   };
   struct Change {
     enum class Kind { write, truncate, link, unlink, rename, exchange, flush } kind;
     Id node = 0;         // write, truncate, flush: the node; link: the new node
     Id folder = 0;       // link, unlink; rename and exchange: the first name's folder
     Id otherFolder = 0;  // rename and exchange: the second name's folder
-    std::string name;
-    std::string otherName;
+    std::string name{};
+    std::string otherName{};
     uint64_t offset = 0;  // write
-    std::string bytes;    // write
-    // A change of a file's bytes, or a flush.
-    static Change onNode(Kind kind, Id node, uint64_t offset = 0, std::string bytes = {});
-    // A change of entries: `node` is the new node of a link.
-    static Change entry(Kind kind, Id folder, std::string name, Id otherFolder = 0,
-                        std::string otherName = {}, Id node = 0);
+    std::string bytes{};  // write
     bool isEntryChange() const;
   };
   struct OpenFile {
@@ -162,6 +157,8 @@ class SimulatedDisk final : public storage::FileSystem {
   int lookupParent(const std::string& path, Id& folder, std::string& name) const;
   // As lookupParent, and the node of the entry there (ENOENT when none).
   int lookupEntry(const std::string& path, Id& folder, std::string& name, Id& node) const;
+  // unlink(2), or rmdir(2) when `folder` is true.
+  int remove(const std::string& path, bool folder);
   // rename(2), or renameat2 with RENAME_NOREPLACE when `replace` is false.
   int move(const std::string& from, const std::string& to, bool replace);
   // Applies `change` to `nodes` (entry changes and data changes alike).
@@ -169,10 +166,11 @@ class SimulatedDisk final : public storage::FileSystem {
   // Records and applies a change; needs mutex_.
   void make(Change change);
   Id newNode(bool folder, mode_t mode, dev_t device);
-  static Node emptyNode(bool folder, mode_t mode, dev_t device);
   void fill(Id id, struct stat* out) const;
-  static void describeInto(const std::vector<Node>& nodes, Id id, const std::string& path,
-                           std::string& out);
+  // Calls `visit` with every node below `folder` and its path, each folder
+  // before what it holds, in name order.
+  static void walkBelow(const std::vector<Node>& nodes, Id folder, const std::string& path,
+                        const std::function<void(Id, const std::string&)>& visit);
 
   mutable std::mutex mutex_;
   std::vector<Node> nodes_;    // as things are now; a node's id is its index, the root is 0

@@ -71,4 +71,14 @@ std::string readFile(const std::string& path) {
   return content.str();
 }
 
+struct stat statOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+  return st;
+}
+
+unsigned modeOf(const std::string& path) {
+  return statOf(path).st_mode & 07777;
+}
+
 }  // namespace vorna::testing

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <string>
 
 namespace vorna::testing {
@@ -39,5 +41,9 @@ class TempDir {
 
 // Reads a whole file by absolute path; fails the test when it cannot.
 std::string readFile(const std::string& path);
+// lstat of `path`; fails the test when it cannot.
+struct stat statOf(const std::string& path);
+// The permission bits of `path`, from statOf.
+unsigned modeOf(const std::string& path);
 
 }  // namespace vorna::testing

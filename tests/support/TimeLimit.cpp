@@ -15,6 +15,17 @@
 
 namespace vorna::testing {
 
+bool eventually(const std::function<bool()>& condition, std::chrono::milliseconds within) {
+  const auto deadline = std::chrono::steady_clock::now() + within;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
 bool finishesWithin(std::chrono::milliseconds limit, const std::function<void()>& work,
                     const std::function<void()>& release) {
   auto done = std::make_shared<std::promise<void>>();

@@ -14,6 +14,10 @@ namespace vorna::testing {
 bool finishesWithin(std::chrono::milliseconds limit, const std::function<void()>& work,
                     const std::function<void()>& release);
 
+// Polls `condition` until it holds or `within` passes; says whether it held.
+bool eventually(const std::function<bool()>& condition,
+                std::chrono::milliseconds within = std::chrono::seconds(10));
+
 // Makes a named pipe at `path`; fails the test when it cannot.
 void makePipe(const std::string& path);
 
