@@ -3,6 +3,7 @@
 #include <gtk/gtk.h>
 #include <webkit/webkit.h>
 
+#include <chrono>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
@@ -30,6 +31,10 @@ using Alive = std::weak_ptr<EditorWindowController*>;
 
 constexpr int kWidth = 1200;
 constexpr int kHeight = 800;
+// How long a closing window waits for a save or draft still being written:
+// long enough for any page, short enough that a stuck disk cannot keep a
+// quitting editor around.
+constexpr std::chrono::seconds kBridgeRetireLimit{30};
 
 // Runs a callback body so that no exception reaches GLib or WebKit.
 template <typename Body>
@@ -105,7 +110,9 @@ EditorWindowController::~EditorWindowController() {
   if (bridge_) {
     bridge_->stopWatching();
   }
-  host_->setBridge(nullptr);
+  if (!host_->retireBridge(kBridgeRetireLimit)) {
+    std::fputs("Vorna: a save or draft was still being written 30 s after the window closed\n", stderr);
+  }
   g_signal_handlers_disconnect_by_data(webView_.get(), this);
   g_signal_handlers_disconnect_by_data(window_.get(), this);
   g_signal_handlers_disconnect_by_data(contentManager_.get(), this);

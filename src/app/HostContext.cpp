@@ -22,12 +22,34 @@ std::shared_ptr<contracts::BridgeHandling> HostContext::bridge() const {
 }
 
 void HostContext::setBridge(std::shared_ptr<contracts::BridgeHandling> bridge) {
+  std::shared_ptr<contracts::BridgeHandling> handed;
+  std::shared_future<void> released;
+  if (bridge) {
+    auto done = std::make_shared<std::promise<void>>();
+    released = done->get_future().share();
+    contracts::BridgeHandling* raw = bridge.get();
+    handed = std::shared_ptr<contracts::BridgeHandling>(
+        raw, [owner = std::move(bridge), done](contracts::BridgeHandling*) { done->set_value(); });
+  }
   std::shared_ptr<contracts::BridgeHandling> previous;
   {
     std::lock_guard guard(lock_);
-    previous = std::exchange(bridge_, std::move(bridge));
+    previous = std::exchange(bridge_, std::move(handed));
+    released_ = std::move(released);
   }
   // `previous` may hold the last reference; it is released outside the lock.
+}
+
+bool HostContext::retireBridge(std::chrono::milliseconds limit) {
+  std::shared_ptr<contracts::BridgeHandling> previous;
+  std::shared_future<void> released;
+  {
+    std::lock_guard guard(lock_);
+    previous = std::exchange(bridge_, nullptr);
+    released = std::exchange(released_, {});
+  }
+  previous.reset();
+  return !released.valid() || released.wait_for(limit) == std::future_status::ready;
 }
 
 std::optional<std::string> HostContext::locateAppDirectory() {

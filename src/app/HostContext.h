@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -24,6 +26,12 @@ class HostContext {
   // without it, so a slow operation never blocks a folder switch.
   std::shared_ptr<contracts::BridgeHandling> bridge() const;
   void setBridge(std::shared_ptr<contracts::BridgeHandling> bridge);
+  // Takes the bridge away and waits, at most `limit`, until every call that
+  // took it before has returned; false when one was still running then.
+  // Before the process ends: a save or draft still under way on a worker
+  // thread would otherwise be cut off mid-sequence while the libraries it
+  // uses are torn down.
+  bool retireBridge(std::chrono::milliseconds limit);
 
   // The _app folder found at start-up, standardized; absent when none was.
   const std::optional<std::string>& appDirectory() const { return appDirectory_; }
@@ -64,7 +72,10 @@ class HostContext {
 
  private:
   mutable std::mutex lock_;
+  // What bridge() hands out is an alias of the bridge whose last copy
+  // fulfils `released_`.
   std::shared_ptr<contracts::BridgeHandling> bridge_;
+  std::shared_future<void> released_;
   const std::optional<std::string> appDirectory_;
 };
 

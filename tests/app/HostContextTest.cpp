@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "app/HostContext.h"
 #include "app/UserDefaults.h"
+#include "contracts/BridgeRequest.h"
+#include "support/FakeBridge.h"
 #include "support/TempDir.h"
 
 namespace vorna::app {
@@ -98,6 +103,38 @@ TEST_F(HostContextTest, UserDefaultsKeepStringsAndTheWindowFrameInOneKeyFile) {
   std::ofstream(path) << "[VornaMainWindow]\nwidth=0\nheight=700\n";
   EXPECT_EQ(again.windowFrame(UserDefaults::kWindowAutosaveName), std::nullopt);
   EXPECT_FALSE(UserDefaults("/proc/vorna/vorna.conf").setString("k", "v"));
+}
+
+// A draft still being written when the window goes must finish before the
+// process tears down the libraries it uses.
+TEST_F(HostContextTest, RetiringTheBridgeWaitsForTheCallsStillRunningOnIt) {
+  using namespace std::chrono_literals;
+  HostContext host(std::nullopt);
+  EXPECT_TRUE(host.retireBridge(0ms));
+  auto bridge = std::make_shared<testing::FakeBridge>();
+  host.setBridge(bridge);
+  std::atomic<bool> answered = false;
+  std::thread call([&answered, held = host.bridge()]() mutable {
+    contracts::BridgeRequest request;
+    request.method = "PUT";
+    request.op = "slow";
+    held->handle(request);
+    answered = true;
+    held.reset();
+  });
+  std::thread release([&bridge] {
+    std::this_thread::sleep_for(100ms);
+    bridge->releaseSlow();
+  });
+  EXPECT_TRUE(host.retireBridge(10s));
+  EXPECT_TRUE(answered);
+  EXPECT_EQ(host.bridge(), nullptr);
+  call.join();
+  release.join();
+
+  host.setBridge(bridge);
+  auto stuck = host.bridge();
+  EXPECT_FALSE(host.retireBridge(20ms));
 }
 
 }  // namespace
