@@ -265,8 +265,63 @@ std::string LocalRecoveryService::draftPayloadURL(const std::string& id) {
 ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
                                                     std::optional<std::string_view> base,
                                                     const std::vector<RecoveryEntry>& retained) {
-  std::unique_lock hold(lock_);
   const std::string page = standardisedPath(pagePath);
+  // The slow part, reading the retained payloads and writing and flushing the
+  // base, runs outside the lock, as a draft's payload does. The caller holds
+  // the page's lock, so no other recording for this page runs meanwhile; if
+  // one did, a base retained here and then not needed is one more version kept.
+  struct Offered {
+    const RecoveryEntry* entry;
+    std::string fingerprint;
+    std::int64_t byteCount;
+  };
+  std::vector<Offered> offered;
+  for (const RecoveryEntry& entry : retained) {
+    Bytes bytes;
+    try {
+      bytes = storage::readFileWhole(entry.payloadPath, fs_);
+    } catch (const FileOpError&) {
+      throw RecoveryError::storeUnavailable("retained payload missing at " + entry.payloadPath);
+    }
+    // What the candidate offers is what was read now, not what the entry claimed.
+    offered.push_back(Offered{&entry, Fingerprint::ofBytes(bytes).hex,
+                              static_cast<std::int64_t>(bytes.size())});
+  }
+  // True when the open conflict of the page, if any, has no base candidate
+  // and none with `fingerprint`.
+  auto wantsBase = [&](const std::vector<ConflictEntry>& list, const std::string& fingerprint) {
+    for (const ConflictEntry& entry : list) {
+      if (entry.record.pagePath != page || entry.record.resolvedAt) {
+        continue;
+      }
+      return std::none_of(
+          entry.record.candidates.begin(), entry.record.candidates.end(),
+          [&](const CandidateRecord& c) {
+            return c.role == CandidateRecord::Role::base || c.fingerprint == fingerprint;
+          });
+    }
+    return true;
+  };
+  std::optional<RecoveryEntry> baseEntry;
+  std::string baseFingerprint;
+  if (base) {
+    baseFingerprint = Fingerprint::ofBytes(*base).hex;
+    bool wanted;
+    {
+      std::lock_guard guard(lock_);
+      wanted = wantsBase(readConflicts(), baseFingerprint);
+    }
+    if (wanted) {
+      try {
+        baseEntry = retentionStore_->retain(*base, RecoveryKind::displacedExpected, pagePath);
+      } catch (const std::exception& error) {
+        throw RecoveryError::storeUnavailable("cannot retain " + std::to_string(base->size()) +
+                                              " bytes for " + page + ": " + describe(error));
+      }
+    }
+  }
+
+  std::unique_lock hold(lock_);
   std::vector<ConflictEntry> list = readConflicts();
   auto open = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
     return entry.record.pagePath == page && !entry.record.resolvedAt;
@@ -303,33 +358,16 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
     conflict.payloads.insert_or_assign(id, payloadPath);
   };
 
-  if (!hasBase && base) {
-    std::string fingerprint = Fingerprint::ofBytes(*base).hex;
-    if (!known.contains(fingerprint)) {
-      RecoveryEntry entry;
-      try {
-        entry = retentionStore_->retain(*base, RecoveryKind::displacedExpected, pagePath);
-      } catch (const std::exception& error) {
-        throw RecoveryError::storeUnavailable("cannot retain " + std::to_string(base->size()) +
-                                              " bytes for " + page + ": " + describe(error));
-      }
-      add(entry.id, CandidateRecord::Role::base, std::move(fingerprint),
-          static_cast<std::int64_t>(base->size()), entry.capturedAt, entry.payloadPath);
-    }
+  if (baseEntry && !hasBase && !known.contains(baseFingerprint)) {
+    add(baseEntry->id, CandidateRecord::Role::base, baseFingerprint,
+        static_cast<std::int64_t>(base->size()), baseEntry->capturedAt, baseEntry->payloadPath);
   }
 
-  for (const RecoveryEntry& entry : retained) {
-    Bytes bytes;
-    try {
-      bytes = storage::readFileWhole(entry.payloadPath, fs_);
-    } catch (const FileOpError&) {
-      throw RecoveryError::storeUnavailable("retained payload missing at " + entry.payloadPath);
-    }
-    // What the candidate offers is what was read now, not what the entry claimed.
-    std::string fingerprint = Fingerprint::ofBytes(bytes).hex;
-    if (known.contains(fingerprint)) {
+  for (Offered& candidate : offered) {
+    if (known.contains(candidate.fingerprint)) {
       continue;
     }
+    const RecoveryEntry& entry = *candidate.entry;
     CandidateRecord::Role role = CandidateRecord::Role::disk;
     switch (entry.kind) {
       case RecoveryKind::pendingEditorBytes:
@@ -343,8 +381,8 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
         role = hasBase ? CandidateRecord::Role::disk : CandidateRecord::Role::base;
         break;
     }
-    add(entry.id, role, std::move(fingerprint), static_cast<std::int64_t>(bytes.size()),
-        entry.capturedAt, entry.payloadPath);
+    add(entry.id, role, std::move(candidate.fingerprint), candidate.byteCount, entry.capturedAt,
+        entry.payloadPath);
   }
 
   ConflictRecord result = conflict.record;

@@ -165,8 +165,8 @@ TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
   EXPECT_EQ(recoveryErrorOf([&] { service().recordConflict(page("a.html"), "base", {gone}); }),
             "recovery store unavailable: retained payload missing at " + gone.payloadPath);
   EXPECT_EQ(readFileOrEmpty(indexFile("conflicts.journal")), before);
-  // The base was retained before the failure and stays in the store.
-  EXPECT_EQ(service().retentionStore().entries().size(), 2u);
+  // The payloads are read before the base is written: nothing was retained for it.
+  EXPECT_EQ(service().retentionStore().entries().size(), 1u);
 
   fs.failWhere(FsCall::open, ".bin", EROFS);
   std::string message = recoveryErrorOf([&] { service().recordConflict(page("a.html"), "b", {}); });
