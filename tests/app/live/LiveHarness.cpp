@@ -77,19 +77,12 @@ contracts::Json runScript(EditorWindowController& controller, const std::string&
   return *parsed;
 }
 
-void loadAndWait(EditorWindowController& controller, const std::optional<std::string>& folder) {
+void loadAndWait(EditorWindowController& controller) {
   std::optional<bool> loaded;
   controller.setDidFinishLoad([&](bool ok) { loaded = ok; });
-  controller.load(folder, std::nullopt);
+  controller.load(std::nullopt, std::nullopt);
   ASSERT_TRUE(runUntil([&] { return loaded.has_value(); })) << "the page did not load";
   ASSERT_TRUE(*loaded) << "the page failed to load";
-}
-
-EditorWindowController::Seams testSeams(BridgeFactory factory, std::vector<std::string>* opened) {
-  EditorWindowController::Seams seams;
-  seams.makeBridge = std::move(factory);
-  seams.openExternally = [opened](const std::string& url) { opened->push_back(url); };
-  return seams;
 }
 
 }  // namespace vorna::app::testing

@@ -21,11 +21,7 @@ bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit
 contracts::Json runScript(EditorWindowController& controller, const std::string& body,
                           const std::string& argument = "");
 
-// Loads the editor page (optionally with a folder) and waits for the load.
-void loadAndWait(EditorWindowController& controller,
-                 const std::optional<std::string>& folder = std::nullopt);
-
-// Controller options for tests: bridges from `factory`, links recorded in `opened`.
-EditorWindowController::Seams testSeams(BridgeFactory factory, std::vector<std::string>* opened);
+// Loads the editor page and waits for the load.
+void loadAndWait(EditorWindowController& controller);
 
 }  // namespace vorna::app::testing

@@ -47,9 +47,11 @@ constexpr const char* kBigInPage = R"JS(
 class ShellLiveTest : public ::testing::Test {
  protected:
   std::unique_ptr<EditorWindowController> makeController() {
-    return std::make_unique<EditorWindowController>(
-        /*isSmoke=*/false, /*headless=*/true, nullptr,
-        testSeams([this](const std::string& folder) { return factory(folder); }, &opened));
+    EditorWindowController::Seams seams;
+    seams.makeBridge = [this](const std::string& folder) { return factory(folder); };
+    seams.openExternally = [this](const std::string& url) { opened.push_back(url); };
+    return std::make_unique<EditorWindowController>(/*isSmoke=*/false, /*headless=*/true, nullptr,
+                                                    std::move(seams));
   }
 
   std::function<std::shared_ptr<contracts::BridgeHandling>(const std::string&)> factory =
@@ -60,9 +62,15 @@ class ShellLiveTest : public ::testing::Test {
   std::vector<std::string> opened;
 };
 
-TEST_F(ShellLiveTest, ApiCallsBeforeAFolderIsOpenAnswer503OnBothTransports) {
+// Before a folder is open: the API answers 503 on both transports, the
+// message handler answers its probe and refuses what is not an object, and
+// the shell channel hands known ops to their handler and logs the rest.
+TEST_F(ShellLiveTest, WithoutAFolderTheApiAnswers503AndTheHandlersAnswerOrRefuse) {
   auto controller = makeController();
   loadAndWait(*controller);
+  int opens = 0;
+  controller->shellMessages().onOpenFolder = [&] { ++opens; };
+  ::testing::internal::CaptureStderr();
   Json result = runScript(*controller, R"JS(
     await window.__vornaBridgeReady;
     const out = {};
@@ -72,43 +80,45 @@ TEST_F(ShellLiveTest, ApiCallsBeforeAFolderIsOpenAnswer503OnBothTransports) {
       out[mode] = { status: r.status, body: await r.text(),
                     cache: r.headers.get('Cache-Control'), type: r.headers.get('Content-Type') };
     }
+    const handler = window.webkit.messageHandlers.vorna;
+    const probe = await handler.postMessage({ op: '__probe', bodyBase64: btoa('vorna-probe-body') });
+    const invalid = await handler.postMessage({ op: '__probe', bodyBase64: 'dm9y bmE=' });
+    out.probe = { status: probe.status, headers: probe.headers, body: atob(probe.bodyBase64),
+                  invalid: atob(invalid.bodyBase64) };
+    out.refusals = [];
+    for (const message of ['plain', [1, 2], 7]) {
+      try { await handler.postMessage(message); out.refusals.push('answered'); }
+      catch (e) { out.refusals.push(e.message); }
+    }
+    const shell = window.webkit.messageHandlers.vornaShell;
+    shell.postMessage({ op: 'frobnicate' });
+    shell.postMessage('not an object');
+    shell.postMessage({ op: 'openFolder' });
     return JSON.stringify(out);
   )JS");
+  bool opened = runUntil([&] { return opens == 1; });
+  std::string errors = ::testing::internal::GetCapturedStderr();
   Json expected = {{"status", 503},
                    {"body", R"({"error":"no workspace open"})"},
                    {"cache", "no-store"},
                    {"type", "application/json"}};
   EXPECT_EQ(result["scheme"], expected);
   EXPECT_EQ(result["message"], expected);
-}
-
-TEST_F(ShellLiveTest, TheMessageHandlerAnswersProbesAndRefusesWhatIsNotAnObject) {
-  auto controller = makeController();
-  loadAndWait(*controller);
-  Json result = runScript(*controller, R"JS(
-    const handler = window.webkit.messageHandlers.vorna;
-    const probe = await handler.postMessage({ op: '__probe', bodyBase64: btoa('vorna-probe-body') });
-    const invalid = await handler.postMessage({ op: '__probe', bodyBase64: 'dm9y bmE=' });
-    const refusals = [];
-    for (const message of ['plain', [1, 2], 7]) {
-      try { await handler.postMessage(message); refusals.push('answered'); }
-      catch (e) { refusals.push(e.message); }
-    }
-    return JSON.stringify({ status: probe.status, headers: probe.headers,
-                            body: atob(probe.bodyBase64), invalid: atob(invalid.bodyBase64),
-                            refusals: refusals });
-  )JS");
-  std::string refusal = "vorna: expected an object";
   EXPECT_EQ(
-      result,
+      result["probe"],
       (Json{{"status", 200},
             {"headers", {{"Cache-Control", "no-store"}, {"Content-Type", "application/json"}}},
             {"body", R"({"bytes":16})"},
-            {"invalid", R"({"bytes":0})"},
-            {"refusals", {refusal, refusal, refusal}}}));
+            {"invalid", R"({"bytes":0})"}}));
+  std::string refusal = "vorna: expected an object";
+  EXPECT_EQ(result["refusals"], (Json{refusal, refusal, refusal}));
+  EXPECT_TRUE(opened);
+  EXPECT_EQ(errors, "Vorna: unknown shell op frobnicate\n");
 }
 
-TEST_F(ShellLiveTest, BlobBodiesArriveIntactOnBothTransports) {
+// Bodies cross both transports whole, answers carry no-store, HEAD answers
+// no body, a 204 a null one; an answer to a page that is gone is dropped.
+TEST_F(ShellLiveTest, BodiesAndAnswersCrossBothTransportsWhole) {
   auto controller = makeController();
   controller->useSmokeBridge(bridge);
   loadAndWait(*controller);
@@ -125,6 +135,17 @@ TEST_F(ShellLiveTest, BlobBodiesArriveIntactOnBothTransports) {
         file: await put(new File(['hello'], 'a.html'))
       };
     }
+    const head = async (url) => {
+      const r = await fetch(url, { method: 'HEAD' });
+      return [r.status, r.headers.get('Cache-Control'), r.headers.get('Content-Type'), await r.text()];
+    };
+    window.__vornaBridgeMode = 'scheme';
+    out.head = await head('/index.html');
+    out.apiHead = await head('/api/echo');
+    window.__vornaBridgeMode = 'message';
+    const r = await fetch('/api/nocontent', { method: 'DELETE' });
+    out.noContent = { status: r.status, nullBody: r.body === null,
+                      cache: r.headers.get('Cache-Control') };
     return JSON.stringify(out);
   )JS");
   for (const char* mode : {"scheme", "message"}) {
@@ -139,6 +160,22 @@ TEST_F(ShellLiveTest, BlobBodiesArriveIntactOnBothTransports) {
     EXPECT_EQ(sent["typed"]["sha256"], sha256("<p>hi</p>"));
     EXPECT_EQ(sent["file"]["bytes"], 5);
   }
+  EXPECT_EQ(result["head"], (Json{200, "no-store", "text/html; charset=utf-8", ""}));
+  EXPECT_EQ(result["apiHead"], (Json{200, "no-store", "application/json", ""}));
+  EXPECT_EQ(result["noContent"],
+            (Json{{"status", 204}, {"nullBody", true}, {"cache", "no-store"}}));
+  EXPECT_EQ(bridge->requests().back().method, "DELETE");
+
+  runScript(*controller, "fetch('/api/slow').catch(() => {}); return '{}';");
+  ASSERT_TRUE(runUntil([&] { return bridge->slowWaiting() == 1; }));
+  loadAndWait(*controller);  // the page that asked is gone
+  bridge->releaseSlow();
+  ASSERT_TRUE(runUntil([&] { return bridge->slowAnswered() == 1; }));
+  Json after = runScript(*controller, R"JS(
+    const r = await fetch('/api/echo', { method: 'PUT', body: 'still here' });
+    return JSON.stringify((await r.json()).bytes);
+  )JS");
+  EXPECT_EQ(after, 10);
 }
 
 TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
@@ -216,68 +253,6 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
   for (const contracts::BridgeRequest& request : bridge->requests()) {
     EXPECT_FALSE(request.body.empty()) << request.method << " " << request.op;
   }
-}
-
-TEST_F(ShellLiveTest, EveryAnswerCarriesNoStoreAndHeadAnswersCarryNoBody) {
-  auto controller = makeController();
-  controller->useSmokeBridge(bridge);
-  loadAndWait(*controller);
-  Json result = runScript(*controller, R"JS(
-    const look = async (url, init) => {
-      const r = await fetch(url, init);
-      const body = await r.text();
-      return [r.status, r.headers.get('Cache-Control'), r.headers.get('Content-Type'),
-              body.length > 1000 ? body.length : body];
-    };
-    await window.__vornaBridgeReady;
-    return JSON.stringify({
-      index: await look('/index.html'),
-      head: await look('/index.html', { method: 'HEAD' }),
-      api: await look('/api/echo', { method: 'PUT', body: 'xy' }),
-      apiHead: await look('/api/echo', { method: 'HEAD' })
-    });
-  )JS");
-  std::string indexPage = "The shell's own test page.";
-  EXPECT_EQ(result["index"][0], 200);
-  EXPECT_EQ(result["index"][1], "no-store");
-  EXPECT_EQ(result["index"][2], "text/html; charset=utf-8");
-  EXPECT_NE(result["index"][3].get<std::string>().find(indexPage), std::string::npos);
-  EXPECT_EQ(result["head"], (Json{200, "no-store", "text/html; charset=utf-8", ""}));
-  EXPECT_EQ(result["api"][1], "no-store");
-  EXPECT_EQ(contracts::parseJson(result["api"][3].get<std::string>()).value()["bytes"], 2);
-  EXPECT_EQ(result["apiHead"], (Json{200, "no-store", "application/json", ""}));
-}
-
-TEST_F(ShellLiveTest, AnAnswerToARequestThePageAbandonedIsDroppedQuietly) {
-  auto controller = makeController();
-  controller->useSmokeBridge(bridge);
-  loadAndWait(*controller);
-  runScript(*controller, "fetch('/api/slow').catch(() => {}); return '{}';");
-  ASSERT_TRUE(runUntil([&] { return bridge->slowWaiting() == 1; }));
-  loadAndWait(*controller);  // the page that asked is gone
-  bridge->releaseSlow();
-  ASSERT_TRUE(runUntil([&] { return bridge->slowAnswered() == 1; }));
-  Json after = runScript(*controller, R"JS(
-    const r = await fetch('/api/echo', { method: 'PUT', body: 'still here' });
-    return JSON.stringify((await r.json()).bytes);
-  )JS");
-  EXPECT_EQ(after, 10);
-}
-
-TEST_F(ShellLiveTest, A204OverTheMessageTransportHasANullBody) {
-  auto controller = makeController();
-  controller->useSmokeBridge(bridge);
-  loadAndWait(*controller);
-  Json result = runScript(*controller, R"JS(
-    await window.__vornaBridgeReady;
-    window.__vornaBridgeMode = 'message';
-    const r = await fetch('/api/nocontent', { method: 'DELETE' });
-    return JSON.stringify({ status: r.status, nullBody: r.body === null,
-                            cache: r.headers.get('Cache-Control') });
-  )JS");
-  EXPECT_EQ(result, (Json{{"status", 204}, {"nullBody", true}, {"cache", "no-store"}}));
-  ASSERT_EQ(bridge->requests().size(), 1u);
-  EXPECT_EQ(bridge->requests()[0].method, "DELETE");
 }
 
 TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
@@ -373,7 +348,12 @@ TEST_F(ShellLiveTest, WithoutAUsableCacheFolderTheBlockerIsCompiledForTheRunAlon
   EXPECT_EQ(listener.connections(), 0);
 }
 
-constexpr const char* kClickInFrame = R"JS(
+TEST_F(ShellLiveTest, ALinkClickedInASubFrameGoesToTheBrowserAndTheFrameStays) {
+  LoopbackListener listener;
+  std::string port = std::to_string(listener.port());
+  auto controller = makeController();
+  loadAndWait(*controller);
+  runScript(*controller, R"JS(
   const frame = document.createElement('iframe');
   frame.id = '__vornaSmokeFrame';
   await new Promise((resolve) => { frame.onload = resolve; document.body.appendChild(frame); });
@@ -384,14 +364,8 @@ constexpr const char* kClickInFrame = R"JS(
   (doc.body || doc.documentElement).appendChild(link);
   link.click();
   return '{}';
-)JS";
-
-TEST_F(ShellLiveTest, ALinkClickedInASubFrameGoesToTheBrowserAndTheFrameStays) {
-  LoopbackListener listener;
-  std::string port = std::to_string(listener.port());
-  auto controller = makeController();
-  loadAndWait(*controller);
-  runScript(*controller, kClickInFrame, port);
+)JS",
+            port);
   ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
   EXPECT_EQ(opened, (std::vector<std::string>{"https://127.0.0.1:" + port + "/clicked"}));
   Json where = runScript(*controller, R"JS(
@@ -496,29 +470,12 @@ TEST_F(ShellLiveTest, ClosingWaitsUntilThePageStoredItsDraftOrTheWaitRanOut) {
   }
 }
 
-TEST_F(ShellLiveTest, ShellMessagesReachTheirHandler) {
+// The storage shim stands in only where localStorage is refused; the bridge
+// shim installs once per document, however often its script runs.
+TEST_F(ShellLiveTest, TheShimsStandInOnlyWhereNeededAndInstallOnce) {
   auto controller = makeController();
   loadAndWait(*controller);
-  int opens = 0;
-  controller->shellMessages().onOpenFolder = [&] { ++opens; };
-  ::testing::internal::CaptureStderr();
-  runScript(*controller, R"JS(
-    const shell = window.webkit.messageHandlers.vornaShell;
-    shell.postMessage({ op: 'frobnicate' });
-    shell.postMessage('not an object');
-    shell.postMessage({ op: 'openFolder' });
-    return '{}';
-  )JS");
-  bool opened = runUntil([&] { return opens == 1; });
-  std::string errors = ::testing::internal::GetCapturedStderr();
-  EXPECT_TRUE(opened);
-  EXPECT_EQ(errors, "Vorna: unknown shell op frobnicate\n");
-}
-
-TEST_F(ShellLiveTest, TheStorageShimStandsInOnlyWhereLocalStorageIsRefused) {
-  auto controller = makeController();
-  loadAndWait(*controller);
-  Json result = runScript(*controller, R"JS(
+  Json storage = runScript(*controller, R"JS(
     const refusing = {};
     Object.defineProperty(refusing, 'localStorage',
                           { configurable: true, get() { throw new Error('refused'); } });
@@ -528,22 +485,17 @@ TEST_F(ShellLiveTest, TheStorageShimStandsInOnlyWhereLocalStorageIsRefused) {
     return JSON.stringify({ b: s.getItem('b'), missing: s.getItem('zz'),
                             real: window.localStorage instanceof Storage });
   )JS",
-                          UserScripts::all()[0].source);
-  EXPECT_EQ(result, (Json{{"b", "2"}, {"missing", nullptr}, {"real", true}}));
-}
-
-TEST_F(ShellLiveTest, TheBridgeShimInstallsOncePerDocument) {
-  auto controller = makeController();
-  loadAndWait(*controller);
+                           UserScripts::all()[0].source);
+  EXPECT_EQ(storage, (Json{{"b", "2"}, {"missing", nullptr}, {"real", true}}));
   std::string again =
       "const before = window.fetch; new Function(arg)();"
       "return JSON.stringify({ same: window.fetch === before,"
       " mode: await window.__vornaBridgeReady });";
-  EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
-            (Json{{"same", true}, {"mode", "scheme"}}));
-  loadAndWait(*controller);
-  EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
-            (Json{{"same", true}, {"mode", "scheme"}}));
+  for (int load = 0; load < 2; ++load) {
+    loadAndWait(*controller);
+    EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
+              (Json{{"same", true}, {"mode", "scheme"}}));
+  }
 }
 
 TEST(ShellWindowLiveTest, TheWindowRemembersItsSizeUnlessHeadless) {
