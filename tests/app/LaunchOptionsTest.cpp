@@ -39,6 +39,11 @@ TEST_F(LaunchOptionsTest, OpenTakesAFolderOrAPageInItsFolder) {
     EXPECT_EQ(refused.requestedPage, std::nullopt) << other;
   }
   EXPECT_FALSE(folder.selfTest());
+  // An open request from the desktop takes the first folder or page.
+  EXPECT_EQ(
+      openRequestTarget({(site / "notes.txt").string(), "/nowhere", (site / "a.HTML").string()}),
+      (PageTarget{site.string(), "a.HTML"}));
+  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
 }
 
 TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
@@ -56,9 +61,8 @@ TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
   EXPECT_TRUE(twice.isSmoke);
   EXPECT_EQ(twice.smokeFolder,
             recovery::standardisedPath(fs::current_path().string() + "/relative/dir"));
-}
 
-TEST_F(LaunchOptionsTest, HelpAndVersionTakeNoValue) {
+  // Help and version take no value.
   LaunchOptions both = LaunchOptions::scan({"--version", "x", "--help"});
   EXPECT_TRUE(both.showHelp);
   EXPECT_TRUE(both.showVersion);
@@ -88,13 +92,6 @@ TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
   EXPECT_EQ(run.e2eFolder, site.string());
   EXPECT_EQ(run.e2ePage, "a.HTML");
   EXPECT_EQ(run.e2eScenario, "save");
-}
-
-TEST_F(LaunchOptionsTest, AnOpenRequestTakesTheFirstFolderOrPage) {
-  std::string page = (site / "a.HTML").string();
-  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string(), "/nowhere", page}),
-            (PageTarget{site.string(), "a.HTML"}));
-  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
 }
 
 TEST(FirstTargetTest, PendingThenRequestedThenRemembered) {

@@ -22,7 +22,9 @@ bool spinUntil(const std::function<bool()>& done) {
   return done();
 }
 
-TEST(MainLoopTimerTest, RunsOnceAfterItsDelayAndCancelsItsPredecessor) {
+// Work runs once after its delay; a new start cancels its predecessor, and
+// cancelled or destroyed work never runs.
+TEST(MainLoopTimerTest, RunsOnceAfterItsDelayAndCancelledWorkNeverRuns) {
   std::vector<std::string> ran;
   MainLoopTimer timer;
   timer.start(1ms, [&] { ran.push_back("first"); });
@@ -30,14 +32,6 @@ TEST(MainLoopTimerTest, RunsOnceAfterItsDelayAndCancelsItsPredecessor) {
   EXPECT_TRUE(timer.pending());
   ASSERT_TRUE(spinUntil([&] { return !ran.empty(); }));
   EXPECT_FALSE(timer.pending());
-  MainLoopTimer marker;
-  bool markerRan = false;
-  marker.start(20ms, [&] { markerRan = true; });
-  ASSERT_TRUE(spinUntil([&] { return markerRan; }));
-  EXPECT_EQ(ran, (std::vector<std::string>{"second"}));
-}
-
-TEST(MainLoopTimerTest, CancelledOrDestroyedWorkNeverRuns) {
   bool cancelledRan = false;
   bool destroyedRan = false;
   MainLoopTimer cancelled;
@@ -53,6 +47,7 @@ TEST(MainLoopTimerTest, CancelledOrDestroyedWorkNeverRuns) {
   MainLoopTimer marker;
   marker.start(20ms, [&] { markerRan = true; });
   ASSERT_TRUE(spinUntil([&] { return markerRan; }));
+  EXPECT_EQ(ran, (std::vector<std::string>{"second"}));
   EXPECT_FALSE(cancelledRan);
   EXPECT_FALSE(destroyedRan);
 }

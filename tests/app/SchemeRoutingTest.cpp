@@ -48,8 +48,6 @@ class SchemeRoutingTest : public ::testing::Test {
   void SetUp() override {
     fs::create_directories(root / "_app" / "sub");
     temp.write("_app/index.html", "<p>editor</p>");
-    temp.write("_app/MAIN.JS", "run()");
-    temp.write("_app/LICENSE", "text");
     temp.write("secret.txt", "outside");
     fs::create_symlink(root / "secret.txt", root / "_app" / "leak.txt");
     fs::create_symlink(root / "_app" / "index.html", root / "_app" / "alias.html");
@@ -67,6 +65,7 @@ class SchemeRoutingTest : public ::testing::Test {
   std::shared_ptr<HostContext> host;
 };
 
+// Types by extension: FileBridgeReadTest, through the same table.
 TEST_F(SchemeRoutingTest, TheRootServesIndexWithItsTypeAndDate) {
   struct timespec times[2] = {{1772546709, 0}, {1772546709, 0}};  // 2026-03-03 14:05:09 UTC
   ASSERT_EQ(::utimensat(AT_FDCWD, (root / "_app" / "index.html").c_str(), times, 0), 0);
@@ -80,12 +79,6 @@ TEST_F(SchemeRoutingTest, TheRootServesIndexWithItsTypeAndDate) {
   }
   EXPECT_EQ(get("vorna://app/index.html", "head").body, "");
   EXPECT_EQ(get("vorna://app/index.html", "PUT").body, "<p>editor</p>");
-}
-
-TEST_F(SchemeRoutingTest, TypesComeFromTheLowerCasedExtension) {
-  EXPECT_EQ(get("vorna://app/MAIN.JS").headers.at("Content-Type"),
-            "text/javascript; charset=utf-8");
-  EXPECT_EQ(get("vorna://app/LICENSE").headers.at("Content-Type"), "application/octet-stream");
 }
 
 TEST_F(SchemeRoutingTest, PathsThatLeaveTheEditorFolderAreRefused) {

@@ -133,13 +133,6 @@ class VolumeTrashTest : public FreedesktopTrashTest {
   VolumeTrashTest() { tmp.makeFolder("volume"); }
 };
 
-TEST_F(VolumeTrashTest, APrivateFolderAtTheTopServesWhenThereIsNoSharedTrash) {
-  EXPECT_EQ(trash().volumeTrash(top), top + "/.Trash-" + uid);
-  EXPECT_EQ(statOf(top + "/.Trash-" + uid).st_mode & 0777, 0700u);
-  EXPECT_TRUE(S_ISDIR(statOf(top + "/.Trash-" + uid + "/files").st_mode));
-  EXPECT_TRUE(S_ISDIR(statOf(top + "/.Trash-" + uid + "/info").st_mode));
-}
-
 TEST_F(VolumeTrashTest, AStickySharedTrashIsUsedOnlyWhenItIsARealFolder) {
   tmp.makeFolder("volume/.Trash");
   ASSERT_EQ(::chmod((top + "/.Trash").c_str(), 0777), 0);
@@ -168,10 +161,13 @@ TEST_F(VolumeTrashTest, APrivateTrashThatIsALinkIsRefused) {
   }
 }
 
+// Without a shared trash a private folder at the top serves.
 TEST_F(VolumeTrashTest, ARecordInAVolumeTrashHoldsThePathFromTheTop) {
   tmp.makeFolder("volume/site");
   tmp.write("volume/site/page.html", "x");
   FreedesktopTrash::Location location{trash().volumeTrash(top), top};
+  EXPECT_EQ(location.directory, top + "/.Trash-" + uid);
+  EXPECT_EQ(statOf(top + "/.Trash-" + uid).st_mode & 0777, 0700u);
   EXPECT_EQ(trash().trashInto(location, top + "/site/page.html"),
             top + "/.Trash-" + uid + "/files/page.html");
   EXPECT_EQ(tmp.read("volume/.Trash-" + uid + "/info/page.html.trashinfo"),

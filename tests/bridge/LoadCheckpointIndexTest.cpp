@@ -39,11 +39,8 @@ TEST_F(LoadCheckpointIndexTest, OneVersionIsRetainedOnceAndEachNewVersionAgain) 
   EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v2")).value()), "v2");
   EXPECT_EQ(index.payloadURL(page, sha("v3")), std::nullopt);
   EXPECT_EQ(index.payloadURL(tmp / "w/other.html", sha("v1")), std::nullopt);
-}
 
-TEST_F(LoadCheckpointIndexTest, APayloadThatVanishedIsForgottenAndRetainedAnew) {
-  LoadCheckpointIndex index(store, sink);
-  index.checkpoint(page, "v1", sha("v1"));
+  // A payload that vanished is forgotten and retained anew.
   const std::string first = index.payloadURL(page, sha("v1")).value();
   ASSERT_EQ(::unlink(first.c_str()), 0);
   EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
@@ -100,7 +97,7 @@ TEST_F(LoadCheckpointIndexTest, NotingAKnownVersionKeepsTheSurvivingOlderCopy) {
   EXPECT_EQ(index.payloadURL(page, sha("v1")), newer.payloadPath);
 }
 
-TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainLater) {
+TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainAFailedListingIsNot) {
   testing::FaultInjectingFileSystem faulty;
   storage::RecoveryStore failingStore(tmp / "failing", faulty);
   faulty.failWhere(testing::FsCall::open, ".bin", ENOSPC);
@@ -115,18 +112,14 @@ TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainLater) {
   faulty.clearFaults();
   index.checkpoint(page, "v1", sha("v1"));
   EXPECT_TRUE(index.payloadURL(page, sha("v1")).has_value());
-}
 
-TEST_F(LoadCheckpointIndexTest, AStoreThatCannotBeListedLeavesTheIndexEmpty) {
-  testing::FaultInjectingFileSystem faulty;
-  storage::RecoveryStore failingStore(tmp / "failing", faulty);
-  failingStore.retain("v1", RecoveryKind::displacedExpected, page);
+  // A store that cannot be listed leaves a new index empty, and seeding is
+  // not retried within one index.
   faulty.failWhere(testing::FsCall::listDirectory, "failing", EIO);
-  LoadCheckpointIndex index(failingStore, sink);
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  LoadCheckpointIndex unlisted(failingStore, sink);
+  EXPECT_EQ(unlisted.payloadURL(page, sha("v1")), std::nullopt);
   faulty.clearFaults();
-  // Seeding is not retried within one index.
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  EXPECT_EQ(unlisted.payloadURL(page, sha("v1")), std::nullopt);
 }
 
 }  // namespace

@@ -16,18 +16,6 @@ std::vector<std::string> sorted(std::vector<std::string> paths) {
   return paths;
 }
 
-TEST(SeenStatesTest, ExchangeReturnsTheTokenItReplaces) {
-  SeenStates states;
-  EXPECT_EQ(states.exchange("/w/a.html", item(1, 10)), std::nullopt);
-  EXPECT_EQ(states.exchange("/w/b.html", item(2, 20)), std::nullopt);
-  EXPECT_EQ(states.exchange("/w/a.html", item(3, 30)), item(1, 10));
-  EXPECT_EQ(states.find("/w/a.html"), item(3, 30));
-  EXPECT_EQ(states.find("/w/b.html"), item(2, 20));
-  EXPECT_EQ(states.find("/w/c.html"), std::nullopt);
-  EXPECT_EQ(states.find("/other/a.html"), std::nullopt);
-  EXPECT_EQ(states.size(), 2u);
-}
-
 TEST(SeenStatesTest, PathsBelowAFolderLeaveOutTheFolderAndItsNamesakeSiblings) {
   SeenStates states;
   for (const char* path : {"/w/docs", "/w/docs/a.html", "/w/docs/sub", "/w/docs/sub/b.html",
@@ -46,11 +34,6 @@ TEST(SeenStatesTest, PathsBelowAFolderLeaveOutTheFolderAndItsNamesakeSiblings) {
   EXPECT_EQ(paths(states.entriesBelow("/w/nothing")), std::vector<std::string>{});
   EXPECT_EQ(paths(states.entriesIn("/w/docs")),
             (std::vector<std::string>{"/w/docs/a.html", "/w/docs/sub"}));
-
-  std::vector<std::string> all;
-  states.forEach([&](const std::string& path, const StateToken&) { all.push_back(path); });
-  EXPECT_EQ(all.size(), 7u);
-  EXPECT_EQ(sorted(all).front(), "/w/docs");
 }
 
 }  // namespace

@@ -43,6 +43,7 @@ TEST_F(TargetResolutionTest, AcceptsAnInsidePathRebasedUnderTheRoot) {
   EXPECT_EQ(resolve({{"to", site + "/new.html"}}, "to"), TargetResult(site + "/new.html"));
 }
 
+// Which paths are inside: WorkspaceBoundaryTest.
 TEST_F(TargetResolutionTest, RefusalsNameTheParameterNeverThePath) {
   tmp.symlink("loop", "w/site/loop");
   tmp.symlink(tmp / "elsewhere", "w/site/docs");
@@ -57,8 +58,6 @@ TEST_F(TargetResolutionTest, RefusalsNameTheParameterNeverThePath) {
       {{{"path", "/a"}}, "to", R"({"error":"missing to"})"},
       {{{"path", "a.html"}}, "path", R"({"error":"path must be absolute"})"},
       {{{"to", "./a.html"}}, "to", R"({"error":"to must be absolute"})"},
-      {{{"path", site + "/../other/x"}}, "path", R"({"error":"path is outside the workspace"})"},
-      {{{"path", site + "2/a"}}, "path", R"({"error":"path is outside the workspace"})"},
       {{{"path", site + "/docs/x"}}, "path", R"({"error":"path is outside the workspace"})"},
       {{{"to", site + "/loop/x"}}, "to", R"({"error":"to is outside the workspace"})"},
   };

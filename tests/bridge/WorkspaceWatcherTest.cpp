@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -87,29 +88,19 @@ class Recorder {
 };
 
 // Lets a test hold the queue inside a callback.
-class Gate {
- public:
+struct Gate {
+  std::promise<void> entered, opened;
+  std::shared_future<void> open = opened.get_future().share();
+  std::atomic<bool> once{false};
   void enterAndWait() {
-    std::unique_lock guard(mutex_);
-    entered_ = true;
-    changed_.notify_all();
-    changed_.wait_for(guard, kPatience, [&] { return open_; });
+    if (!once.exchange(true)) {
+      entered.set_value();
+    }
+    open.wait_for(kPatience);
   }
   bool waitEntered() {
-    std::unique_lock guard(mutex_);
-    return changed_.wait_for(guard, kPatience, [&] { return entered_; });
+    return entered.get_future().wait_for(kPatience) == std::future_status::ready;
   }
-  void open() {
-    std::lock_guard guard(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool entered_ = false;
-  bool open_ = false;
 };
 
 class WorkspaceWatcherTest : public ::testing::Test {
@@ -245,7 +236,7 @@ TEST_F(WorkspaceWatcherTest, OverflowRescansAndReportsWhatTheLostRecordsHeld) {
   move(at("old.html"), at("moved.html"));
   ::testing::internal::CaptureStderr();
   watcher.simulateOverflow();
-  gate.open();
+  gate.opened.set_value();
 
   // The marker must not be written before the rescan, which would drop its record too.
   ASSERT_TRUE(recorder.waitFor(at("page.html")));
@@ -286,7 +277,7 @@ TEST_F(WorkspaceWatcherTest, StopWaitsForTheRunningCallbackAndNoneFollows) {
     stopped = true;
   });
   EXPECT_FALSE(testing::eventually([&] { return stopped.load(); }, 100ms)) << "stop did not wait";
-  gate.open();
+  gate.opened.set_value();
   stopper.join();
   EXPECT_TRUE(callbackDone);
   // The other four files were batched with the first and are never delivered.

@@ -61,10 +61,8 @@ TEST_F(SmokeBridgeTest, PathsAreCheckedBeforeTheOp) {
       {std::nullopt, "path is required"},
       {"", "path is required"},
       {"site/a.html", "path must be absolute"},
-      {"/etc/hosts", "path is outside the workspace"},
+      // Which paths are inside: WorkspaceBoundaryTest and the smoke check.
       {root + "/../secret.txt", "path is outside the workspace"},
-      {root + "/../../../../../etc/hosts", "path is outside the workspace"},
-      {root + "-other/a.html", "path is outside the workspace"},
   };
   for (const Case& c : cases) {
     for (const char* op : {"file", "list", "stat"}) {
