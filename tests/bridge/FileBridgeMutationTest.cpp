@@ -40,7 +40,7 @@ TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
   EXPECT_EQ(get("file", page).status, 200);
   BridgeResponse response = save(page, "<p>new</p>", sha("<p>old</p>"));
   EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.headers, jsonHeaders());
+  EXPECT_EQ(response.headers, kJsonHeaders);
   EXPECT_EQ(response.body, saveResultBody(page, 10, sha("<p>new</p>")));
   EXPECT_EQ(tmp.read("w/index.html"), "<p>new</p>");
 

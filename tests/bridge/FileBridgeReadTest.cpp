@@ -32,6 +32,7 @@ TEST_F(FileBridgeReadTest, UnmatchedMethodOrOpIsAnUnknownOp) {
   }
 }
 
+// Names that are not UTF-8 are left out, with one log line.
 TEST_F(FileBridgeReadTest, ListsVisibleNamesInNaturalOrderWithTheirKinds) {
   for (const char* name :
        {"b.html", "A.html", "page10.html", "page2.html", ".git", "q\"\\\t.html", "é.html"}) {
@@ -41,15 +42,20 @@ TEST_F(FileBridgeReadTest, ListsVisibleNamesInNaturalOrderWithTheirKinds) {
   tmp.makeFolder("w/.hidden");
   tmp.symlink(root + "/img", "w/pictures");
   tmp.symlink(root + "/nowhere", "w/dangling");
+  tmp.write("w/bad\xff.html", "x");
+  tmp.write("w/worse\xc3(.html", "x");
   BridgeResponse response = get("list", root);
   EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.headers, jsonHeaders());
+  EXPECT_EQ(response.headers, kJsonHeaders);
   EXPECT_EQ(response.body,
             R"([{"kind":"file","name":"A.html"},{"kind":"file","name":"b.html"},)"
             R"({"kind":"file","name":"dangling"},{"kind":"directory","name":"img"},)"
             R"({"kind":"file","name":"page2.html"},{"kind":"file","name":"page10.html"},)"
             R"({"kind":"directory","name":"pictures"},{"kind":"file","name":"q\"\\\t.html"},)"
             R"({"kind":"file","name":"é.html"}])");
+  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Vorna bridge: list of " + root +
+                                                   " left out 2 name(s) that are not valid "
+                                                   "UTF-8\n"}));
 }
 
 TEST_F(FileBridgeReadTest, NaturalOrderFoldsCaseComparesNumbersAndKeepsTies) {
@@ -72,18 +78,6 @@ TEST_F(FileBridgeReadTest, NaturalOrderFoldsCaseComparesNumbersAndKeepsTies) {
   ties = {"b", "a", "B"};
   sortNaturally(ties);
   EXPECT_EQ(ties, (std::vector<std::string>{"a", "b", "B"}));
-}
-
-TEST_F(FileBridgeReadTest, NamesThatAreNotUtf8AreLeftOutWithOneLogLine) {
-  tmp.write("w/good.html", "x");
-  tmp.write("w/bad\xff.html", "x");
-  tmp.write("w/worse\xc3(.html", "x");
-  BridgeResponse response = get("list", root);
-  EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.body, R"([{"kind":"file","name":"good.html"}])");
-  EXPECT_EQ(log.lines(), (std::vector<std::string>{"Vorna bridge: list of " + root +
-                                                   " left out 2 name(s) that are not valid "
-                                                   "UTF-8\n"}));
 }
 
 TEST_F(FileBridgeReadTest, PathParametersAreRefusedBeforeAnythingIsRead) {

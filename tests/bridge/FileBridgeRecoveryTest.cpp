@@ -140,17 +140,15 @@ TEST_F(FileBridgeRecoveryTest, ResolveWritesTheChosenCandidateOnlyOverTheDiskItN
                        {"disk", sha("foreign")}}),
               409, "stale");
   EXPECT_FALSE(tmp.exists("w/index.html"));
-}
 
-TEST_F(FileBridgeRecoveryTest, ResolveRefusesAConflictWhosePageIsOutsideTheWorkspace) {
+  // A conflict whose page is outside the workspace is refused.
   tmp.makeFolder("outside");
   tmp.write("outside/x.html", "x");
   contracts::ConflictRecord outside =
       service()->recordConflict(tmp / "outside/x.html", std::string_view("base"), {});
   expectError(
-      call("POST", "resolve",
-           {{"id", outside.id}, {"choose", outside.candidates.at(0).id}, {"disk", sha("x")}}),
-      400, "conflict page is outside the workspace");
+      resolve({{"id", outside.id}, {"choose", outside.candidates[0].id}, {"disk", sha("x")}}), 400,
+      "conflict page is outside the workspace");
   EXPECT_EQ(tmp.read("outside/x.html"), "x");
 }
 

@@ -1,11 +1,11 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "MainContext.h"
 #include "bridge/GioDesktopActions.h"
 #include "support/TempDir.h"
 
@@ -21,26 +21,6 @@ constexpr const char* kInterfaceXml = R"(
     </method>
   </interface>
 </node>)";
-
-// Runs the default main context, as the application's main thread does,
-// until `done` holds or ten seconds pass; says whether it held.
-bool runMainContextUntil(const std::function<bool()>& done) {
-  bool timedOut = false;
-  guint timer = g_timeout_add_seconds(
-      10,
-      [](gpointer flag) -> gboolean {
-        *static_cast<bool*>(flag) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!done() && !timedOut) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  if (!timedOut) {
-    g_source_remove(timer);
-  }
-  return done();
-}
 
 // Stands in for the desktop's file manager: owns its name on the bus and
 // records each ShowItems call. Calls arrive through the default main context.
@@ -155,7 +135,7 @@ TEST_F(GioDesktopActionsTest, RevealAsksTheFileManagerToShowTheItem) {
   actions(address).reveal(tmp / "site/a b.html");
   // Nothing happens until the main context runs: the call was only posted.
   EXPECT_TRUE(fileManager.calls.empty());
-  ASSERT_TRUE(runMainContextUntil([&] { return !fileManager.calls.empty(); }));
+  ASSERT_TRUE(testing::runUntil([&] { return !fileManager.calls.empty(); }));
   EXPECT_EQ(
       fileManager.calls,
       (std::vector<std::vector<std::string>>{{"file://" + tmp.path() + "/site/a%20b.html", ""}}));
@@ -164,19 +144,19 @@ TEST_F(GioDesktopActionsTest, RevealAsksTheFileManagerToShowTheItem) {
 
 TEST_F(GioDesktopActionsTest, WithoutAFileManagerOrABusTheFolderIsOpenedInstead) {
   actions(address).reveal(tmp / "site/a.html");
-  ASSERT_TRUE(runMainContextUntil([&] { return !launched.empty(); }));
+  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
   EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/site"}));
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_TRUE(lines[0].starts_with("Vorna bridge: no file manager showed file://")) << lines[0];
   actions("unix:path=" + tmp / "no-bus").reveal(tmp / "a.html");
-  ASSERT_TRUE(runMainContextUntil([&] { return launched.size() == 2; }));
+  ASSERT_TRUE(testing::runUntil([&] { return launched.size() == 2; }));
   EXPECT_EQ(launched[1], "file://" + tmp.path());
 }
 
 TEST_F(GioDesktopActionsTest, OpenHandsTheFileUriToTheLauncherOnTheMainContext) {
   actions(address).open(tmp / "doc.pdf");
   EXPECT_TRUE(launched.empty());
-  ASSERT_TRUE(runMainContextUntil([&] { return !launched.empty(); }));
+  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
   EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/doc.pdf"}));
   // Names that are not UTF-8 are escaped byte for byte.
   EXPECT_EQ(GioDesktopActions::fileUri("/w/bad\xff name.html"), "file:///w/bad%FF%20name.html");

@@ -8,20 +8,6 @@
 
 namespace vorna::app::testing {
 
-bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    g_main_context_iteration(nullptr, FALSE);
-    if (!g_main_context_pending(nullptr)) {
-      g_usleep(1000);
-    }
-  }
-  return true;
-}
-
 namespace {
 
 struct ScriptCall {

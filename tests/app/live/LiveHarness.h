@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "../../bridge/MainContext.h"
 #include "app/EditorWindowController.h"
 #include "contracts/Json.h"
 
@@ -12,8 +13,7 @@ namespace vorna::app::testing {
 
 using namespace std::chrono_literals;
 
-// Runs the main loop until `done` holds; false when `limit` passes first.
-bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 15s);
+using vorna::testing::runUntil;
 
 // Runs an async function body in the page's world (it may await) and returns
 // what it returns, which must be a JSON text; the test fails on a script error

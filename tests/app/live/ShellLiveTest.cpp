@@ -1,9 +1,5 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -244,7 +240,7 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
   }
 }
 
-TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
+TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHostAndLinksGoToTheBrowser) {
   LoopbackListener listener;
   std::string port = std::to_string(listener.port());
   auto controller = makeController();
@@ -296,6 +292,29 @@ TEST_F(ShellLiveTest, NothingLoadsFromOutsideTheHost) {
   }
   EXPECT_EQ(controller->externalOpenAttempts(), 0);
   EXPECT_TRUE(opened.empty());
+
+  // A link clicked in a sub-frame goes to the browser, and the frame stays.
+  runScript(*controller, R"JS(
+    const frame = document.createElement('iframe');
+    frame.id = '__vornaSmokeFrame';
+    await new Promise((resolve) => { frame.onload = resolve; document.body.appendChild(frame); });
+    const doc = frame.contentDocument;
+    const link = doc.createElement('a');
+    link.href = 'https://127.0.0.1:' + arg + '/clicked';
+    (doc.body || doc.documentElement).appendChild(link);
+    link.click();
+    return '{}';
+  )JS",
+            port);
+  ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
+  EXPECT_EQ(opened, (std::vector<std::string>{"https://127.0.0.1:" + port + "/clicked"}));
+  Json where = runScript(*controller, R"JS(
+    const frame = document.getElementById('__vornaSmokeFrame');
+    let href;
+    try { href = frame.contentWindow.location.href; } catch (e) { href = 'cross-origin'; }
+    return JSON.stringify({ top: location.protocol, frame: href });
+  )JS");
+  EXPECT_EQ(where, (Json{{"top", "vorna:"}, {"frame", "about:blank"}}));
   EXPECT_EQ(listener.connections(), 0);
 
   // The listener does count: one connection of the test's own.
@@ -337,38 +356,8 @@ TEST_F(ShellLiveTest, WithoutAUsableCacheFolderTheBlockerIsCompiledForTheRunAlon
   EXPECT_EQ(listener.connections(), 0);
 }
 
-TEST_F(ShellLiveTest, ALinkClickedInASubFrameGoesToTheBrowserAndTheFrameStays) {
-  LoopbackListener listener;
-  std::string port = std::to_string(listener.port());
-  auto controller = makeController();
-  loadAndWait(*controller);
-  runScript(*controller, R"JS(
-  const frame = document.createElement('iframe');
-  frame.id = '__vornaSmokeFrame';
-  await new Promise((resolve) => { frame.onload = resolve; document.body.appendChild(frame); });
-  const doc = frame.contentDocument;
-  const link = doc.createElement('a');
-  link.href = 'https://127.0.0.1:' + arg + '/clicked';
-  link.textContent = 'reference';
-  (doc.body || doc.documentElement).appendChild(link);
-  link.click();
-  return '{}';
-)JS",
-            port);
-  ASSERT_TRUE(runUntil([&] { return controller->externalOpenAttempts() == 1; }));
-  EXPECT_EQ(opened, (std::vector<std::string>{"https://127.0.0.1:" + port + "/clicked"}));
-  Json where = runScript(*controller, R"JS(
-    const frame = document.getElementById('__vornaSmokeFrame');
-    let href;
-    try { href = frame.contentWindow.location.href; } catch (e) { href = 'cross-origin'; }
-    return JSON.stringify({ top: location.protocol, frame: href });
-  )JS");
-  EXPECT_EQ(where, (Json{{"top", "vorna:"}, {"frame", "about:blank"}}));
-  EXPECT_EQ(listener.connections(), 0);
-}
-
 // Changes reaching the page: e2e outside-write-events and the smoke check.
-TEST_F(ShellLiveTest, OpeningAFolderLoadsItAndStopsTheOldBridgeFirst) {
+TEST_F(ShellLiveTest, OpeningAFolderLoadsItStopsTheOldBridgeFirstOrLeavesNone) {
   std::filesystem::path folder = std::filesystem::temp_directory_path() / "vorna live/a b/é";
   std::filesystem::create_directories(folder);
   std::vector<std::shared_ptr<FakeBridge>> built;
@@ -401,25 +390,22 @@ TEST_F(ShellLiveTest, OpeningAFolderLoadsItAndStopsTheOldBridgeFirst) {
   EXPECT_EQ(seenAtBuild,
             (std::vector<std::string>{" no bridge", "stop " + folder.string() + " no bridge"}));
   EXPECT_EQ(controller->host()->bridge(), built[1]);
-  std::filesystem::remove_all(std::filesystem::temp_directory_path() / "vorna live");
-}
 
-TEST_F(ShellLiveTest, AFolderThatCannotBeOpenedLeavesNoBridge) {
-  auto controller = makeController();
-  controller->useSmokeBridge(bridge);
+  // A folder that cannot be opened leaves no bridge; the old one stays until
+  // the page had its chance to store a draft.
   factory = [](const std::string&) -> std::shared_ptr<contracts::BridgeHandling> {
     throw std::runtime_error("the recovery store is not writable");
   };
   ::testing::internal::CaptureStderr();
   controller->openFolder("/tmp", std::nullopt);
-  // The old bridge stays until the page had its chance to store a draft.
-  EXPECT_EQ(controller->bridge(), bridge);
+  EXPECT_EQ(controller->bridge(), built[1]);
   runUntil([&] { return controller->bridge() == nullptr; });
   std::string errors = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(errors, "Vorna: Could not open that folder: the recovery store is not writable\n");
   EXPECT_EQ(controller->bridge(), nullptr);
   EXPECT_EQ(controller->host()->bridge(), nullptr);
-  EXPECT_EQ(bridge->log(), (std::vector<std::string>{"stop /fake/workspace"}));
+  EXPECT_EQ(built[1]->log().back(), "stop " + folder.parent_path().string());
+  std::filesystem::remove_all(std::filesystem::temp_directory_path() / "vorna live");
 }
 
 // The page's answer to the host's question before it goes: a draft stored
