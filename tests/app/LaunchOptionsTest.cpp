@@ -79,9 +79,7 @@ TEST_F(LaunchOptionsTest, UnknownArgumentsAreIgnoredWithOneLine) {
                                        "\" \"--frob\" \"a?b\" (not an option; open a folder or "
                                        "page with --open PATH)\n");
   EXPECT_EQ(LaunchOptions::scan({"--open", site.string()}).ignoredLine(), std::nullopt);
-}
-
-TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
+  // End to end needs both a folder and a scenario.
   EXPECT_FALSE(LaunchOptions::scan({"--e2e", site.string()}).isE2E);
   EXPECT_FALSE(
       LaunchOptions::scan({"--e2e", (site / "missing").string(), "--scenario", "s"}).isE2E);

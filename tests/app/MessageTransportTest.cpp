@@ -41,9 +41,7 @@ TEST(BridgeMessageTest, AbsentOrMistypedKeysTakeTheirDefaults) {
   // Headers arrive as sent.
   EXPECT_EQ(BridgeMessage::decode({{"method", "PUT"}, {"headers", {{"x-vn-base", "ab"}}}})->headers,
             (std::map<std::string, std::string>{{"x-vn-base", "ab"}}));
-}
-
-TEST(MessageReplyTest, RepliesCarryNoStoreAndTheBodyInBase64) {
+  // Replies carry no-store and the body in base64.
   contracts::BridgeResponse response{
       409, {{"cache-control", "max-age=5"}, {"X-VN-Fingerprint", "ab"}}, "conflict"};
   EXPECT_EQ(MessageReply::from(response),

@@ -92,9 +92,7 @@ TEST_F(SchemeRoutingTest, PathsThatLeaveTheEditorFolderAreRefused) {
   EXPECT_EQ(get("vorna://app/100%25%zz.css"), HTTPReply::error(404, "not found: 100%25%zz.css"));
   EXPECT_EQ(get("vorna://app/index.html%00.png"),
             HTTPReply::error(404, std::string("not found: index.html\0.png", 26)));
-}
-
-TEST_F(SchemeRoutingTest, WithoutAnEditorFolderEveryFileIsA500) {
+  // Without an editor folder every file is a 500.
   HostContext bare(std::nullopt);
   EXPECT_EQ(AppSchemeHandler::file("vorna://app/index.html", bare, false),
             HTTPReply::error(500, "the editor (_app/) was not found next to this executable"));

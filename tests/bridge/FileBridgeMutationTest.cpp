@@ -21,18 +21,6 @@ std::string saveResultBody(const std::string& path, size_t bytes, const std::str
 class FileBridgeMutationTest : public BridgeTest {
  protected:
   const std::string page = root + "/index.html";
-
-  // The roles of a conflict's candidates with the bytes each one holds.
-  std::vector<std::pair<std::string, std::string>> candidatesOf(const Json& conflict) {
-    std::vector<std::pair<std::string, std::string>> roles;
-    for (const Json& candidate : conflict["candidates"]) {
-      BridgeResponse bytes = call("GET", "candidate", {{"id", candidate["id"]}});
-      EXPECT_EQ(bytes.status, 200);
-      EXPECT_EQ(candidate["fingerprint"], sha(bytes.body));
-      roles.emplace_back(candidate["role"], bytes.body);
-    }
-    return roles;
-  }
 };
 
 TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
@@ -51,6 +39,18 @@ TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
   EXPECT_EQ(drafts[0].baseFingerprint, sha("<p>old</p>"));
   EXPECT_EQ(bridge().checkpoints().payloadURL(page, sha("<p>new</p>")),
             service()->draftPayloadURL(drafts[0].id));
+  // A huge body is saved and read back whole.
+  std::string huge(24 << 20, 'a');
+  for (size_t i = 0; i < huge.size(); i += 4096) {
+    huge[i] = static_cast<char>('a' + (i / 4096) % 26);
+  }
+  EXPECT_EQ(create(root + "/big.md", huge).status, 200);
+  BridgeResponse read = get("file", root + "/big.md");
+  EXPECT_EQ(read.headers.at("X-VN-Fingerprint"), sha(huge));
+  EXPECT_TRUE(read.body == huge);
+  huge[7] = '!';
+  EXPECT_EQ(save(root + "/big.md", huge, sha(read.body)).status, 200);
+  EXPECT_TRUE(tmp.read("w/big.md") == huge);
 }
 
 TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidates) {
@@ -66,7 +66,13 @@ TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidate
   EXPECT_EQ(answer["fingerprint"], sha("<p>foreign</p>"));
   EXPECT_FALSE(answer.contains("conflict_error"));
   EXPECT_EQ(answer["conflict"]["pagePath"], page);
-  EXPECT_EQ(candidatesOf(answer["conflict"]),
+  std::vector<std::pair<std::string, std::string>> roles;
+  for (const Json& candidate : answer["conflict"]["candidates"]) {
+    BridgeResponse bytes = call("GET", "candidate", {{"id", candidate["id"]}});
+    EXPECT_EQ(candidate["fingerprint"], sha(bytes.body));
+    roles.emplace_back(candidate["role"], bytes.body);
+  }
+  EXPECT_EQ(roles,
             (std::vector<std::pair<std::string, std::string>>{
                 {"base", "<p>old</p>"}, {"editor", "<p>mine</p>"}, {"disk", "<p>foreign</p>"}}));
   EXPECT_EQ(bodyJson(call("GET", "conflicts")), Json::array({answer["conflict"]}));
@@ -162,10 +168,17 @@ TEST_F(FileBridgeMutationTest, RefusalsAndFailuresAnswerTheirReason) {
   }
 }
 
+// Onto a file: e2e file-operations. Something another program makes at the
+// destination after the bridge looked is never replaced either.
 TEST_F(FileBridgeMutationTest, RenameRefusesTheRootMissingSourcesAndExistingDestinations) {
-  // Onto a file: e2e file-operations.
   tmp.write("w/a.html", "a");
   tmp.makeFolder("w/empty");
+  tmp.makeFolder("w/docs");
+  testing::FaultInjectingFileSystem faulty;
+  faulty.beforeCall(testing::FsCall::rename, [&](const std::string& from) {
+    tmp.write(from == root + "/a.html" ? "w/b.html" : "w/pages", "someone else's");
+  });
+  fs = &faulty;
   auto rename = [&](Query query) { return call("POST", "rename", std::move(query)); };
   expectError(rename({{"path", root}, {"to", root + "/x"}}), 400,
               "the workspace folder is not a rename target");
@@ -176,21 +189,8 @@ TEST_F(FileBridgeMutationTest, RenameRefusesTheRootMissingSourcesAndExistingDest
   expectError(rename({{"path", root + "/a.html"}, {"to", root + "/empty"}}), 409,
               "destination exists");
   expectError(rename({{"path", root + "/a.html"}}), 400, "missing to");
-  EXPECT_EQ(tmp.read("w/a.html"), "a");
-}
-
-// Something another program makes at the destination after the bridge
-// looked is never replaced.
-TEST_F(FileBridgeMutationTest, RenameNeverReplacesWhatAppearedAfterTheLook) {
-  tmp.write("w/a.html", "a");
-  tmp.makeFolder("w/docs");
-  testing::FaultInjectingFileSystem faulty;
-  faulty.beforeCall(testing::FsCall::rename, [&](const std::string& from) {
-    tmp.write(from == root + "/a.html" ? "w/b.html" : "w/pages", "someone else's");
-  });
-  fs = &faulty;
   for (const auto& [from, to] : {std::pair{"/a.html", "/b.html"}, std::pair{"/docs", "/pages"}}) {
-    expectError(call("POST", "rename", {{"path", root + from}, {"to", root + to}}), 409, "exists");
+    expectError(rename({{"path", root + from}, {"to", root + to}}), 409, "exists");
   }
   EXPECT_EQ(tmp.read("w/a.html"), "a");
   EXPECT_EQ(tmp.read("w/b.html"), "someone else's");
@@ -232,20 +232,6 @@ TEST_F(FileBridgeMutationTest, ASaveWhoseExchangeFailsIsAServerErrorAndThePageKe
       "renameat2(RENAME_EXCHANGE) failed on "))
       << response.body;
   EXPECT_EQ(tmp.read("w/index.html"), "old");
-}
-
-TEST_F(FileBridgeMutationTest, AHugeBodyIsSavedAndReadBackWhole) {
-  std::string huge(24 << 20, 'a');
-  for (size_t i = 0; i < huge.size(); i += 4096) {
-    huge[i] = static_cast<char>('a' + (i / 4096) % 26);
-  }
-  EXPECT_EQ(create(root + "/big.md", huge).status, 200);
-  BridgeResponse read = get("file", root + "/big.md");
-  EXPECT_EQ(read.headers.at("X-VN-Fingerprint"), sha(huge));
-  EXPECT_TRUE(read.body == huge);
-  huge[7] = '!';
-  EXPECT_EQ(save(root + "/big.md", huge, sha(read.body)).status, 200);
-  EXPECT_TRUE(tmp.read("w/big.md") == huge);
 }
 
 // Trashing moves into the home trash and says where.

@@ -41,14 +41,10 @@ TEST_F(FileBridgeShellTest, OpenHandsAnAllowedItemToTheDesktopUnlessItIsADryRun)
   EXPECT_EQ(desktop->lines(), (std::vector<std::string>(3, "open " + path)));
 }
 
-class ExecutableRefusalTest : public ::testing::Test {
- protected:
-  testing::TempDir tmp;
-};
-
 // Programs, scripts, launchers and bundles are refused; content, folders and
 // plain files may be opened.
-TEST_F(ExecutableRefusalTest, RefusesWhatWouldRunAndNothingElse) {
+TEST(ExecutableRefusalTest, RefusesWhatWouldRunAndNothingElse) {
+  testing::TempDir tmp;
   const std::string elf = testing::readFile("/bin/true");
   const std::string refused = "refusing to open application/x-executable: ";
   const std::string executableBit = "refusing to open a file with an executable bit: ";

@@ -53,6 +53,15 @@ TEST_F(WorkspaceBoundaryTest, RootOpenedThroughALinkedParentAnswersUnderTheRootA
   EXPECT_EQ(boundary.resolveInside(tmp / "real/ws/a"), tmp / "alias/ws/a");
   EXPECT_EQ(boundary.resolveInside(tmp / "real/ws"), tmp / "alias/ws");
   EXPECT_TRUE(boundary.isRoot(tmp / "real/ws/"));
+  // The file system root contains every absolute path, an empty root none.
+  WorkspaceBoundary whole("/");
+  EXPECT_EQ(whole.root(), "/");
+  EXPECT_EQ(whole.rebase("/"), "/");
+  EXPECT_EQ(whole.rebase(site + "/a"), site + "/a");
+  EXPECT_EQ(whole.relativeComponents("/x/y"), (Components{"x", "y"}));
+  WorkspaceBoundary empty("");
+  EXPECT_EQ(empty.rebase("/a"), std::nullopt);
+  EXPECT_EQ(empty.relativeComponents("/a"), std::nullopt);
 }
 
 // The root keeps the canonical path computed at the start.
@@ -72,17 +81,6 @@ TEST_F(WorkspaceBoundaryTest, IsRootResolvesAndFallsBackToTheUnresolvedPath) {
   EXPECT_EQ(relative.canonicalRootPath(), "site");
   EXPECT_TRUE(relative.isRoot("site"));
   EXPECT_EQ(relative.rebase("/site"), std::nullopt);
-}
-
-TEST_F(WorkspaceBoundaryTest, FileSystemRootContainsEveryAbsolutePathAndAnEmptyRootNone) {
-  WorkspaceBoundary boundary("/");
-  EXPECT_EQ(boundary.root(), "/");
-  EXPECT_EQ(boundary.rebase("/"), "/");
-  EXPECT_EQ(boundary.rebase(site + "/a"), site + "/a");
-  EXPECT_EQ(boundary.relativeComponents("/x/y"), (Components{"x", "y"}));
-  WorkspaceBoundary empty("");
-  EXPECT_EQ(empty.rebase("/a"), std::nullopt);
-  EXPECT_EQ(empty.relativeComponents("/a"), std::nullopt);
 }
 
 }  // namespace

@@ -163,8 +163,14 @@ TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFinger
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
 }
 
-TEST_F(WorkspaceWatcherTest, AnnouncedExchangeSaveIsSilentButALaterOutsideWriteIsNot) {
+// The host's own move of a folder echoes for the folder and everything that
+// was in it, at both places; another program's changes there do not.
+TEST_F(WorkspaceWatcherTest, AnnouncedSavesAndMovesAreSilentButLaterOutsideChangesAreNot) {
   write("page.html", "old version");
+  temp.makeFolder("site/sub/deeper");
+  write("sub/inner.html", "i");
+  write("sub/deeper/x.html", "x");
+  write("gone.html", "g");
   watcher.start(recorder.handler());
 
   // The host's save: staged beside the page, exchanged with it, and the displaced
@@ -180,6 +186,21 @@ TEST_F(WorkspaceWatcherTest, AnnouncedExchangeSaveIsSilentButALaterOutsideWriteI
   write("page.html", "new version!");
   EXPECT_EQ(settle(),
             std::vector{change(Kind::modified, at("page.html"), fingerprintOf("new version!"))});
+
+  watcher.noteOwnMove(at("sub"), at("moved"));
+  move(at("sub"), at("moved"));
+  watcher.noteOwnMove(at("gone.html"), std::nullopt);
+  move(at("gone.html"), outside / "trashed.html");
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+
+  write("moved/deeper/x.html", "changed outside");
+  temp.makeFolder("site/sub");  // the old place taken again
+  write("gone.html", "back");
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{
+                change(Kind::created, at("gone.html"), fingerprintOf("back")),
+                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
+                change(Kind::created, at("sub"))}));
 }
 
 TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatchedWhereTheyAre) {
@@ -319,31 +340,6 @@ TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
         watcher.stop();
       },
       [&] { testing::releasePipesIn(root); }));
-}
-
-// The host's own move of a folder echoes for the folder and everything that
-// was in it, at both places; another program's changes there do not.
-TEST_F(WorkspaceWatcherTest, AnAnnouncedMoveIsSilentBelowItButLaterOutsideChangesAreNot) {
-  temp.makeFolder("site/sub/deeper");
-  write("sub/inner.html", "i");
-  write("sub/deeper/x.html", "x");
-  write("gone.html", "g");
-  watcher.start(recorder.handler());
-
-  watcher.noteOwnMove(at("sub"), at("moved"));
-  move(at("sub"), at("moved"));
-  watcher.noteOwnMove(at("gone.html"), std::nullopt);
-  move(at("gone.html"), outside / "trashed.html");
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
-
-  write("moved/deeper/x.html", "changed outside");
-  temp.makeFolder("site/sub");  // the old place taken again
-  write("gone.html", "back");
-  EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{
-                change(Kind::created, at("gone.html"), fingerprintOf("back")),
-                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
-                change(Kind::created, at("sub"))}));
 }
 
 // Without inotify, or with part of the tree over the watch limit, folders are

@@ -50,9 +50,7 @@ TEST_F(SmokeBridgeTest, WritesAreEchoedAndNeverReachTheDisk) {
     EXPECT_EQ(errorOf(refused)["error"], std::string("smoke bridge is read-only: ") + method);
   }
   EXPECT_TRUE(dir.exists("site/a.html"));
-}
-
-TEST_F(SmokeBridgeTest, PathsAreCheckedBeforeTheOp) {
+  // Paths are checked before the op.
   struct Case {
     std::optional<std::string> path;
     std::string error;
