@@ -39,7 +39,8 @@ class FileBridgeRecoveryTest : public BridgeTest {
 };
 
 // The records' own form: DraftRecordTest and ConflictRecordTest.
-TEST_F(FileBridgeRecoveryTest, ListsAreBareArraysOfRecords) {
+TEST_F(FileBridgeRecoveryTest, ListsAreBareArraysOfRecordsOrTheStoresFailure) {
+  auto decorated = failingRecovery({});
   EXPECT_EQ(call("GET", "drafts").body, "[]");
   EXPECT_EQ(call("GET", "conflicts").body, "[]");
   EXPECT_EQ(call("GET", "operations").body, "[]");
@@ -58,10 +59,7 @@ TEST_F(FileBridgeRecoveryTest, ListsAreBareArraysOfRecords) {
                       .state = contracts::OperationRecord::StepState::pending}});
   BridgeResponse operations = call("GET", "operations");
   EXPECT_EQ(operations.body, contracts::writeJson(Json::array({operation.toJson()})));
-}
-
-TEST_F(FileBridgeRecoveryTest, AStoreThatFailsIs507WithItsReason) {
-  auto decorated = failingRecovery({});
+  // A store that fails is a 507 with its reason.
   makeConflict();
   const std::tuple<std::string, std::string, std::string> rows[] = {
       {"GET", "drafts", "drafts"},

@@ -48,6 +48,22 @@ TEST_F(LoadCheckpointIndexTest, OneVersionIsRetainedOnceAndEachNewVersionAgain) 
   const std::string second = index.payloadURL(page, sha("v1")).value();
   EXPECT_NE(second, first);
   EXPECT_EQ(testing::readFile(second), "v1");
+
+  // Noting a known version keeps the surviving older copy.
+  const std::string kept = index.payloadURL(page, sha("v2")).value();
+  storage::RecoveryEntry newer = store.retain("v2", RecoveryKind::pendingEditorBytes, page);
+  {
+    std::lock_guard guard(index.lock());
+    index.seedIfNeeded();
+    index.noteLocked(page, sha("v2"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v2")), kept);
+  ASSERT_EQ(::unlink(kept.c_str()), 0);
+  {
+    std::lock_guard guard(index.lock());
+    index.noteLocked(page, sha("v2"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v2")), newer.payloadPath);
 }
 
 // At opening the store is read once, elsewhere; a checkpoint meanwhile reads
@@ -76,25 +92,6 @@ TEST_F(LoadCheckpointIndexTest, ANewIndexFindsTheStoresEntriesOfEveryKindOldestF
   EXPECT_EQ(index.payloadURL(page, sha("v2")), older.payloadPath);
   index.checkpoint(page, "v2", sha("v2"));
   EXPECT_EQ(store.entries().size(), 3u);
-}
-
-TEST_F(LoadCheckpointIndexTest, NotingAKnownVersionKeepsTheSurvivingOlderCopy) {
-  LoadCheckpointIndex index(store, sink);
-  index.checkpoint(page, "v1", sha("v1"));
-  const std::string kept = index.payloadURL(page, sha("v1")).value();
-  storage::RecoveryEntry newer = store.retain("v1", RecoveryKind::pendingEditorBytes, page);
-  {
-    std::lock_guard guard(index.lock());
-    index.seedIfNeeded();
-    index.noteLocked(page, sha("v1"), newer.payloadPath);
-  }
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), kept);
-  ASSERT_EQ(::unlink(kept.c_str()), 0);
-  {
-    std::lock_guard guard(index.lock());
-    index.noteLocked(page, sha("v1"), newer.payloadPath);
-  }
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), newer.payloadPath);
 }
 
 TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainAFailedListingIsNot) {

@@ -99,6 +99,29 @@ TEST_F(ShellLiveTest, WithoutAFolderTheApiAnswers503AndTheHandlerAnswersOrRefuse
             {"invalid", R"({"bytes":0})"}}));
   std::string refusal = "vorna: expected an object";
   EXPECT_EQ(result["refusals"], (Json{refusal, refusal, refusal}));
+  // The storage shim stands in only where localStorage is refused; the bridge
+  // shim installs once per document, however often its script runs.
+  Json storage = runScript(*controller, R"JS(
+    const refusing = {};
+    Object.defineProperty(refusing, 'localStorage',
+                          { configurable: true, get() { throw new Error('refused'); } });
+    new Function('window', arg)(refusing);
+    const s = refusing.localStorage;
+    s.setItem('b', 2);
+    return JSON.stringify({ b: s.getItem('b'), missing: s.getItem('zz'),
+                            real: window.localStorage instanceof Storage });
+  )JS",
+                           UserScripts::all()[0].source);
+  EXPECT_EQ(storage, (Json{{"b", "2"}, {"missing", nullptr}, {"real", true}}));
+  std::string again =
+      "const before = window.fetch; new Function(arg)();"
+      "return JSON.stringify({ same: window.fetch === before,"
+      " mode: await window.__vornaBridgeReady });";
+  for (int load = 0; load < 2; ++load) {
+    loadAndWait(*controller);
+    EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
+              (Json{{"same", true}, {"mode", "scheme"}}));
+  }
 }
 
 // Bodies cross both transports whole, answers carry no-store, HEAD answers
@@ -431,34 +454,6 @@ TEST_F(ShellLiveTest, ClosingWaitsUntilThePageStoredItsDraftOrTheWaitRanOut) {
     EXPECT_EQ(errors.find("unknown shell op stored") != std::string::npos,
               std::string(flush).find("stored") != std::string::npos)
         << errors;
-  }
-}
-
-// The storage shim stands in only where localStorage is refused; the bridge
-// shim installs once per document, however often its script runs.
-TEST_F(ShellLiveTest, TheShimsStandInOnlyWhereNeededAndInstallOnce) {
-  auto controller = makeController();
-  loadAndWait(*controller);
-  Json storage = runScript(*controller, R"JS(
-    const refusing = {};
-    Object.defineProperty(refusing, 'localStorage',
-                          { configurable: true, get() { throw new Error('refused'); } });
-    new Function('window', arg)(refusing);
-    const s = refusing.localStorage;
-    s.setItem('b', 2);
-    return JSON.stringify({ b: s.getItem('b'), missing: s.getItem('zz'),
-                            real: window.localStorage instanceof Storage });
-  )JS",
-                           UserScripts::all()[0].source);
-  EXPECT_EQ(storage, (Json{{"b", "2"}, {"missing", nullptr}, {"real", true}}));
-  std::string again =
-      "const before = window.fetch; new Function(arg)();"
-      "return JSON.stringify({ same: window.fetch === before,"
-      " mode: await window.__vornaBridgeReady });";
-  for (int load = 0; load < 2; ++load) {
-    loadAndWait(*controller);
-    EXPECT_EQ(runScript(*controller, again, UserScripts::all()[1].source),
-              (Json{{"same", true}, {"mode", "scheme"}}));
   }
 }
 
