@@ -54,9 +54,7 @@ TEST(NavigationPolicyTest, KeepsTheViewOnTheEditorAndHandsWebLinksOn) {
   for (const Case& c : cases) {
     EXPECT_EQ(NavigationPolicy::decide(c.url, c.link, c.frame), c.expected) << c.url;
   }
-}
-
-TEST(NavigationPolicyTest, NewWindowsAreNeverOpenedAndResponsesMustBeTheEditors) {
+  // New windows are never opened, and responses must be the editor's.
   EXPECT_EQ(NavigationPolicy::decideNewWindow("https://example.org/", true),
             (NavigationDecision{false, true, true}));
   EXPECT_EQ(NavigationPolicy::decideNewWindow("https://example.org/", false), NavigationDecision{});

@@ -19,11 +19,6 @@ namespace fs = std::filesystem;
 
 class HostContextTest : public ::testing::Test {
  protected:
-  std::string editorAt(const fs::path& folder) {
-    fs::create_directories(folder);
-    std::ofstream(folder / "index.html") << "<p>editor</p>";
-    return folder.string();
-  }
   vorna::testing::TempDir temp;
   fs::path root = temp.path();
 };
@@ -76,7 +71,7 @@ TEST_F(HostContextTest, TheEditorComesFromTheEnvironmentThenTheBuildTreeThenTheP
       fs::create_directories(base / folder);  // a folder without index.html does not count
     }
     for (const std::string& editor : row.editors) {
-      editorAt(base / editor);
+      std::ofstream(base / editor / "index.html") << "<p>editor</p>";
     }
     std::optional<Found> expected = row.expected;
     if (expected) {

@@ -39,6 +39,11 @@ TEST_F(LaunchOptionsTest, OpenTakesAFolderOrAPageInItsFolder) {
     EXPECT_EQ(refused.requestedPage, std::nullopt) << other;
   }
   EXPECT_FALSE(folder.selfTest());
+  // An open request from the desktop takes the first folder or page.
+  EXPECT_EQ(
+      openRequestTarget({(site / "notes.txt").string(), "/nowhere", (site / "a.HTML").string()}),
+      (PageTarget{site.string(), "a.HTML"}));
+  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
 }
 
 TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
@@ -56,9 +61,8 @@ TEST_F(LaunchOptionsTest, FlagsTakeTheNextArgumentWhateverItLooksLike) {
   EXPECT_TRUE(twice.isSmoke);
   EXPECT_EQ(twice.smokeFolder,
             recovery::standardisedPath(fs::current_path().string() + "/relative/dir"));
-}
 
-TEST_F(LaunchOptionsTest, HelpAndVersionTakeNoValue) {
+  // Help and version take no value.
   LaunchOptions both = LaunchOptions::scan({"--version", "x", "--help"});
   EXPECT_TRUE(both.showHelp);
   EXPECT_TRUE(both.showVersion);
@@ -75,9 +79,7 @@ TEST_F(LaunchOptionsTest, UnknownArgumentsAreIgnoredWithOneLine) {
                                        "\" \"--frob\" \"a?b\" (not an option; open a folder or "
                                        "page with --open PATH)\n");
   EXPECT_EQ(LaunchOptions::scan({"--open", site.string()}).ignoredLine(), std::nullopt);
-}
-
-TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
+  // End to end needs both a folder and a scenario.
   EXPECT_FALSE(LaunchOptions::scan({"--e2e", site.string()}).isE2E);
   EXPECT_FALSE(
       LaunchOptions::scan({"--e2e", (site / "missing").string(), "--scenario", "s"}).isE2E);
@@ -88,13 +90,6 @@ TEST_F(LaunchOptionsTest, EndToEndNeedsBothAFolderAndAScenario) {
   EXPECT_EQ(run.e2eFolder, site.string());
   EXPECT_EQ(run.e2ePage, "a.HTML");
   EXPECT_EQ(run.e2eScenario, "save");
-}
-
-TEST_F(LaunchOptionsTest, AnOpenRequestTakesTheFirstFolderOrPage) {
-  std::string page = (site / "a.HTML").string();
-  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string(), "/nowhere", page}),
-            (PageTarget{site.string(), "a.HTML"}));
-  EXPECT_EQ(openRequestTarget({(site / "notes.txt").string()}), std::nullopt);
 }
 
 TEST(FirstTargetTest, PendingThenRequestedThenRemembered) {

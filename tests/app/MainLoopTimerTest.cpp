@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "../bridge/MainContext.h"
 #include "app/MainLoopTimer.h"
 
 namespace vorna::app {
@@ -12,32 +13,16 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Runs the default main context until `done` holds or two seconds pass.
-bool spinUntil(const std::function<bool()>& done) {
-  gint64 deadline = g_get_monotonic_time() + 2 * G_USEC_PER_SEC;
-  while (!done() && g_get_monotonic_time() < deadline) {
-    g_main_context_iteration(nullptr, FALSE);
-    g_usleep(500);
-  }
-  return done();
-}
-
-TEST(MainLoopTimerTest, RunsOnceAfterItsDelayAndCancelsItsPredecessor) {
+// Work runs once after its delay; a new start cancels its predecessor, and
+// cancelled or destroyed work never runs.
+TEST(MainLoopTimerTest, RunsOnceAfterItsDelayAndCancelledWorkNeverRuns) {
   std::vector<std::string> ran;
   MainLoopTimer timer;
   timer.start(1ms, [&] { ran.push_back("first"); });
   timer.start(5ms, [&] { ran.push_back("second"); });
   EXPECT_TRUE(timer.pending());
-  ASSERT_TRUE(spinUntil([&] { return !ran.empty(); }));
+  ASSERT_TRUE(vorna::testing::runUntil([&] { return !ran.empty(); }));
   EXPECT_FALSE(timer.pending());
-  MainLoopTimer marker;
-  bool markerRan = false;
-  marker.start(20ms, [&] { markerRan = true; });
-  ASSERT_TRUE(spinUntil([&] { return markerRan; }));
-  EXPECT_EQ(ran, (std::vector<std::string>{"second"}));
-}
-
-TEST(MainLoopTimerTest, CancelledOrDestroyedWorkNeverRuns) {
   bool cancelledRan = false;
   bool destroyedRan = false;
   MainLoopTimer cancelled;
@@ -52,7 +37,8 @@ TEST(MainLoopTimerTest, CancelledOrDestroyedWorkNeverRuns) {
   bool markerRan = false;
   MainLoopTimer marker;
   marker.start(20ms, [&] { markerRan = true; });
-  ASSERT_TRUE(spinUntil([&] { return markerRan; }));
+  ASSERT_TRUE(vorna::testing::runUntil([&] { return markerRan; }));
+  EXPECT_EQ(ran, (std::vector<std::string>{"second"}));
   EXPECT_FALSE(cancelledRan);
   EXPECT_FALSE(destroyedRan);
 }
@@ -66,7 +52,7 @@ TEST(MainLoopTimerTest, WorkMayRestartOrDestroyItsOwnTimer) {
     }
   };
   repeating.start(1ms, again);
-  ASSERT_TRUE(spinUntil([&] { return rounds == 3; }));
+  ASSERT_TRUE(vorna::testing::runUntil([&] { return rounds == 3; }));
   EXPECT_FALSE(repeating.pending());
 
   auto owned = std::make_unique<MainLoopTimer>();
@@ -75,7 +61,7 @@ TEST(MainLoopTimerTest, WorkMayRestartOrDestroyItsOwnTimer) {
     owned.reset();
     ran = true;
   });
-  ASSERT_TRUE(spinUntil([&] { return ran; }));
+  ASSERT_TRUE(vorna::testing::runUntil([&] { return ran; }));
   EXPECT_EQ(owned, nullptr);
 }
 

@@ -23,9 +23,7 @@ TEST(ShellMessageHandlerTest, ClassifiesByOp) {
     EXPECT_EQ(ShellMessageHandler::classify(ignored), C{}) << ignored;
   }
   EXPECT_EQ(ShellMessageHandler::classify(std::nullopt), C{});
-}
-
-TEST(ShellMessageHandlerTest, OpenFolderRunsLaterAndOnlyWhileTheHandlerExists) {
+  // openFolder runs later, and only while the handler exists.
   int opened = 0;
   {
     ShellMessageHandler handler;

@@ -181,15 +181,12 @@ class BridgeTest : public ::testing::Test {
     return parsed.value_or(contracts::Json());
   }
 
-  static const Headers& jsonHeaders() {
-    static const Headers headers{{"Content-Type", "application/json"}};
-    return headers;
-  }
+  static inline const Headers kJsonHeaders{{"Content-Type", "application/json"}};
 
   // Asserts an error answer to the byte.
   static void expectError(const BridgeResponse& response, int status, const std::string& message) {
     EXPECT_EQ(response.status, status) << response.body;
-    EXPECT_EQ(response.headers, jsonHeaders());
+    EXPECT_EQ(response.headers, kJsonHeaders);
     EXPECT_EQ(bodyJson(response), (contracts::Json{{"error", message}})) << response.body;
   }
 

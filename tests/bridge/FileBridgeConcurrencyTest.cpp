@@ -1,8 +1,6 @@
 #include <chrono>
-#include <condition_variable>
 #include <future>
-#include <mutex>
-#include <thread>
+#include <latch>
 
 #include "BridgeFixture.h"
 #include "support/FaultInjectingFileSystem.h"
@@ -16,38 +14,20 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Lets `expected` threads through once all of them have arrived; arrive says
-// whether they did within a generous limit, so a serialised run fails rather
-// than hangs.
-class Meeting {
- public:
-  explicit Meeting(int expected) : expected_(expected) {}
-  bool arrive() {
-    std::unique_lock guard(mutex_);
-    if (++arrived_ == expected_) {
-      all_.notify_all();
-      return true;
-    }
-    return all_.wait_for(guard, 20s, [&] { return arrived_ >= expected_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable all_;
-  int expected_;
-  int arrived_ = 0;
-};
-
 using FileBridgeConcurrencyTest = BridgeTest;
 
 TEST_F(FileBridgeConcurrencyTest, SavesOfTwoPagesAreInsideTheirExchangesAtOnce) {
   tmp.write("w/a.html", "a0");
   tmp.write("w/b.html", "b0");
   testing::FaultInjectingFileSystem faulty;
-  Meeting meeting(2);
+  // Both saves meet inside their exchanges, within a generous limit, so a
+  // serialised run fails rather than hangs.
+  std::latch meeting(2);
   std::atomic<int> met{0};
-  faulty.beforeCall(testing::FsCall::exchange,
-                    [&](const std::string&) { met += meeting.arrive() ? 1 : 0; });
+  faulty.beforeCall(testing::FsCall::exchange, [&](const std::string&) {
+    meeting.count_down();
+    met += testing::eventually([&] { return meeting.try_wait(); }, 20s) ? 1 : 0;
+  });
   fs = &faulty;
   bridge();
   // Each save waits inside its exchange for the other, so both are in their
@@ -81,6 +61,9 @@ TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSaves
   auto saving =
       std::async(std::launch::async, [&] { return save(root + "/d/p.html", "new", sha("old")); });
   ASSERT_EQ(inside.get_future().wait_for(20s), std::future_status::ready);
+  // Reads are answered while the save holds its page.
+  EXPECT_EQ(get("list", root).body, R"([{"kind":"directory","name":"d"}])");
+  EXPECT_EQ(get("file", root + "/d/p.html").body, "old");
   auto renaming = std::async(std::launch::async, [&] {
     return call("POST", "rename", {{"path", root + "/d"}, {"to", root + "/e"}});
   });

@@ -115,6 +115,16 @@ TEST_F(FileBridgeHistoryTest, APageRenamedByTheHostKeepsItsHistoryAndDeletedPage
   EXPECT_EQ(get("deleted", root + "/old").body,
             contracts::writeJson(Json::array({byPath.at(root + "/old/deep/c.html")})));
   EXPECT_EQ(get("deleted", root + "/old/deep/c.html").body, "[]");
+  // A deleted page is not offered through a folder that became a link.
+  tmp.makeFolder("outside");
+  ASSERT_EQ(create(root + "/gone/x.html", "x").status, 200);
+  ASSERT_EQ(::unlink((root + "/gone/x.html").c_str()), 0);
+  EXPECT_EQ(bodyJson(get("deleted", root)).size(), deleted.size() + 1);
+  ASSERT_EQ(::rmdir((root + "/gone").c_str()), 0);
+  tmp.symlink("../outside", "w/gone");
+  EXPECT_EQ(bodyJson(get("deleted", root)), deleted);
+  expectError(call("GET", "version"), 400, "missing id");
+  expectError(call("GET", "version", {{"id", ""}}), 400, "missing id");
 }
 
 TEST_F(FileBridgeHistoryTest, ARenameTheJournalCannotHoldIsNotMade) {
@@ -136,20 +146,7 @@ TEST_F(FileBridgeHistoryTest, ARenameTheJournalCannotHoldIsNotMade) {
   EXPECT_EQ(tmp.read("w/b.html"), "a");
 }
 
-// Refusals of history's paths are among FileBridgeReadTest's path refusals.
-TEST_F(FileBridgeHistoryTest, ADeletedPageIsNotOfferedThroughAFolderThatBecameALink) {
-  tmp.makeFolder("outside");
-  ASSERT_EQ(create(root + "/gone/x.html", "x").status, 200);
-  ASSERT_EQ(::unlink((root + "/gone/x.html").c_str()), 0);
-  EXPECT_EQ(bodyJson(get("deleted", root)).size(), 1u);
-  ASSERT_EQ(::rmdir((root + "/gone").c_str()), 0);
-  tmp.symlink("../outside", "w/gone");
-  EXPECT_EQ(get("deleted", root).body, "[]");
-  expectError(call("GET", "version"), 400, "missing id");
-  expectError(call("GET", "version", {{"id", ""}}), 400, "missing id");
-}
-
-TEST_F(FileBridgeHistoryTest, OnlyIdsOfThisWorkspacesStoreAreServed) {
+TEST_F(FileBridgeHistoryTest, OnlyIdsOfThisWorkspacesStoreWithTheirRecordAreServed) {
   tmp.makeFolder("w2");
   recovery::LocalRecoveryService other(tmp / "w2", tmp / "store", 20, 86400.0);
   storage::RecoveryEntry foreign = other.retentionStore().retain(
@@ -165,19 +162,17 @@ TEST_F(FileBridgeHistoryTest, OnlyIdsOfThisWorkspacesStoreAreServed) {
         storeFolder + "/" + gone.id}) {
     expectError(version(id), 404, "not found: " + id);
   }
-}
 
-// A payload whose sidecar was never written (the write failed after the
-// payload was in place) says nothing of the page it belongs to: it is in no
-// history and its id is not served, while the page's other versions are.
-TEST_F(FileBridgeHistoryTest, APayloadWithoutASidecarIsLeftOut) {
+  // A payload whose sidecar was never written (the write failed after the
+  // payload was in place) says nothing of the page it belongs to: it is in no
+  // history and its id is not served, while the page's other versions are.
   storage::RecoveryStore& store = service()->retentionStore();
-  storage::RecoveryEntry kept =
-      store.retain("kept", storage::RecoveryKind::displacedExpected, page);
+  const std::string b = root + "/b.html";
+  storage::RecoveryEntry kept = store.retain("kept", storage::RecoveryKind::displacedExpected, b);
   storage::RecoveryEntry orphan =
-      store.retain("orphan", storage::RecoveryKind::displacedExpected, page);
+      store.retain("orphan", storage::RecoveryKind::displacedExpected, b);
   ASSERT_EQ(::unlink(store.sidecarPathFor(orphan.id).c_str()), 0);
-  EXPECT_EQ(historyIds(page), std::vector<std::string>{kept.id});
+  EXPECT_EQ(historyIds(b), std::vector<std::string>{kept.id});
   expectError(version(orphan.id), 404, "not found: " + orphan.id);
   EXPECT_EQ(version(kept.id).body, "kept");
   EXPECT_EQ(tmp.read("store/" + service()->workspaceID() + "/retained/" + orphan.id + ".bin"),

@@ -12,34 +12,15 @@ namespace {
 
 using contracts::Json;
 
-using testing::modeOf;
-
-std::int64_t millisecondsOf(const std::string& path) {
-  struct stat info {};
-  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
-  return ModificationTime::of(info.st_mtim).milliseconds;
-}
-
 std::string saveResultBody(const std::string& path, size_t bytes, const std::string& hex) {
   return R"({"bytes":)" + std::to_string(bytes) + R"(,"fingerprint":")" + hex + R"(","mtime_ms":)" +
-         std::to_string(millisecondsOf(path)) + R"(,"ok":true})";
+         std::to_string(ModificationTime::of(testing::statOf(path).st_mtim).milliseconds) +
+         R"(,"ok":true})";
 }
 
 class FileBridgeMutationTest : public BridgeTest {
  protected:
   const std::string page = root + "/index.html";
-
-  // The roles of a conflict's candidates with the bytes each one holds.
-  std::vector<std::pair<std::string, std::string>> candidatesOf(const Json& conflict) {
-    std::vector<std::pair<std::string, std::string>> roles;
-    for (const Json& candidate : conflict["candidates"]) {
-      BridgeResponse bytes = call("GET", "candidate", {{"id", candidate["id"]}});
-      EXPECT_EQ(bytes.status, 200);
-      EXPECT_EQ(candidate["fingerprint"], sha(bytes.body));
-      roles.emplace_back(candidate["role"], bytes.body);
-    }
-    return roles;
-  }
 };
 
 TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
@@ -47,7 +28,7 @@ TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
   EXPECT_EQ(get("file", page).status, 200);
   BridgeResponse response = save(page, "<p>new</p>", sha("<p>old</p>"));
   EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(response.headers, jsonHeaders());
+  EXPECT_EQ(response.headers, kJsonHeaders);
   EXPECT_EQ(response.body, saveResultBody(page, 10, sha("<p>new</p>")));
   EXPECT_EQ(tmp.read("w/index.html"), "<p>new</p>");
 
@@ -58,6 +39,18 @@ TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
   EXPECT_EQ(drafts[0].baseFingerprint, sha("<p>old</p>"));
   EXPECT_EQ(bridge().checkpoints().payloadURL(page, sha("<p>new</p>")),
             service()->draftPayloadURL(drafts[0].id));
+  // A huge body is saved and read back whole.
+  std::string huge(24 << 20, 'a');
+  for (size_t i = 0; i < huge.size(); i += 4096) {
+    huge[i] = static_cast<char>('a' + (i / 4096) % 26);
+  }
+  EXPECT_EQ(create(root + "/big.md", huge).status, 200);
+  BridgeResponse read = get("file", root + "/big.md");
+  EXPECT_EQ(read.headers.at("X-VN-Fingerprint"), sha(huge));
+  EXPECT_TRUE(read.body == huge);
+  huge[7] = '!';
+  EXPECT_EQ(save(root + "/big.md", huge, sha(read.body)).status, 200);
+  EXPECT_TRUE(tmp.read("w/big.md") == huge);
 }
 
 TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidates) {
@@ -73,7 +66,13 @@ TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidate
   EXPECT_EQ(answer["fingerprint"], sha("<p>foreign</p>"));
   EXPECT_FALSE(answer.contains("conflict_error"));
   EXPECT_EQ(answer["conflict"]["pagePath"], page);
-  EXPECT_EQ(candidatesOf(answer["conflict"]),
+  std::vector<std::pair<std::string, std::string>> roles;
+  for (const Json& candidate : answer["conflict"]["candidates"]) {
+    BridgeResponse bytes = call("GET", "candidate", {{"id", candidate["id"]}});
+    EXPECT_EQ(candidate["fingerprint"], sha(bytes.body));
+    roles.emplace_back(candidate["role"], bytes.body);
+  }
+  EXPECT_EQ(roles,
             (std::vector<std::pair<std::string, std::string>>{
                 {"base", "<p>old</p>"}, {"editor", "<p>mine</p>"}, {"disk", "<p>foreign</p>"}}));
   EXPECT_EQ(bodyJson(call("GET", "conflicts")), Json::array({answer["conflict"]}));
@@ -84,10 +83,21 @@ TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidate
   EXPECT_TRUE(bridge().checkpoints().payloadURL(page, sha("<p>foreign</p>")).has_value());
 }
 
-TEST_F(FileBridgeMutationTest, AConflictThatCannotBeRecordedIsStillAConflict) {
+// A draft that cannot be recorded stops the write; a conflict that cannot be
+// recorded is still a conflict.
+TEST_F(FileBridgeMutationTest, AStoreThatCannotRecordStopsTheWriteButNotTheConflict) {
   auto failing = std::make_shared<FailingRecovery>(service());
-  failing->failing = {"recordConflict"};
+  failing->failing = {"saveDraft"};
   recovery = failing;
+  tmp.write("w/index.html", "<p>old</p>");
+  const std::string message = "recovery store unavailable: injected failure of saveDraft";
+  expectError(save(page, "<p>new</p>", sha("<p>old</p>")), 507, message);
+  EXPECT_EQ(tmp.read("w/index.html"), "<p>old</p>");
+  expectError(create(root + "/new.html", "x"), 507, message);
+  EXPECT_FALSE(tmp.exists("w/new.html"));
+  expectError(call("PUT", "draft", {{"path", page}}, {}, "x"), 507, message);
+
+  failing->failing = {"recordConflict"};
   tmp.write("w/index.html", "<p>foreign</p>");
   BridgeResponse response = save(page, "<p>mine</p>", sha("<p>old</p>"));
   EXPECT_EQ(response.status, 409);
@@ -104,47 +114,27 @@ TEST_F(FileBridgeMutationTest, AConflictThatCannotBeRecordedIsStillAConflict) {
   EXPECT_TRUE(editorKept);
 }
 
-TEST_F(FileBridgeMutationTest, WhenTheDraftCannotBeRecordedNothingIsWritten) {
-  auto failing = std::make_shared<FailingRecovery>(service());
-  failing->failing = {"saveDraft"};
-  recovery = failing;
-  tmp.write("w/index.html", "<p>old</p>");
-  const std::string message = "recovery store unavailable: injected failure of saveDraft";
-  expectError(save(page, "<p>new</p>", sha("<p>old</p>")), 507, message);
-  EXPECT_EQ(tmp.read("w/index.html"), "<p>old</p>");
-  expectError(create(root + "/new.html", "x"), 507, message);
-  EXPECT_FALSE(tmp.exists("w/new.html"));
-  expectError(call("PUT", "draft", {{"path", page}}, {}, "x"), 507, message);
-}
-
-TEST_F(FileBridgeMutationTest, CreateMakesMissingFoldersAndAReadableFile) {
+// Create and mkdir make the folders that are missing; create never replaces
+// an existing item, and an empty base header means "new file" like none.
+TEST_F(FileBridgeMutationTest, CreateAndMkdirMakeWhatIsMissingAndCreateNeverReplaces) {
   ::umask(022);
   const std::string nested = root + "/a/b/c.html";
   BridgeResponse response = create(nested, "<p>c</p>");
   EXPECT_EQ(response.status, 200);
   EXPECT_EQ(response.body, saveResultBody(nested, 8, sha("<p>c</p>")));
   EXPECT_EQ(tmp.read("w/a/b/c.html"), "<p>c</p>");
-  EXPECT_EQ(modeOf(nested), 0644u);
+  EXPECT_EQ(testing::modeOf(nested), 0644u);
   EXPECT_TRUE(bridge().checkpoints().payloadURL(nested, sha("<p>c</p>")).has_value());
-}
+  for (int twice = 0; twice < 2; ++twice) {
+    EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/x/y"}}).body, R"({"ok":true})");
+  }
+  EXPECT_TRUE(S_ISDIR(testing::statOf(root + "/x/y").st_mode));
 
-TEST_F(FileBridgeMutationTest, CreateNeverReplacesAnExistingItem) {
-  tmp.write("w/index.html", "<p>old</p>");
-  tmp.makeFolder("w/img");
-  // An empty base header means "new file", like no header at all.
-  expectError(call("PUT", "file", {{"path", page}}, {{"X-VN-Base", ""}}, "x"), 409, "exists");
-  expectError(create(root + "/img", "x"), 409, "exists");
-  EXPECT_EQ(tmp.read("w/index.html"), "<p>old</p>");
+  expectError(call("PUT", "file", {{"path", nested}}, {{"X-VN-Base", ""}}, "x"), 409, "exists");
+  expectError(create(root + "/x", "x"), 409, "exists");
+  EXPECT_EQ(tmp.read("w/a/b/c.html"), "<p>c</p>");
   EXPECT_EQ(create(root + "/fresh.html", "").status, 200);
   EXPECT_EQ(tmp.read("w/fresh.html"), "");
-}
-
-TEST_F(FileBridgeMutationTest, MakeFolderCreatesIntermediatesAndAcceptsAnExistingFolder) {
-  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/x/y"}}).body, R"({"ok":true})");
-  struct stat info {};
-  EXPECT_EQ(::stat((root + "/x/y").c_str(), &info), 0);
-  EXPECT_TRUE(S_ISDIR(info.st_mode));
-  EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/x/y"}}).body, R"({"ok":true})");
 }
 
 // Each answers its reason to the byte. That a failed write leaves nothing
@@ -158,44 +148,36 @@ TEST_F(FileBridgeMutationTest, RefusalsAndFailuresAnswerTheirReason) {
   faulty.failWhere(testing::FsCall::write, "/w/big.html", ENOSPC);
   fs = &faulty;
   const std::string gone = root + "/gone.html", big = root + "/big.html", file = root + "/file";
+  const std::string notTarget = "the workspace folder is not a rename target";
+  const std::string exists = ": File exists (17)";
+  const std::string noSpace = "write failed on " + big + ": No space left on device (28)";
   struct Row {
-    std::string method, op, path;
+    std::string method, op;
+    Query query;
     Headers headers;
     int status;
     std::string error;
   } rows[] = {
-      {"PUT", "file", gone, {{"X-VN-Base", sha("old")}}, 404, "not found: " + gone},
-      {"PUT", "file", big, {}, 500, "write failed on " + big + ": No space left on device (28)"},
-      {"POST", "mkdir", file, {}, 400, "mkdir failed on " + file + ": File exists (17)"},
-      {"POST", "mkdir", "x", {}, 400, "path must be absolute"},
-      {"DELETE", "file", root + "/img", {}, 404, "not found: " + root + "/img"},
-      {"DELETE", "file", gone, {}, 404, "not found: " + gone},
-      {"DELETE", "file", page, {}, 404, "mkdir failed on " + homeTrash + ": File exists (17)"},
+      {"PUT", "file", {{"path", gone}}, {{"X-VN-Base", sha("old")}}, 404, "not found: " + gone},
+      {"PUT", "file", {{"path", big}}, {}, 500, noSpace},
+      {"POST", "mkdir", {{"path", file}}, {}, 400, "mkdir failed on " + file + exists},
+      {"POST", "mkdir", {{"path", "x"}}, {}, 400, "path must be absolute"},
+      {"DELETE", "file", {{"path", root + "/img"}}, {}, 404, "not found: " + root + "/img"},
+      {"DELETE", "file", {{"path", gone}}, {}, 404, "not found: " + gone},
+      {"DELETE", "file", {{"path", page}}, {}, 404, "mkdir failed on " + homeTrash + exists},
+      // Renaming onto a file: e2e file-operations.
+      {"POST", "rename", {{"path", root}, {"to", root + "/x"}}, {}, 400, notTarget},
+      {"POST", "rename", {{"path", page}, {"to", root + "/"}}, {}, 400, notTarget},
+      {"POST", "rename", {{"path", gone}, {"to", root + "/x.html"}}, {}, 404, "not found: " + gone},
+      {"POST", "rename", {{"path", page}, {"to", root + "/img"}}, {}, 409, "destination exists"},
+      {"POST", "rename", {{"path", page}}, {}, 400, "missing to"},
   };
   for (const Row& row : rows) {
-    expectError(call(row.method, row.op, {{"path", row.path}}, row.headers, std::string(1000, 'x')),
+    SCOPED_TRACE(row.method + " " + row.op);
+    expectError(call(row.method, row.op, row.query, row.headers, std::string(1000, 'x')),
                 row.status, row.error);
   }
-}
-
-TEST_F(FileBridgeMutationTest, RenameRefusesTheRootMissingSourcesAndExistingDestinations) {
-  tmp.write("w/a.html", "a");
-  tmp.write("w/b.html", "b");
-  tmp.makeFolder("w/empty");
-  auto rename = [&](Query query) { return call("POST", "rename", std::move(query)); };
-  expectError(rename({{"path", root}, {"to", root + "/x"}}), 400,
-              "the workspace folder is not a rename target");
-  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/"}}), 400,
-              "the workspace folder is not a rename target");
-  expectError(rename({{"path", root + "/none.html"}, {"to", root + "/x.html"}}), 404,
-              "not found: " + root + "/none.html");
-  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/b.html"}}), 409,
-              "destination exists");
-  expectError(rename({{"path", root + "/a.html"}, {"to", root + "/empty"}}), 409,
-              "destination exists");
-  expectError(rename({{"path", root + "/a.html"}}), 400, "missing to");
-  EXPECT_EQ(tmp.read("w/a.html"), "a");
-  EXPECT_EQ(tmp.read("w/b.html"), "b");
+  EXPECT_EQ(tmp.read("w/index.html"), "x");
 }
 
 // Something another program makes at the destination after the bridge
@@ -236,18 +218,8 @@ TEST_F(FileBridgeMutationTest, APipeIsListedButNeverReadSavedOverMovedOrCreatedO
         expectError(get("file", pipe), 404, "not found: " + pipe);
       },
       [&] { testing::releasePipesIn(root); }));
-  struct stat info {};
-  ASSERT_EQ(::lstat(pipe.c_str(), &info), 0);
-  EXPECT_TRUE(S_ISFIFO(info.st_mode));
+  EXPECT_TRUE(S_ISFIFO(testing::statOf(pipe).st_mode));
   EXPECT_EQ(create(root + "/after.html", "later saves still run").status, 200);
-}
-
-TEST_F(FileBridgeMutationTest, TrashMovesAFileIntoTheHomeTrashAndSaysWhere) {
-  tmp.write("w/index.html", "<p>bye</p>");
-  BridgeResponse response = call("DELETE", "file", {{"path", page}});
-  EXPECT_EQ(response.status, 200);
-  EXPECT_EQ(bodyJson(response), (Json{{"ok", true}, {"trashed", homeTrash + "/files/index.html"}}));
-  EXPECT_FALSE(tmp.exists("w/index.html"));
 }
 
 TEST_F(FileBridgeMutationTest, ASaveWhoseExchangeFailsIsAServerErrorAndThePageKeepsItsVersion) {
@@ -263,20 +235,7 @@ TEST_F(FileBridgeMutationTest, ASaveWhoseExchangeFailsIsAServerErrorAndThePageKe
   EXPECT_EQ(tmp.read("w/index.html"), "old");
 }
 
-TEST_F(FileBridgeMutationTest, AHugeBodyIsSavedAndReadBackWhole) {
-  std::string huge(24 << 20, 'a');
-  for (size_t i = 0; i < huge.size(); i += 4096) {
-    huge[i] = static_cast<char>('a' + (i / 4096) % 26);
-  }
-  EXPECT_EQ(create(root + "/big.md", huge).status, 200);
-  BridgeResponse read = get("file", root + "/big.md");
-  EXPECT_EQ(read.headers.at("X-VN-Fingerprint"), sha(huge));
-  EXPECT_TRUE(read.body == huge);
-  huge[7] = '!';
-  EXPECT_EQ(save(root + "/big.md", huge, sha(read.body)).status, 200);
-  EXPECT_TRUE(tmp.read("w/big.md") == huge);
-}
-
+// Trashing moves into the home trash and says where.
 TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges) {
   tmp.write("w/index.html", "old");
   tmp.makeFolder("w/sub");
@@ -303,7 +262,9 @@ TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges
   EXPECT_EQ(tmp.read("w/new/sub-moved/inner.html"), "inner");
   EXPECT_EQ(tmp.read("w/moved.html"), "made");
   EXPECT_FALSE(tmp.exists("w/made.html"));
-  EXPECT_EQ(call("DELETE", "file", {{"path", root + "/old.html"}}).status, 200);
+  EXPECT_EQ(bodyJson(call("DELETE", "file", {{"path", root + "/old.html"}})),
+            (Json{{"ok", true}, {"trashed", homeTrash + "/files/old.html"}}));
+  EXPECT_FALSE(tmp.exists("w/old.html"));
   // Changes are handled in order, so once the marker written by another
   // program is reported, every echo of the bridge's writes has been handled.
   tmp.write("w/marker.html", "outside");

@@ -7,61 +7,44 @@
 namespace vorna::bridge::testfixture {
 namespace {
 
-// Sets VORNA_DRY_OPEN for one test.
-class DryOpen : public ScopedVariable {
- public:
-  explicit DryOpen(const char* value) : ScopedVariable("VORNA_DRY_OPEN", value) {}
-};
-
 using FileBridgeShellTest = BridgeTest;
 
-TEST_F(FileBridgeShellTest, RevealQueuesTheItemWhetherOrNotItExists) {
+// Reveal queues the item whether or not it exists; outside paths queue nothing.
+TEST_F(FileBridgeShellTest, RevealQueuesAnyInsideItemAndShellOperationsRefuseOutsidePaths) {
+  for (const char* op : {"reveal", "open"}) {
+    expectError(call("POST", op, {{"path", tmp / "elsewhere"}}), 400,
+                "path is outside the workspace");
+    expectError(call("POST", op), 400, "missing path");
+  }
   EXPECT_EQ(call("POST", "reveal", {{"path", root + "/a.html"}}).body, R"({"ok":true})");
   EXPECT_EQ(call("POST", "reveal", {{"path", root}}).body, R"({"ok":true})");
   EXPECT_EQ(desktop->lines(),
             (std::vector<std::string>{"reveal " + root + "/a.html", "reveal " + root}));
 }
 
-TEST_F(FileBridgeShellTest, ShellOperationsRefuseOutsidePathsAndQueueNothing) {
-  for (const char* op : {"reveal", "open"}) {
-    expectError(call("POST", op, {{"path", tmp / "elsewhere"}}), 400,
-                "path is outside the workspace");
-    expectError(call("POST", op), 400, "missing path");
-  }
-  EXPECT_TRUE(desktop->lines().empty());
-}
-
+// A refused item is refused even in a dry run.
 TEST_F(FileBridgeShellTest, OpenHandsAnAllowedItemToTheDesktopUnlessItIsADryRun) {
   tmp.write("w/a.html", "<p>a</p>");
+  tmp.write("w/run.sh", "#!/bin/sh\necho hi\n", 0755);
   const std::string path = root + "/a.html";
   {
-    DryOpen dry("1");
+    ScopedVariable dry("VORNA_DRY_OPEN", "1");
     EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"dryRun":true,"ok":true})");
+    expectError(call("POST", "open", {{"path", root + "/run.sh"}}), 400,
+                "refusing to open application/x-executable: run.sh");
     EXPECT_TRUE(desktop->lines().empty());
   }
   for (const char* value : {"true", "0", static_cast<const char*>(nullptr)}) {
-    DryOpen notDry(value);
+    ScopedVariable notDry("VORNA_DRY_OPEN", value);
     EXPECT_EQ(call("POST", "open", {{"path", path}}).body, R"({"ok":true})");
   }
   EXPECT_EQ(desktop->lines(), (std::vector<std::string>(3, "open " + path)));
 }
 
-TEST_F(FileBridgeShellTest, ARefusedItemIsRefusedEvenInADryRun) {
-  tmp.write("w/run.sh", "#!/bin/sh\necho hi\n", 0755);
-  DryOpen dry("1");
-  expectError(call("POST", "open", {{"path", root + "/run.sh"}}), 400,
-              "refusing to open application/x-executable: run.sh");
-  EXPECT_TRUE(desktop->lines().empty());
-}
-
-class ExecutableRefusalTest : public ::testing::Test {
- protected:
-  testing::TempDir tmp;
-};
-
 // Programs, scripts, launchers and bundles are refused; content, folders and
 // plain files may be opened.
-TEST_F(ExecutableRefusalTest, RefusesWhatWouldRunAndNothingElse) {
+TEST(ExecutableRefusalTest, RefusesWhatWouldRunAndNothingElse) {
+  testing::TempDir tmp;
   const std::string elf = testing::readFile("/bin/true");
   const std::string refused = "refusing to open application/x-executable: ";
   const std::string executableBit = "refusing to open a file with an executable bit: ";

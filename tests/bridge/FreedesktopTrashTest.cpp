@@ -57,9 +57,7 @@ TEST_F(FreedesktopTrashTest, AFileOnTheHomeFileSystemGoesToTheHomeTrashWithItsRe
   EXPECT_EQ(statOf(home + "/files").st_mode & 0777, 0700u);
   EXPECT_EQ(statOf(home + "/info").st_mode & 0777, 0700u);
   EXPECT_EQ(statOf(home + "/info/a b%é.html.trashinfo").st_mode & 0777, 0600u);
-}
-
-TEST_F(FreedesktopTrashTest, ANameTakenByEitherHalfIsNeverReused) {
+  // A name taken by either half is never reused.
   tmp.makeFolder("data/Trash/files");
   tmp.makeFolder("data/Trash/info");
   tmp.write("data/Trash/info/page.html.trashinfo", "someone else's record");
@@ -133,13 +131,6 @@ class VolumeTrashTest : public FreedesktopTrashTest {
   VolumeTrashTest() { tmp.makeFolder("volume"); }
 };
 
-TEST_F(VolumeTrashTest, APrivateFolderAtTheTopServesWhenThereIsNoSharedTrash) {
-  EXPECT_EQ(trash().volumeTrash(top), top + "/.Trash-" + uid);
-  EXPECT_EQ(statOf(top + "/.Trash-" + uid).st_mode & 0777, 0700u);
-  EXPECT_TRUE(S_ISDIR(statOf(top + "/.Trash-" + uid + "/files").st_mode));
-  EXPECT_TRUE(S_ISDIR(statOf(top + "/.Trash-" + uid + "/info").st_mode));
-}
-
 TEST_F(VolumeTrashTest, AStickySharedTrashIsUsedOnlyWhenItIsARealFolder) {
   tmp.makeFolder("volume/.Trash");
   ASSERT_EQ(::chmod((top + "/.Trash").c_str(), 0777), 0);
@@ -168,10 +159,13 @@ TEST_F(VolumeTrashTest, APrivateTrashThatIsALinkIsRefused) {
   }
 }
 
+// Without a shared trash a private folder at the top serves.
 TEST_F(VolumeTrashTest, ARecordInAVolumeTrashHoldsThePathFromTheTop) {
   tmp.makeFolder("volume/site");
   tmp.write("volume/site/page.html", "x");
   FreedesktopTrash::Location location{trash().volumeTrash(top), top};
+  EXPECT_EQ(location.directory, top + "/.Trash-" + uid);
+  EXPECT_EQ(statOf(top + "/.Trash-" + uid).st_mode & 0777, 0700u);
   EXPECT_EQ(trash().trashInto(location, top + "/site/page.html"),
             top + "/.Trash-" + uid + "/files/page.html");
   EXPECT_EQ(tmp.read("volume/.Trash-" + uid + "/info/page.html.trashinfo"),

@@ -1,46 +1,20 @@
 #include <gio/gio.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "MainContext.h"
 #include "bridge/GioDesktopActions.h"
 #include "support/TempDir.h"
 
 namespace vorna::bridge {
 namespace {
 
-constexpr const char* kInterfaceXml = R"(
-<node>
-  <interface name="org.freedesktop.FileManager1">
-    <method name="ShowItems">
-      <arg type="as" name="URIs" direction="in"/>
-      <arg type="s" name="StartupId" direction="in"/>
-    </method>
-  </interface>
-</node>)";
-
-// Runs the default main context, as the application's main thread does,
-// until `done` holds or ten seconds pass; says whether it held.
-bool runMainContextUntil(const std::function<bool()>& done) {
-  bool timedOut = false;
-  guint timer = g_timeout_add_seconds(
-      10,
-      [](gpointer flag) -> gboolean {
-        *static_cast<bool*>(flag) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!done() && !timedOut) {
-    g_main_context_iteration(nullptr, TRUE);
-  }
-  if (!timedOut) {
-    g_source_remove(timer);
-  }
-  return done();
-}
+constexpr const char* kInterfaceXml =
+    R"(<node><interface name="org.freedesktop.FileManager1"><method name="ShowItems">)"
+    R"(<arg type="as" direction="in"/><arg type="s" direction="in"/></method></interface></node>)";
 
 // Stands in for the desktop's file manager: owns its name on the bus and
 // records each ShowItems call. Calls arrive through the default main context.
@@ -155,36 +129,29 @@ TEST_F(GioDesktopActionsTest, RevealAsksTheFileManagerToShowTheItem) {
   actions(address).reveal(tmp / "site/a b.html");
   // Nothing happens until the main context runs: the call was only posted.
   EXPECT_TRUE(fileManager.calls.empty());
-  ASSERT_TRUE(runMainContextUntil([&] { return !fileManager.calls.empty(); }));
+  ASSERT_TRUE(testing::runUntil([&] { return !fileManager.calls.empty(); }));
   EXPECT_EQ(
       fileManager.calls,
       (std::vector<std::vector<std::string>>{{"file://" + tmp.path() + "/site/a%20b.html", ""}}));
   EXPECT_TRUE(launched.empty());
+  // Open hands the file URI to the launcher, on the main context too.
+  actions(address).open(tmp / "doc.pdf");
+  EXPECT_TRUE(launched.empty());
+  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
+  EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/doc.pdf"}));
+  // Names that are not UTF-8 are escaped byte for byte.
+  EXPECT_EQ(GioDesktopActions::fileUri("/w/bad\xff name.html"), "file:///w/bad%FF%20name.html");
 }
 
-TEST_F(GioDesktopActionsTest, WithoutAFileManagerTheFolderIsOpenedInstead) {
+TEST_F(GioDesktopActionsTest, WithoutAFileManagerOrABusTheFolderIsOpenedInstead) {
   actions(address).reveal(tmp / "site/a.html");
-  ASSERT_TRUE(runMainContextUntil([&] { return !launched.empty(); }));
+  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
   EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/site"}));
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_TRUE(lines[0].starts_with("Vorna bridge: no file manager showed file://")) << lines[0];
-}
-
-TEST_F(GioDesktopActionsTest, WithoutABusTheFolderIsOpenedInstead) {
   actions("unix:path=" + tmp / "no-bus").reveal(tmp / "a.html");
-  ASSERT_TRUE(runMainContextUntil([&] { return !launched.empty(); }));
-  EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path()}));
-}
-
-TEST_F(GioDesktopActionsTest, OpenHandsTheFileUriToTheLauncherOnTheMainContext) {
-  actions(address).open(tmp / "doc.pdf");
-  EXPECT_TRUE(launched.empty());
-  ASSERT_TRUE(runMainContextUntil([&] { return !launched.empty(); }));
-  EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/doc.pdf"}));
-}
-
-TEST(GioDesktopActionsUriTest, NamesThatAreNotUtf8AreEscapedByteForByte) {
-  EXPECT_EQ(GioDesktopActions::fileUri("/w/bad\xff name.html"), "file:///w/bad%FF%20name.html");
+  ASSERT_TRUE(testing::runUntil([&] { return launched.size() == 2; }));
+  EXPECT_EQ(launched[1], "file://" + tmp.path());
 }
 
 }  // namespace

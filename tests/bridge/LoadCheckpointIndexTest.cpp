@@ -39,11 +39,8 @@ TEST_F(LoadCheckpointIndexTest, OneVersionIsRetainedOnceAndEachNewVersionAgain) 
   EXPECT_EQ(testing::readFile(index.payloadURL(page, sha("v2")).value()), "v2");
   EXPECT_EQ(index.payloadURL(page, sha("v3")), std::nullopt);
   EXPECT_EQ(index.payloadURL(tmp / "w/other.html", sha("v1")), std::nullopt);
-}
 
-TEST_F(LoadCheckpointIndexTest, APayloadThatVanishedIsForgottenAndRetainedAnew) {
-  LoadCheckpointIndex index(store, sink);
-  index.checkpoint(page, "v1", sha("v1"));
+  // A payload that vanished is forgotten and retained anew.
   const std::string first = index.payloadURL(page, sha("v1")).value();
   ASSERT_EQ(::unlink(first.c_str()), 0);
   EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
@@ -51,6 +48,22 @@ TEST_F(LoadCheckpointIndexTest, APayloadThatVanishedIsForgottenAndRetainedAnew) 
   const std::string second = index.payloadURL(page, sha("v1")).value();
   EXPECT_NE(second, first);
   EXPECT_EQ(testing::readFile(second), "v1");
+
+  // Noting a known version keeps the surviving older copy.
+  const std::string kept = index.payloadURL(page, sha("v2")).value();
+  storage::RecoveryEntry newer = store.retain("v2", RecoveryKind::pendingEditorBytes, page);
+  {
+    std::lock_guard guard(index.lock());
+    index.seedIfNeeded();
+    index.noteLocked(page, sha("v2"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v2")), kept);
+  ASSERT_EQ(::unlink(kept.c_str()), 0);
+  {
+    std::lock_guard guard(index.lock());
+    index.noteLocked(page, sha("v2"), newer.payloadPath);
+  }
+  EXPECT_EQ(index.payloadURL(page, sha("v2")), newer.payloadPath);
 }
 
 // At opening the store is read once, elsewhere; a checkpoint meanwhile reads
@@ -81,26 +94,7 @@ TEST_F(LoadCheckpointIndexTest, ANewIndexFindsTheStoresEntriesOfEveryKindOldestF
   EXPECT_EQ(store.entries().size(), 3u);
 }
 
-TEST_F(LoadCheckpointIndexTest, NotingAKnownVersionKeepsTheSurvivingOlderCopy) {
-  LoadCheckpointIndex index(store, sink);
-  index.checkpoint(page, "v1", sha("v1"));
-  const std::string kept = index.payloadURL(page, sha("v1")).value();
-  storage::RecoveryEntry newer = store.retain("v1", RecoveryKind::pendingEditorBytes, page);
-  {
-    std::lock_guard guard(index.lock());
-    index.seedIfNeeded();
-    index.noteLocked(page, sha("v1"), newer.payloadPath);
-  }
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), kept);
-  ASSERT_EQ(::unlink(kept.c_str()), 0);
-  {
-    std::lock_guard guard(index.lock());
-    index.noteLocked(page, sha("v1"), newer.payloadPath);
-  }
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), newer.payloadPath);
-}
-
-TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainLater) {
+TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainAFailedListingIsNot) {
   testing::FaultInjectingFileSystem faulty;
   storage::RecoveryStore failingStore(tmp / "failing", faulty);
   faulty.failWhere(testing::FsCall::open, ".bin", ENOSPC);
@@ -115,18 +109,14 @@ TEST_F(LoadCheckpointIndexTest, AFailedRetainIsLoggedAndTriedAgainLater) {
   faulty.clearFaults();
   index.checkpoint(page, "v1", sha("v1"));
   EXPECT_TRUE(index.payloadURL(page, sha("v1")).has_value());
-}
 
-TEST_F(LoadCheckpointIndexTest, AStoreThatCannotBeListedLeavesTheIndexEmpty) {
-  testing::FaultInjectingFileSystem faulty;
-  storage::RecoveryStore failingStore(tmp / "failing", faulty);
-  failingStore.retain("v1", RecoveryKind::displacedExpected, page);
+  // A store that cannot be listed leaves a new index empty, and seeding is
+  // not retried within one index.
   faulty.failWhere(testing::FsCall::listDirectory, "failing", EIO);
-  LoadCheckpointIndex index(failingStore, sink);
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  LoadCheckpointIndex unlisted(failingStore, sink);
+  EXPECT_EQ(unlisted.payloadURL(page, sha("v1")), std::nullopt);
   faulty.clearFaults();
-  // Seeding is not retried within one index.
-  EXPECT_EQ(index.payloadURL(page, sha("v1")), std::nullopt);
+  EXPECT_EQ(unlisted.payloadURL(page, sha("v1")), std::nullopt);
 }
 
 }  // namespace

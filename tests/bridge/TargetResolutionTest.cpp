@@ -41,8 +41,15 @@ TEST_F(TargetResolutionTest, AcceptsAnInsidePathRebasedUnderTheRoot) {
   EXPECT_EQ(resolve({{"path", site + "/alias/a.html"}}), TargetResult(site + "/real/a.html"));
   EXPECT_EQ(resolve({{"path", site}}), TargetResult(site));
   EXPECT_EQ(resolve({{"to", site + "/new.html"}}, "to"), TargetResult(site + "/new.html"));
+  // An encoded NUL byte inside a value is outside, not cut.
+  std::optional<BridgeRequest> request =
+      BridgeRequest::fromUrl("vorna://app/api/read?path=" + site + "/a.html%00", "GET", {}, "");
+  ASSERT_TRUE(request.has_value());
+  EXPECT_EQ(refusalBody(resolveTarget(WorkspaceBoundary(site), *request, "path")),
+            R"({"error":"path is outside the workspace"})");
 }
 
+// Which paths are inside: WorkspaceBoundaryTest.
 TEST_F(TargetResolutionTest, RefusalsNameTheParameterNeverThePath) {
   tmp.symlink("loop", "w/site/loop");
   tmp.symlink(tmp / "elsewhere", "w/site/docs");
@@ -57,22 +64,12 @@ TEST_F(TargetResolutionTest, RefusalsNameTheParameterNeverThePath) {
       {{{"path", "/a"}}, "to", R"({"error":"missing to"})"},
       {{{"path", "a.html"}}, "path", R"({"error":"path must be absolute"})"},
       {{{"to", "./a.html"}}, "to", R"({"error":"to must be absolute"})"},
-      {{{"path", site + "/../other/x"}}, "path", R"({"error":"path is outside the workspace"})"},
-      {{{"path", site + "2/a"}}, "path", R"({"error":"path is outside the workspace"})"},
       {{{"path", site + "/docs/x"}}, "path", R"({"error":"path is outside the workspace"})"},
       {{{"to", site + "/loop/x"}}, "to", R"({"error":"to is outside the workspace"})"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(refusalBody(resolve(c.query, c.key)), c.body) << c.body;
   }
-}
-
-TEST_F(TargetResolutionTest, AnEncodedNulByteInsideAValueIsOutsideNotCut) {
-  std::optional<BridgeRequest> request =
-      BridgeRequest::fromUrl("vorna://app/api/read?path=" + site + "/a.html%00", "GET", {}, "");
-  ASSERT_TRUE(request.has_value());
-  EXPECT_EQ(refusalBody(resolveTarget(WorkspaceBoundary(site), *request, "path")),
-            R"({"error":"path is outside the workspace"})");
 }
 
 }  // namespace

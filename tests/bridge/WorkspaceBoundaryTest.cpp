@@ -34,6 +34,13 @@ TEST_F(WorkspaceBoundaryTest, InsideIsTheRootAndWhatContinuesItWithASlashOnceRes
   EXPECT_EQ(boundary.resolveInside(site + "/alias/x.html"), site + "/real/x.html");
   EXPECT_EQ(boundary.resolveInside(site + "/docs/x"), std::nullopt);
   EXPECT_EQ(boundary.resolveInside(site + "/docs"), std::nullopt);
+  // What lies after the root, split.
+  EXPECT_EQ(boundary.relativeComponents(site + "/a/b.html"), (Components{"a", "b.html"}));
+  EXPECT_EQ(boundary.relativeComponents(site + "/alias//x.html"), (Components{"real", "x.html"}));
+  EXPECT_EQ(boundary.relativeComponents(site), Components{});
+  EXPECT_EQ(boundary.relativeComponents(site + "/"), Components{});
+  EXPECT_EQ(boundary.relativeComponents(tmp / "w/other/a"), std::nullopt);
+  EXPECT_EQ(boundary.relativeComponents("a/b"), std::nullopt);
 }
 
 TEST_F(WorkspaceBoundaryTest, RootOpenedThroughALinkedParentAnswersUnderTheRootAsOpened) {
@@ -46,49 +53,34 @@ TEST_F(WorkspaceBoundaryTest, RootOpenedThroughALinkedParentAnswersUnderTheRootA
   EXPECT_EQ(boundary.resolveInside(tmp / "real/ws/a"), tmp / "alias/ws/a");
   EXPECT_EQ(boundary.resolveInside(tmp / "real/ws"), tmp / "alias/ws");
   EXPECT_TRUE(boundary.isRoot(tmp / "real/ws/"));
+  // The file system root contains every absolute path, an empty root none.
+  WorkspaceBoundary whole("/");
+  EXPECT_EQ(whole.root(), "/");
+  EXPECT_EQ(whole.rebase("/"), "/");
+  EXPECT_EQ(whole.rebase(site + "/a"), site + "/a");
+  EXPECT_EQ(whole.relativeComponents("/x/y"), (Components{"x", "y"}));
+  WorkspaceBoundary empty("");
+  EXPECT_EQ(empty.rebase("/a"), std::nullopt);
+  EXPECT_EQ(empty.relativeComponents("/a"), std::nullopt);
 }
 
-TEST_F(WorkspaceBoundaryTest, RootKeepsTheCanonicalPathComputedAtStart) {
-  tmp.makeFolder("later");
-  WorkspaceBoundary boundary(tmp / "moving");
-  ASSERT_EQ(boundary.canonicalRootPath(), tmp / "moving");
-  tmp.symlink(tmp / "later", "moving");
-  EXPECT_EQ(boundary.canonicalRootPath(), tmp / "moving");
-  EXPECT_EQ(boundary.resolveInside(tmp / "moving/a"), std::nullopt);
-}
-
+// The root keeps the canonical path computed at the start.
 TEST_F(WorkspaceBoundaryTest, IsRootResolvesAndFallsBackToTheUnresolvedPath) {
   tmp.symlink(site, "link-to-site");
   WorkspaceBoundary boundary(site);
   EXPECT_TRUE(boundary.isRoot(tmp / "link-to-site"));
   EXPECT_TRUE(boundary.isRoot(site + "/real/.."));
   EXPECT_FALSE(boundary.isRoot(site + "/real"));
+  tmp.makeFolder("later");
+  WorkspaceBoundary moving(tmp / "moving");
+  ASSERT_EQ(moving.canonicalRootPath(), tmp / "moving");
+  tmp.symlink(tmp / "later", "moving");
+  EXPECT_EQ(moving.canonicalRootPath(), tmp / "moving");
+  EXPECT_EQ(moving.resolveInside(tmp / "moving/a"), std::nullopt);
   WorkspaceBoundary relative("site");
   EXPECT_EQ(relative.canonicalRootPath(), "site");
   EXPECT_TRUE(relative.isRoot("site"));
   EXPECT_EQ(relative.rebase("/site"), std::nullopt);
-}
-
-TEST_F(WorkspaceBoundaryTest, RelativeComponentsSplitWhatLiesAfterTheRoot) {
-  tmp.symlink("real", "w/site/alias");
-  WorkspaceBoundary boundary(site);
-  EXPECT_EQ(boundary.relativeComponents(site + "/a/b.html"), (Components{"a", "b.html"}));
-  EXPECT_EQ(boundary.relativeComponents(site + "/alias//x.html"), (Components{"real", "x.html"}));
-  EXPECT_EQ(boundary.relativeComponents(site), Components{});
-  EXPECT_EQ(boundary.relativeComponents(site + "/"), Components{});
-  EXPECT_EQ(boundary.relativeComponents(tmp / "w/other/a"), std::nullopt);
-  EXPECT_EQ(boundary.relativeComponents("a/b"), std::nullopt);
-}
-
-TEST_F(WorkspaceBoundaryTest, FileSystemRootContainsEveryAbsolutePathAndAnEmptyRootNone) {
-  WorkspaceBoundary boundary("/");
-  EXPECT_EQ(boundary.root(), "/");
-  EXPECT_EQ(boundary.rebase("/"), "/");
-  EXPECT_EQ(boundary.rebase(site + "/a"), site + "/a");
-  EXPECT_EQ(boundary.relativeComponents("/x/y"), (Components{"x", "y"}));
-  WorkspaceBoundary empty("");
-  EXPECT_EQ(empty.rebase("/a"), std::nullopt);
-  EXPECT_EQ(empty.relativeComponents("/a"), std::nullopt);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -87,29 +88,19 @@ class Recorder {
 };
 
 // Lets a test hold the queue inside a callback.
-class Gate {
- public:
+struct Gate {
+  std::promise<void> entered, opened;
+  std::shared_future<void> open = opened.get_future().share();
+  std::atomic<bool> once{false};
   void enterAndWait() {
-    std::unique_lock guard(mutex_);
-    entered_ = true;
-    changed_.notify_all();
-    changed_.wait_for(guard, kPatience, [&] { return open_; });
+    if (!once.exchange(true)) {
+      entered.set_value();
+    }
+    open.wait_for(kPatience);
   }
   bool waitEntered() {
-    std::unique_lock guard(mutex_);
-    return changed_.wait_for(guard, kPatience, [&] { return entered_; });
+    return entered.get_future().wait_for(kPatience) == std::future_status::ready;
   }
-  void open() {
-    std::lock_guard guard(mutex_);
-    open_ = true;
-    changed_.notify_all();
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool entered_ = false;
-  bool open_ = false;
 };
 
 class WorkspaceWatcherTest : public ::testing::Test {
@@ -142,7 +133,9 @@ class WorkspaceWatcherTest : public ::testing::Test {
   int markers = 0;
 };
 
+// Hidden items, swap files and attribute changes that alter nothing produce nothing.
 TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFingerprint) {
+  temp.makeFolder("site/.git/objects");
   write("a.html", "a1");
   write("b.html", "b1");
   watcher.start(recorder.handler());
@@ -161,10 +154,23 @@ TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFinger
   EXPECT_EQ(settle(),
             (std::vector{change(Kind::removed, at("a.html")),
                          change(Kind::renamed, at("d.html"), fingerprintOf("a2 longer"))}));
+
+  write(".git/objects/x", "1");
+  temp.makeFolder("site/.cache/deep");
+  write(".cache/deep/y.html", "2");
+  write(".vn-swap-1234", "3");
+  ASSERT_EQ(::chmod(at("d.html").c_str(), 0600), 0);  // same size and time
+  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
 }
 
-TEST_F(WorkspaceWatcherTest, AnnouncedExchangeSaveIsSilentButALaterOutsideWriteIsNot) {
+// The host's own move of a folder echoes for the folder and everything that
+// was in it, at both places; another program's changes there do not.
+TEST_F(WorkspaceWatcherTest, AnnouncedSavesAndMovesAreSilentButLaterOutsideChangesAreNot) {
   write("page.html", "old version");
+  temp.makeFolder("site/sub/deeper");
+  write("sub/inner.html", "i");
+  write("sub/deeper/x.html", "x");
+  write("gone.html", "g");
   watcher.start(recorder.handler());
 
   // The host's save: staged beside the page, exchanged with it, and the displaced
@@ -180,65 +186,52 @@ TEST_F(WorkspaceWatcherTest, AnnouncedExchangeSaveIsSilentButALaterOutsideWriteI
   write("page.html", "new version!");
   EXPECT_EQ(settle(),
             std::vector{change(Kind::modified, at("page.html"), fingerprintOf("new version!"))});
-}
 
-TEST_F(WorkspaceWatcherTest, HiddenItemsSwapFilesAndUnchangedAttributesProduceNothing) {
-  temp.makeFolder("site/.git/objects");
-  write("page.html", "p");
-  watcher.start(recorder.handler());
-
-  write(".git/objects/x", "1");
-  temp.makeFolder("site/.cache/deep");
-  write(".cache/deep/y.html", "2");
-  write(".vn-swap-1234", "3");
-  ASSERT_EQ(::chmod(at("page.html").c_str(), 0600), 0);  // same size and time
+  watcher.noteOwnMove(at("sub"), at("moved"));
+  move(at("sub"), at("moved"));
+  watcher.noteOwnMove(at("gone.html"), std::nullopt);
+  move(at("gone.html"), outside / "trashed.html");
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+
+  write("moved/deeper/x.html", "changed outside");
+  temp.makeFolder("site/sub");  // the old place taken again
+  write("gone.html", "back");
+  EXPECT_EQ(sortedByPath(settle()),
+            (std::vector{
+                change(Kind::created, at("gone.html"), fingerprintOf("back")),
+                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
+                change(Kind::created, at("sub"))}));
 }
 
-TEST_F(WorkspaceWatcherTest, FolderCreatedAndFilledAtOnceReportsEverythingInIt) {
+TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatchedWhereTheyAre) {
   watcher.start(recorder.handler());
 
   temp.makeFolder("site/new/inner");
   write("new/inner/x.html", "x");
-  write("new/y.html", "y");
   EXPECT_EQ(sortedByPath(settle()),
             (std::vector{change(Kind::created, at("new")), change(Kind::created, at("new/inner")),
-                         change(Kind::created, at("new/inner/x.html"), fingerprintOf("x")),
-                         change(Kind::created, at("new/y.html"), fingerprintOf("y"))}));
-
+                         change(Kind::created, at("new/inner/x.html"), fingerprintOf("x"))}));
   // The new folders are watched, not just listed once.
   write("new/inner/x.html", "x2");
   EXPECT_EQ(settle(),
             std::vector{change(Kind::modified, at("new/inner/x.html"), fingerprintOf("x2"))});
-}
 
-TEST_F(WorkspaceWatcherTest, RenamedFolderReportsItsNewPathsAndIsWatchedThere) {
-  temp.makeFolder("site/docs/sub");
-  write("docs/sub/a.html", "a");
-  watcher.start(recorder.handler());
-
-  move(at("docs"), at("pages"));
-  EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{change(Kind::removed, at("docs")), change(Kind::removed, at("docs/sub")),
-                         change(Kind::removed, at("docs/sub/a.html")),
-                         change(Kind::renamed, at("pages")), change(Kind::renamed, at("pages/sub")),
-                         change(Kind::renamed, at("pages/sub/a.html"), fingerprintOf("a"))}));
-
-  write("pages/sub/a.html", "a2");
+  move(at("new"), at("pages"));
+  EXPECT_EQ(
+      sortedByPath(settle()),
+      (std::vector{change(Kind::removed, at("new")), change(Kind::removed, at("new/inner")),
+                   change(Kind::removed, at("new/inner/x.html")),
+                   change(Kind::renamed, at("pages")), change(Kind::renamed, at("pages/inner")),
+                   change(Kind::renamed, at("pages/inner/x.html"), fingerprintOf("x2"))}));
+  write("pages/inner/x.html", "x3");
   EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("pages/sub/a.html"), fingerprintOf("a2"))});
-}
+            std::vector{change(Kind::modified, at("pages/inner/x.html"), fingerprintOf("x3"))});
 
-TEST_F(WorkspaceWatcherTest, FolderMovedOutOfTheWorkspaceIsNoLongerWatched) {
-  temp.makeFolder("site/docs");
-  write("docs/a.html", "a");
-  watcher.start(recorder.handler());
-
-  move(at("docs"), outside / "docs");
-  EXPECT_EQ(sortedByPath(settle()), (std::vector{change(Kind::removed, at("docs")),
-                                                 change(Kind::removed, at("docs/a.html"))}));
-
-  outside.write("docs/a.html", "written elsewhere");
+  move(at("pages"), outside / "pages");
+  EXPECT_EQ(sortedByPath(settle()), (std::vector{change(Kind::removed, at("pages")),
+                                                 change(Kind::removed, at("pages/inner")),
+                                                 change(Kind::removed, at("pages/inner/x.html"))}));
+  outside.write("pages/inner/x.html", "written elsewhere");
   EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
 }
 
@@ -264,7 +257,7 @@ TEST_F(WorkspaceWatcherTest, OverflowRescansAndReportsWhatTheLostRecordsHeld) {
   move(at("old.html"), at("moved.html"));
   ::testing::internal::CaptureStderr();
   watcher.simulateOverflow();
-  gate.open();
+  gate.opened.set_value();
 
   // The marker must not be written before the rescan, which would drop its record too.
   ASSERT_TRUE(recorder.waitFor(at("page.html")));
@@ -305,7 +298,7 @@ TEST_F(WorkspaceWatcherTest, StopWaitsForTheRunningCallbackAndNoneFollows) {
     stopped = true;
   });
   EXPECT_FALSE(testing::eventually([&] { return stopped.load(); }, 100ms)) << "stop did not wait";
-  gate.open();
+  gate.opened.set_value();
   stopper.join();
   EXPECT_TRUE(callbackDone);
   // The other four files were batched with the first and are never delivered.
@@ -347,31 +340,6 @@ TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
         watcher.stop();
       },
       [&] { testing::releasePipesIn(root); }));
-}
-
-// The host's own move of a folder echoes for the folder and everything that
-// was in it, at both places; another program's changes there do not.
-TEST_F(WorkspaceWatcherTest, AnAnnouncedMoveIsSilentBelowItButLaterOutsideChangesAreNot) {
-  temp.makeFolder("site/sub/deeper");
-  write("sub/inner.html", "i");
-  write("sub/deeper/x.html", "x");
-  write("gone.html", "g");
-  watcher.start(recorder.handler());
-
-  watcher.noteOwnMove(at("sub"), at("moved"));
-  move(at("sub"), at("moved"));
-  watcher.noteOwnMove(at("gone.html"), std::nullopt);
-  move(at("gone.html"), outside / "trashed.html");
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
-
-  write("moved/deeper/x.html", "changed outside");
-  temp.makeFolder("site/sub");  // the old place taken again
-  write("gone.html", "back");
-  EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{
-                change(Kind::created, at("gone.html"), fingerprintOf("back")),
-                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
-                change(Kind::created, at("sub"))}));
 }
 
 // Without inotify, or with part of the tree over the watch limit, folders are

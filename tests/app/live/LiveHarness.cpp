@@ -8,20 +8,6 @@
 
 namespace vorna::app::testing {
 
-bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  while (!done()) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      return false;
-    }
-    g_main_context_iteration(nullptr, FALSE);
-    if (!g_main_context_pending(nullptr)) {
-      g_usleep(1000);
-    }
-  }
-  return true;
-}
-
 namespace {
 
 struct ScriptCall {
@@ -77,19 +63,12 @@ contracts::Json runScript(EditorWindowController& controller, const std::string&
   return *parsed;
 }
 
-void loadAndWait(EditorWindowController& controller, const std::optional<std::string>& folder) {
+void loadAndWait(EditorWindowController& controller) {
   std::optional<bool> loaded;
   controller.setDidFinishLoad([&](bool ok) { loaded = ok; });
-  controller.load(folder, std::nullopt);
+  controller.load(std::nullopt, std::nullopt);
   ASSERT_TRUE(runUntil([&] { return loaded.has_value(); })) << "the page did not load";
   ASSERT_TRUE(*loaded) << "the page failed to load";
-}
-
-EditorWindowController::Seams testSeams(BridgeFactory factory, std::vector<std::string>* opened) {
-  EditorWindowController::Seams seams;
-  seams.makeBridge = std::move(factory);
-  seams.openExternally = [opened](const std::string& url) { opened->push_back(url); };
-  return seams;
 }
 
 }  // namespace vorna::app::testing

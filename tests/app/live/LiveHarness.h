@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "../../bridge/MainContext.h"
 #include "app/EditorWindowController.h"
 #include "contracts/Json.h"
 
@@ -12,8 +13,7 @@ namespace vorna::app::testing {
 
 using namespace std::chrono_literals;
 
-// Runs the main loop until `done` holds; false when `limit` passes first.
-bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = 15s);
+using vorna::testing::runUntil;
 
 // Runs an async function body in the page's world (it may await) and returns
 // what it returns, which must be a JSON text; the test fails on a script error
@@ -21,11 +21,7 @@ bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds limit
 contracts::Json runScript(EditorWindowController& controller, const std::string& body,
                           const std::string& argument = "");
 
-// Loads the editor page (optionally with a folder) and waits for the load.
-void loadAndWait(EditorWindowController& controller,
-                 const std::optional<std::string>& folder = std::nullopt);
-
-// Controller options for tests: bridges from `factory`, links recorded in `opened`.
-EditorWindowController::Seams testSeams(BridgeFactory factory, std::vector<std::string>* opened);
+// Loads the editor page and waits for the load.
+void loadAndWait(EditorWindowController& controller);
 
 }  // namespace vorna::app::testing

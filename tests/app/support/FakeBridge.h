@@ -1,10 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "contracts/BridgeHandling.h"
@@ -13,8 +13,7 @@
 
 namespace vorna::app::testing {
 
-// A bridge that answers from memory, records what reached it, and lets a test
-// play the watcher.
+// A bridge that answers from memory and records what reached it.
 //   echo       200 {"bytes", "sha256", "method", "contentType"} of the request
 //   nocontent  204 with no body
 //   slow       200 {"slow":true}, once `releaseSlow` was called
@@ -42,40 +41,24 @@ class FakeBridge : public contracts::BridgeHandling {
     }
     if (request.op == "slow") {
       std::unique_lock guard(lock_);
-      ++slowWaiting_;
+      ++slowWaiting;
       released_.wait(guard, [this] { return slowReleased_; });
-      --slowWaiting_;
-      ++slowAnswered_;
+      --slowWaiting;
+      ++slowAnswered;
       return contracts::BridgeResponse::json(200, {{"slow", true}});
     }
     return contracts::BridgeResponse::error(404,
                                             "unknown op: " + request.method + " " + request.op);
   }
 
-  void startWatching(std::function<void(const contracts::WorkspaceChange&)> onChange) override {
+  void startWatching(std::function<void(const contracts::WorkspaceChange&)>) override {
     std::lock_guard guard(lock_);
-    onChange_ = std::move(onChange);
     log_.push_back("start " + root_);
   }
 
   void stopWatching() override {
     std::lock_guard guard(lock_);
-    onChange_ = nullptr;
     log_.push_back("stop " + root_);
-  }
-
-  // Delivers a change from a thread of its own, as a watcher does.
-  void emitFromWatcherThread(const contracts::WorkspaceChange& change) {
-    std::function<void(const contracts::WorkspaceChange&)> callback;
-    {
-      std::lock_guard guard(lock_);
-      callback = onChange_;
-    }
-    std::thread([callback, change] {
-      if (callback) {
-        callback(change);
-      }
-    }).join();
   }
 
   std::vector<contracts::BridgeRequest> requests() const {
@@ -87,14 +70,8 @@ class FakeBridge : public contracts::BridgeHandling {
     return log_;
   }
 
-  int slowWaiting() const {
-    std::lock_guard guard(lock_);
-    return slowWaiting_;
-  }
-  int slowAnswered() const {
-    std::lock_guard guard(lock_);
-    return slowAnswered_;
-  }
+  std::atomic<int> slowWaiting{0};
+  std::atomic<int> slowAnswered{0};
   void releaseSlow() {
     {
       std::lock_guard guard(lock_);
@@ -108,11 +85,8 @@ class FakeBridge : public contracts::BridgeHandling {
   mutable std::mutex lock_;
   std::vector<contracts::BridgeRequest> requests_;
   std::vector<std::string> log_;
-  std::function<void(const contracts::WorkspaceChange&)> onChange_;
   std::condition_variable released_;
   bool slowReleased_ = false;
-  int slowWaiting_ = 0;
-  int slowAnswered_ = 0;
 };
 
 }  // namespace vorna::app::testing
