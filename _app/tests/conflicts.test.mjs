@@ -25,7 +25,7 @@ describe('conflict desk', () => {
     assert.deepEqual([cols.base.id, cols.editor.id, cols.disk.id], ['1', '4', '3']);
   });
 
-  test('loading a fresh conflict reads every candidate and uses the 409\'s disk fingerprint', async () => {
+  test('a fresh conflict loads every candidate with the 409\'s disk fingerprint; choosing resolves with that fingerprint', async () => {
     const { host, desk, err } = await conflicted();
     await desk.refresh();
     const view = await desk.load(err.body.conflict, { diskFingerprint: err.body.fingerprint });
@@ -33,12 +33,6 @@ describe('conflict desk', () => {
     assert.equal(view.disk.fingerprint, sha('disk\n'));
     assert.equal(view.current, null);
     assert.equal(host.log('GET', 'stat').length, 0);
-  });
-
-  test('choosing a candidate resolves with the disk fingerprint the user was shown', async () => {
-    const { host, desk, err } = await conflicted();
-    await desk.refresh();
-    const view = await desk.load(err.body.conflict, { diskFingerprint: err.body.fingerprint });
     const mine = view.candidates.find((c) => c.role === 'editor');
     const result = await desk.choose(view, mine.id);
     assert.equal(host.log('POST', 'resolve')[0].query.disk, sha('disk\n'));
