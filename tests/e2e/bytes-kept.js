@@ -1,10 +1,27 @@
-// A page in Latin-1 is shown read-only and never written with replacement
-// characters: not by typing, not by saving, not as a draft. Only after
-// "Convert to UTF-8 and edit" is it saved, as UTF-8.
+// Bytes the user did not touch come back as they were. A page with CRLF line
+// endings, typed into and saved, keeps CRLF on every line. A page in Latin-1
+// is shown read-only and never written with replacement characters: not by
+// typing, not by saving, not as a draft; only after "Convert to UTF-8 and
+// edit" is it saved, as UTF-8.
 const bytesOf = async (t, page) => new Uint8Array(await (await fetch(`/api/file?path=${encodeURIComponent(t.path(page))}`)).arrayBuffer());
+const latin = (bytes) => Array.from(bytes, (b) => String.fromCharCode(b)).join('');
 const holdsReplacement = (b) => b.some((x, i) => x === 0xef && b[i + 1] === 0xbf && b[i + 2] === 0xbd);
+const typeAndSave = async (t, page, text) => {
+  t.type(text, '</body>');
+  await t.waitFor(() => VN.dirty(), 'typing to mark the page dirty');
+  t.click('#save-btn');
+  await t.waitFor(() => !VN.dirty() && VN.status().text === `Saved ${page}`, `the save of ${page} to finish`);
+};
 
 scenario(async (t) => {
+  const crlf = latin(await bytesOf(t, 'crlf.html'));
+  await t.open('crlf.html');
+  t.equal(VN.format().eol, 'CRLF', 'the status bar shows CRLF');
+  await typeAndSave(t, 'crlf.html', '  <p>Typed in the editor.</p>\n');
+  const after = latin(await bytesOf(t, 'crlf.html'));
+  t.equal(after, crlf.replace('</body>', '  <p>Typed in the editor.</p>\r\n</body>'), 'the saved bytes are the old ones with the typed line, in CRLF');
+  t.equal((after.match(/\r\n/g) || []).length, (after.match(/\n/g) || []).length, 'no line lost its CR');
+
   const original = await bytesOf(t, 'latin1.html');
   await t.open('latin1.html');
   t.check(VN.text().includes('Le café est ouvert.'), 'the page shows é, read as Windows-1252');
@@ -23,10 +40,7 @@ scenario(async (t) => {
   if (!convert) return;
   convert.click();
   t.equal(VN.format().readOnly, false, 'the converted page can be edited');
-  t.type('  <p>Déjà converti.</p>\n', '</body>');
-  await t.waitFor(() => VN.text().includes('Déjà converti.'), 'the typing to reach the editor');
-  t.click('#save-btn');
-  await t.waitFor(() => !VN.dirty() && VN.status().text === 'Saved latin1.html', 'the save to finish');
+  await typeAndSave(t, 'latin1.html', '  <p>Déjà converti.</p>\n');
   const saved = await bytesOf(t, 'latin1.html');
   t.equal(holdsReplacement(saved), false, 'the saved page holds no U+FFFD');
   t.equal(new TextDecoder('utf-8', { fatal: true }).decode(saved).includes('Le café est ouvert.</p>\n  <p>Déjà converti.</p>'), true,
