@@ -60,23 +60,19 @@ describe('base tracking', () => {
     assert.equal(session.base, sha('<p>one</p>\n'));
     assert.equal(events.find((e) => e.kind === 'error').error.message, 'recovery store unavailable: disk full');
   });
-
-  test('saving a clean page sends nothing', async () => {
-    const { host, session } = await setup();
-    const result = await session.save();
-    assert.equal(result.unchanged, true);
-    assert.equal(host.log('PUT', 'file').length, 0);
-  });
 });
 
 describe('dirty marker', () => {
-  test('editing back to the saved text clears it', async () => {
-    const { session, kinds } = await setup();
+  test('editing back to the saved text clears it, and then no draft is stored and a save sends nothing', async () => {
+    const { host, timers, session, kinds } = await setup();
     session.setText('<p>changed</p>\n');
     assert.equal(session.dirty, true);
     session.setText('<p>one</p>\n');
     assert.equal(session.dirty, false);
     assert.deepEqual(kinds().filter((k) => k === 'dirty').length, 2);
+    await timers.advance(DRAFT_THROTTLE_MS * 2);
+    assert.equal((await session.save()).unchanged, true);
+    assert.equal(host.requests.length, 0);
   });
 });
 
@@ -93,14 +89,6 @@ describe('drafts while typing', () => {
     const drafts = host.log('PUT', 'draft');
     assert.deepEqual(drafts.map((d) => d.body.length), [4, 8, 12]);
     assert.equal(drafts[0].headers['x-vn-base'], sha('<p>one</p>\n'));
-  });
-
-  test('no draft when the text went back to the saved version', async () => {
-    const { host, timers, session } = await setup();
-    session.setText('a');
-    session.setText('<p>one</p>\n');
-    await timers.advance(DRAFT_THROTTLE_MS * 2);
-    assert.equal(host.log('PUT', 'draft').length, 0);
   });
 
   test('a successful save discards the draft, after any draft write still under way', async () => {
@@ -232,17 +220,12 @@ describe('outside changes', () => {
     assert.equal(session.dirty, false);
   });
 
-  test('an event carrying the fingerprint the editor holds is ignored', async () => {
+  test('an event carrying the fingerprint the editor holds is ignored; without one a dirty page asks stat first', async () => {
     const { host, session } = await setup();
     session.setText('mine');
     await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE, fingerprint: session.base });
     assert.equal(session.disk, null);
     assert.equal(host.requests.length, 0);
-  });
-
-  test('without a fingerprint a dirty page asks stat before flagging', async () => {
-    const { host, session } = await setup();
-    session.setText('mine');
     await session.externalChange({ type: 'changed', kind: 'modified', path: PAGE });
     assert.equal(host.log('GET', 'stat').length, 1);
     assert.equal(session.disk, null);
@@ -278,24 +261,21 @@ describe('outside changes', () => {
     assert.equal(session.disk.state, 'modified');
   });
 
-  test('removing the page or a folder above it flags the page as removed; other paths are ignored', async () => {
-    const { session } = await setup();
-    await session.externalChange({ type: 'changed', kind: 'removed', path: '/ws/a.html.bak' });
-    assert.equal(session.disk, null);
-    await session.externalChange({ type: 'changed', kind: 'removed', path: '/ws' });
-    assert.equal(session.disk.state, 'removed');
-  });
-
-  test('a removed page can be written again as a new file', async () => {
+  test('removing the page or a folder above it flags the page as removed, and it can be written again as a new file', async () => {
     const { host, session } = await setup();
     session.setText('keep me');
+    await session.externalChange({ type: 'changed', kind: 'removed', path: '/ws/a.html.bak' });
+    assert.equal(session.disk, null);
     host.files.delete(PAGE);
     await session.externalChange({ type: 'changed', kind: 'removed', path: PAGE });
+    assert.equal(session.disk.state, 'removed');
     const result = await session.recreate();
     assert.equal(result.ok, true);
     assert.equal(host.files.get(PAGE), 'keep me');
     assert.equal(session.base, sha('keep me'));
     assert.equal(session.disk, null);
+    await session.externalChange({ type: 'changed', kind: 'removed', path: '/ws' });
+    assert.equal(session.disk.state, 'removed');
   });
 });
 
