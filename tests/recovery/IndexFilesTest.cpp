@@ -197,8 +197,9 @@ TEST_F(IndexFilesTest, ACompactedSnapshotHoldsTheBytesOfAWholeRewrite) {
     writer.saveDraft(page("p" + std::to_string(i % 3) + ".html"), "v" + std::to_string(i), "base");
     operations.push_back(
         writer
-            .beginOperation("op/" + std::to_string(i),
-                            {{.path = "/w/a", .beforeFingerprint = {}, .afterFingerprint = {}}})
+            .beginOperation(
+                "op/" + std::to_string(i),
+                {{.path = "/w/a", .beforeFingerprint = {}, .afterFingerprint = "after"}})
             .id);
   }
   writer.discardDraft(page("p1.html"));

@@ -56,7 +56,7 @@ TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
   EXPECT_EQ(record.candidates[0].fingerprint, hexOf("base"));
   EXPECT_EQ(service().candidateBytes(record.candidates[0].id), "base");
   EXPECT_EQ(service().candidateBytes(disk.id), "disk");
-  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{record});
+  EXPECT_EQ(open()->conflicts(), std::vector<ConflictRecord>{record});
 }
 
 TEST_F(ConflictsTest, EachVersionIsOfferedOnceAndRolesFollowTheKinds) {

@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <thread>
-
 #include "ServiceFixture.h"
 
 namespace vorna::recovery {
@@ -24,10 +21,11 @@ class DraftsTest : public testfixture::ServiceTest {};
 TEST_F(DraftsTest, TheLastDraftOfEachPageIsCurrentAndListedByPath) {
   service().saveDraft(page("b.html"), "b1", std::nullopt);
   DraftRecord first = service().saveDraft(page("a.html"), "a1", "base-a").record;
-  DraftRecord second = service().saveDraft(page("a.html"), "a2", std::nullopt).record;
+  DraftRecord second = service().saveDraft(page("a.html"), "a2", "base-a2").record;
   DraftRecord other = service().saveDraft(page("b.html"), "b2", std::nullopt).record;
 
   EXPECT_EQ(service().drafts(), (std::vector<DraftRecord>{second, other}));
+  EXPECT_EQ(open()->drafts(), service().drafts());
   EXPECT_EQ(service().draftBytes(first.id), "a1");
   EXPECT_EQ(service().draftBytes(second.id), "a2");
   EXPECT_EQ(second.byteCount, 2);
@@ -93,52 +91,6 @@ TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
             "not found: draft " + removed.id + ": payload missing at " + removedPath);
   EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes("1A2B"); }), "not found: draft 1A2B");
   EXPECT_EQ(recoveryErrorOf([&] { service().draftPayloadURL("1A2B"); }), "not found: draft 1A2B");
-}
-
-TEST_F(DraftsTest, BytesTheStoreRefusesLeaveTheIndexAsItWas) {
-  service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
-  fs.failWhere(FsCall::open, ".bin", ENOSPC);
-
-  std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "12345", {}); });
-
-  EXPECT_TRUE(message.starts_with("recovery store unavailable: cannot retain 5 bytes for " +
-                                  page("a.html") + ": open failed on " + retainedDirectory()))
-      << message;
-  EXPECT_TRUE(message.ends_with(".bin: No space left on device (28)")) << message;
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
-}
-
-TEST_F(DraftsTest, AFailedIndexWriteKeepsThePayloadButNoDraftForIt) {
-  service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
-  fs.failWhere(FsCall::write, "drafts.journal", ENOSPC);
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); }),
-            "recovery store unavailable: cannot write drafts.json: write failed on " +
-                indexFile("drafts.journal") + ": No space left on device (28)");
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
-  EXPECT_EQ(service().retentionStore().entries().size(), 2u);
-  EXPECT_EQ(service().drafts().size(), 1u);
-}
-
-// Each save rewrites the whole index; without the service's lock, saves from
-// several threads would overwrite each other's entries.
-TEST_F(DraftsTest, SavesFromManyThreadsAllReachTheIndex) {
-  LocalRecoveryService& shared = service();
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&shared, t, this] {
-      for (int i = 0; i < 5; ++i) {
-        shared.saveDraft(page("p" + std::to_string(t) + "-" + std::to_string(i) + ".html"), "x",
-                         std::nullopt);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(shared.drafts().size(), 20u);
 }
 
 }  // namespace

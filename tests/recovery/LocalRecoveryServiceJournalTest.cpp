@@ -29,7 +29,7 @@ TEST_F(JournalTest, StepsAreUpdatedAndFinishedOperationsStayInTheJournal) {
 
   rename.steps[0].state = State::failed;
   rename.steps[1].state = State::landed;
-  EXPECT_EQ(service().unfinishedOperations(), std::vector<OperationRecord>{rename});
+  EXPECT_EQ(open()->unfinishedOperations(), std::vector<OperationRecord>{rename});
   std::string journal = readFileOrEmpty(indexFile("operations.journal"));
   EXPECT_NE(journal.find("\"finishedAt\":\"" + contracts::formatIsoDate(now) + "\",\"id\":\"" +
                          trash.id + "\""),
