@@ -570,13 +570,13 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
     world.recordsBefore = recordsOf(*openService(world.disk, world.storeRoot));
   }
   world.disk.markDurable();
-  if (options.skipFlush != 0) {
-    world.disk.skipFlush(options.skipFlush);
-  }
 
   FaultInjectingFileSystem fs(world.disk);
+  if (options.skipFlush != 0) {
+    fs.skipNth(FsCall::fsync, static_cast<int>(options.skipFlush));
+  }
   std::function<Promise()> run = sequence.start(world, fs);
-  const size_t callsBefore = fs.callCount();
+  const size_t callsBefore = fs.calls().size();
   if (options.failCall != 0) {
     const FsCall call = (*options.calls)[options.failCall - 1].call;
     int occurrence = static_cast<int>(fs.count(call));
@@ -595,7 +595,11 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
   result.answer = promise.answer;
   std::vector<FaultInjectingFileSystem::Call> calls = fs.calls();
   result.calls.assign(calls.begin() + static_cast<ptrdiff_t>(callsBefore), calls.end());
-  result.flushes = world.disk.flushedPaths();
+  for (const FaultInjectingFileSystem::Call& call : calls) {
+    if (call.call == FsCall::fsync) {
+      result.flushes.push_back(call.path);
+    }
+  }
   result.changes = world.disk.changeCount();
 
   std::unordered_set<std::string> seen;

@@ -138,7 +138,7 @@ TEST_F(SafeAdapterTest, WithoutRestoringTheEditorsBytesStayAndTheForeignVersionI
 TEST_F(SafeAdapterTest, PendingBytesAreRetainedBeforeAnythingElseAndListedLast) {
   adapter.setRetainPendingBytes(true);
   writePage(kOld);
-  size_t before = fs.callCount();
+  size_t before = fs.calls().size();
 
   SaveOutcome saved = adapter.save(page, kNew, fp(kOld));
   ASSERT_TRUE(saved.isSaved()) << ::testing::PrintToString(saved);
@@ -210,12 +210,12 @@ TEST_F(SafeAdapterTest, AnUnreadablePageAfterTheSaveIsReportedAsOverwrittenWitho
 TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
   dir.makeFolder("site/sub.html");
   for (const std::string& target : {folder + "/missing.html", folder + "/sub.html"}) {
-    size_t before = fs.callCount();
+    size_t before = fs.calls().size();
     SaveOutcome outcome = adapter.save(target, kNew, std::nullopt);
     ASSERT_TRUE(outcome.isError()) << ::testing::PrintToString(outcome);
     EXPECT_EQ(outcome.failure(), SaveFailure::pageMissing(target));
     EXPECT_EQ(outcome.failure().description(), "page missing: " + target);
-    EXPECT_EQ(fs.callCount(), before + 1);  // one look, nothing else
+    EXPECT_EQ(fs.calls().size(), before + 1);  // one look, nothing else
   }
   EXPECT_TRUE(swapFiles().empty());
   EXPECT_TRUE(store.payloadPaths().empty());

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 namespace vorna::testing {
 namespace {
@@ -216,7 +217,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
     return fail(error);
   }
   int fd = nextFd_++;
-  open_[fd] = OpenFile{id, 0, writable, (flags & O_APPEND) != 0, path};
+  open_[fd] = OpenFile{id, 0, writable, (flags & O_APPEND) != 0};
   return fd;
 }
 
@@ -267,10 +268,7 @@ int SimulatedDisk::fsync(int fd) {
   if (file == open_.end()) {
     return fail(EBADF);
   }
-  flushedPaths_.push_back(file->second.path);
-  if (!skippedFlushes_.contains(flushedPaths_.size())) {
-    make({.kind = Change::Kind::flush, .node = file->second.node});
-  }
+  make({.kind = Change::Kind::flush, .node = file->second.node});
   return 0;
 }
 
@@ -524,18 +522,6 @@ void SimulatedDisk::markDurable() {
   std::lock_guard lock(mutex_);
   durable_ = nodes_;
   changes_.clear();
-  flushedPaths_.clear();
-  skippedFlushes_.clear();
-}
-
-void SimulatedDisk::skipFlush(size_t n) {
-  std::lock_guard lock(mutex_);
-  skippedFlushes_.insert(n);
-}
-
-std::vector<std::string> SimulatedDisk::flushedPaths() const {
-  std::lock_guard lock(mutex_);
-  return flushedPaths_;
 }
 
 size_t SimulatedDisk::changeCount() const {
