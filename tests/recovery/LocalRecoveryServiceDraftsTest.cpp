@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "ServiceFixture.h"
 
@@ -10,7 +9,6 @@ using contracts::DraftRecord;
 using testfixture::escaped;
 using testfixture::readFileOrEmpty;
 using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
 using testing::FsCall;
 
 constexpr const char* kSha256OfNothing =
@@ -73,24 +71,6 @@ TEST_F(DraftsTest, DiscardingAPageWithoutDraftsWritesNothing) {
   size_t flushes = fs.count(FsCall::fsync);
   service().discardDraft(page("none.html"));
   EXPECT_EQ(fs.count(FsCall::fsync), flushes);
-}
-
-TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
-  DraftRecord changed = service().saveDraft(page("a.html"), "original", std::nullopt).record;
-  DraftRecord removed = service().saveDraft(page("b.html"), "original", std::nullopt).record;
-  std::string changedPath = service().draftPayloadURL(changed.id);
-  std::string removedPath = service().draftPayloadURL(removed.id);
-  ASSERT_EQ(::chmod(changedPath.c_str(), 0644), 0);
-  writeRaw(changedPath, "edited by hand");
-  ASSERT_EQ(::unlink(removedPath.c_str()), 0);
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes(changed.id); }),
-            "recovery store unavailable: draft " + changed.id + ": payload at " + changedPath +
-                " no longer matches its fingerprint");
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes(removed.id); }),
-            "not found: draft " + removed.id + ": payload missing at " + removedPath);
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes("1A2B"); }), "not found: draft 1A2B");
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftPayloadURL("1A2B"); }), "not found: draft 1A2B");
 }
 
 }  // namespace

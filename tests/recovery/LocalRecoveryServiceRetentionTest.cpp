@@ -82,12 +82,13 @@ TEST_F(RetentionTest, ABudgetOfZeroTakesEveryOldUnpinnedCopyAndANegativeOneNothi
   EXPECT_EQ(keptCount(versions), 3u);
   EXPECT_TRUE(exists(service().draftPayloadURL(draft.id)));
 
-  LocalRecoveryService strict(workspace, storeRoot, 0, 86400, fs, environment());
-  strict.enforceRetentionBudget();
+  retainedPerPage = 0;
+  std::unique_ptr<LocalRecoveryService> strict = open();
+  strict->enforceRetentionBudget();
   EXPECT_EQ(keptCount(versions), 0u);
   EXPECT_EQ(keptCount(others), 3u);
   EXPECT_FALSE(exists(retainedDirectory() + "/" + draft.id + ".bin"));
-  EXPECT_EQ(recoveryErrorOf([&] { strict.draftBytes(draft.id); }), "not found: draft " + draft.id);
+  EXPECT_EQ(recoveryErrorOf([&] { strict->draftBytes(draft.id); }), "not found: draft " + draft.id);
   EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), "[]");
 }
 

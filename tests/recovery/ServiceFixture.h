@@ -79,15 +79,14 @@ class ServiceTest : public ::testing::Test {
     return environment;
   }
 
-  std::unique_ptr<LocalRecoveryService> open(std::int64_t retainedPerPage = 20,
-                                             double retentionGrace = 86400) {
+  std::unique_ptr<LocalRecoveryService> open() {
     return std::make_unique<LocalRecoveryService>(workspace, storeRoot, retainedPerPage,
                                                   retentionGrace, fs, environment());
   }
 
   LocalRecoveryService& service() {
     if (!service_) {
-      service_ = open(retainedPerPage, retentionGrace);
+      service_ = open();
     }
     return *service_;
   }

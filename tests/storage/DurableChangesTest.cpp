@@ -38,7 +38,7 @@ FileOpError errorOf(Body body) {
   return FileOpError::notAFile("");
 }
 
-TEST(DurableChanges, NewFilesAreMadeWholeWithTheirModeWhateverTheKernelAcceptsPerWrite) {
+TEST(DurableChanges, NewAndReplacedFilesAreMadeWholeWithTheirModeWhateverTheKernelAccepts) {
   TempDir dir;
   FaultInjectingFileSystem fs;
   fs.limitWrites(100'000);
@@ -50,6 +50,12 @@ TEST(DurableChanges, NewFilesAreMadeWholeWithTheirModeWhateverTheKernelAcceptsPe
   EXPECT_EQ(dir.read("big"), big);
   EXPECT_EQ(statOf(dir / "big").st_mode & 07777, 0640u);
   EXPECT_EQ(dir.read("empty"), "");
+  // What a failed replace leaves (the old index, no temporary file) is
+  // IndexFilesTest's to show for every failing call.
+  dir.write("index.json", "old");
+  changes.replace(dir / "index.json", "new", 0600);
+  EXPECT_EQ(dir.read("index.json"), "new");
+  EXPECT_EQ(statOf(dir / "index.json").st_mode & 07777, 0600u);
 
   dir.write("taken", "theirs");
   EXPECT_EQ(errorOf([&] { changes.createExclusively(dir / "taken", "ours", 0644); }),
@@ -80,37 +86,6 @@ TEST(DurableChanges, AFailureAfterTheOpenRemovesTheNewFileAgain) {
     EXPECT_FALSE(dir.exists("page")) << c.expected.description();
     EXPECT_EQ(fs.count(FsCall::close), 1u) << "descriptor leaked: " << c.expected.description();
   }
-}
-
-// What a failed replace leaves (the old index, no temporary file) is
-// IndexFilesTest's to show for every failing call.
-TEST(DurableChanges, ReplaceWritesTheNewContentWithItsModeOrNamesTheFailingCall) {
-  TempDir dir;
-  dir.write("index.json", "old");
-  DurableChanges().replace(dir / "index.json", "new", 0600);
-  EXPECT_EQ(dir.read("index.json"), "new");
-  EXPECT_EQ(statOf(dir / "index.json").st_mode & 07777, 0600u);
-
-  FaultInjectingFileSystem fs;
-  fs.failNth(FsCall::rename, 1, EACCES);
-  FileOpError error = errorOf([&] { DurableChanges(fs).replace(dir / "index.json", "x", 0600); });
-  EXPECT_EQ(error.op(), "rename");
-  EXPECT_TRUE(error.path().starts_with(dir / ".tmp-")) << error.path();
-}
-
-TEST(DurableChanges, ExchangeSwapsTwoFilesWithTheirInodesOrNamesTheFailingCall) {
-  TempDir dir;
-  dir.write("a", "A");
-  dir.write("b", "B");
-  ino_t inodeA = statOf(dir / "a").st_ino;
-  DurableChanges changes;
-  changes.exchange(dir / "a", dir / "b");
-  EXPECT_EQ(dir.read("a"), "B");
-  EXPECT_EQ(dir.read("b"), "A");
-  EXPECT_EQ(statOf(dir / "b").st_ino, inodeA);
-
-  EXPECT_EQ(errorOf([&] { changes.exchange(dir / "a", dir / "missing"); }),
-            FileOpError::syscall(kSwapOp, ENOENT, dir / "a"));
 }
 
 TEST(DurableChanges, MoveIntoFolderKeepsTheInodeAndNeverOverwrites) {

@@ -86,8 +86,9 @@ TEST_F(RecoveryStoreTest, IdsSortInCallOrderAndEachStoreObjectCountsFromOne) {
   EXPECT_EQ(listed, std::vector<RecoveryEntry>(made.begin(), made.begin() + 3));
 }
 
-TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfAndRecordsTheGivenFacts) {
-  RecoveryStore store(storeDirectory);
+TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfOrACopyAcrossFileSystems) {
+  FaultInjectingFileSystem fs;
+  RecoveryStore store(storeDirectory, fs);
   dir.write("swap", "displaced bytes", 0640);
   ino_t inode = statOf(dir / "swap").st_ino;
 
@@ -103,23 +104,16 @@ TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfAndRecordsTheGivenFacts) {
   EXPECT_FALSE(entry.fingerprintStabilized);
   // An entry without a fingerprint has no such key, and reads back without one.
   EXPECT_EQ(readFile(store.sidecarPathFor(entry.id)).find("fingerprint\":"), std::string::npos);
-  EXPECT_EQ(store.entries(), std::vector<RecoveryEntry>{entry});
-}
 
-TEST_F(RecoveryStoreTest, AdoptAcrossFileSystemsCopiesAndRemovesTheSource) {
-  FaultInjectingFileSystem fs;
-  RecoveryStore store(storeDirectory, fs);
   dir.write("swap", "bytes");
-  fs.failNth(FsCall::rename, 1, EXDEV);
-
-  RecoveryEntry entry = store.adopt(dir / "swap", RecoveryKind::displacedExpected, "/w/p.html",
-                                    Fingerprint::ofBytes("bytes"), 5, true);
-
-  EXPECT_TRUE(entry.movedByCopy);
+  fs.failNth(FsCall::rename, static_cast<int>(fs.count(FsCall::rename)) + 1, EXDEV);
+  RecoveryEntry copied = store.adopt(dir / "swap", RecoveryKind::displacedExpected, "/w/p.html",
+                                     Fingerprint::ofBytes("bytes"), 5, true);
+  EXPECT_TRUE(copied.movedByCopy);
   EXPECT_FALSE(dir.exists("swap"));
-  EXPECT_EQ(readFile(entry.payloadPath), "bytes");
-  EXPECT_EQ(modeOf(entry.payloadPath), 0444u);
-  EXPECT_TRUE(store.staleFingerprints().empty());
+  EXPECT_EQ(readFile(copied.payloadPath), "bytes");
+  EXPECT_EQ(modeOf(copied.payloadPath), 0444u);
+  EXPECT_EQ(store.entries(), (std::vector<RecoveryEntry>{entry, copied}));
 }
 
 TEST_F(RecoveryStoreTest, AFailedSidecarLeavesThePayloadWithoutOne) {
