@@ -93,9 +93,10 @@ std::string hex(const std::string& bytes) {
 
 // The records of the index files, as found after the setup.
 struct Records {
-  std::map<std::string, std::string> draftBytes;  // by draft id
-  std::set<std::string> conflicts;
-  std::set<std::string> operations;
+  std::map<std::string, std::string> draftBytes = {};  // by draft id
+  std::set<std::string> conflicts = {};
+  std::set<std::string> candidates = {};  // their bytes must still be served
+  std::set<std::string> operations = {};
 };
 
 struct World {
@@ -156,6 +157,9 @@ Records recordsOf(LocalRecoveryService& service) {
   }
   for (const contracts::ConflictRecord& conflict : service.conflicts()) {
     records.conflicts.insert(conflict.id);
+    for (const contracts::CandidateRecord& candidate : conflict.candidates) {
+      records.candidates.insert(candidate.id);
+    }
   }
   for (const contracts::OperationRecord& operation : service.unfinishedOperations()) {
     records.operations.insert(operation.id);
@@ -170,7 +174,7 @@ struct Promise {
   std::string answer = {};                 // "saved", "200", ...: what the sequence answered
   std::vector<std::string> versions = {};  // must survive from the answer on
   std::function<void(SimulatedDisk&, Problems&)> onDisk = nullptr;  // before the next open
-  std::function<void(LocalRecoveryService&, Problems&)> afterOpen = nullptr;
+  Records records = {};  // must be listed after the next open, from the answer on
 };
 
 struct Sequence {
@@ -286,13 +290,18 @@ Sequence onService(std::string name, std::string answer,
   };
 }
 
-Sequence onBridge(std::string name, std::function<void(World&)> setup,
-                  contracts::BridgeRequest request,
-                  std::function<void(SimulatedDisk&, Problems&)> onDisk,
-                  std::vector<std::string> versions = {}) {
+// On a workspace with a store, after `extraSetup`.
+Sequence onBridge(
+    std::string name, contracts::BridgeRequest request,
+    std::function<void(SimulatedDisk&, Problems&)> onDisk, std::vector<std::string> versions = {},
+    std::function<void(World&)> extraSetup = [](World&) {}) {
   return Sequence{
       .name = std::move(name),
-      .setup = std::move(setup),
+      .setup =
+          [extraSetup](World& world) {
+            workspaceWithStore(world, kOld);
+            extraSetup(world);
+          },
       .start =
           [request, onDisk, versions](World& world, FileSystem& fs) {
             std::shared_ptr<bridge::FileBridge> bridge = openBridge(fs, world.storeRoot);
@@ -325,17 +334,7 @@ const std::vector<Sequence>& sequences() {
       other.storeOnItsOwnFileSystem = true;
       list.push_back(std::move(other));
     }
-    list.push_back(onService(
-        "a version retained", "retained", [](World& world, LocalRecoveryService& service) {
-          RecoveryEntry entry = service.retentionStore().retain(
-              kNew, storage::RecoveryKind::displacedExpected, kPage);
-          std::string store = world.storeDirectory;
-          return Promise{.answer = "retained",
-                         .versions = {kNew},
-                         .onDisk = [entry, store](SimulatedDisk& disk, Problems& problems) {
-                           expectWhole(disk, store, entry, problems);
-                         }};
-        }));
+    // A version retained into an existing store is the conflict's first step below.
     list.push_back(Sequence{
         .name = "identity.json: first open, then a version retained",
         .setup = [](World& world) { world.disk.writeFile(kPage, kOld); },
@@ -365,13 +364,8 @@ const std::vector<Sequence>& sequences() {
     });
     auto savedDraft = [](World&, LocalRecoveryService& service) {
       contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld)).record;
-      return Promise{.answer = "draft",
-                     .versions = {kNew},
-                     .afterOpen = [draft](LocalRecoveryService& opened, Problems& problems) {
-                       if (opened.draftBytes(draft.id) != kNew) {
-                         problems.push_back("the new draft's bytes are lost");
-                       }
-                     }};
+      return Promise{
+          .answer = "draft", .versions = {kNew}, .records = {.draftBytes = {{draft.id, kNew}}}};
     };
     list.push_back(onService("drafts.json: a draft saved", "draft", savedDraft));
     list.push_back(
@@ -391,28 +385,18 @@ const std::vector<Sequence>& sequences() {
           RecoveryEntry editor = service.retentionStore().retain(
               kNew, storage::RecoveryKind::pendingEditorBytes, kPage);
           contracts::ConflictRecord conflict = service.recordConflict(kPage, kOld, {editor});
-          return Promise{.answer = "conflict",
-                         .versions = {kNew},
-                         .afterOpen = [conflict](LocalRecoveryService& opened, Problems& problems) {
-                           if (!recordsOf(opened).conflicts.contains(conflict.id)) {
-                             problems.push_back("the new conflict is not listed");
-                           }
-                           for (const contracts::CandidateRecord& candidate : conflict.candidates) {
-                             opened.candidateBytes(candidate.id);
-                           }
-                         }};
+          Promise promise{.answer = "conflict", .versions = {kNew}};
+          promise.records.conflicts.insert(conflict.id);
+          for (const contracts::CandidateRecord& candidate : conflict.candidates) {
+            promise.records.candidates.insert(candidate.id);
+          }
+          return promise;
         }));
     list.push_back(onService(
         "operations.json: an operation begun", "begun", [](World&, LocalRecoveryService& service) {
           contracts::OperationRecord operation =
               service.beginOperation("rename", {{kPage, hex(kOld), {}}});
-          return Promise{
-              .answer = "begun",
-              .afterOpen = [operation](LocalRecoveryService& opened, Problems& problems) {
-                if (!recordsOf(opened).operations.contains(operation.id)) {
-                  problems.push_back("the new operation is not listed");
-                }
-              }};
+          return Promise{.answer = "begun", .records = {.operations = {operation.id}}};
         }));
     {
       const std::string swap = kRoot + "/.vn-swap-6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F-index.html";
@@ -439,45 +423,33 @@ const std::vector<Sequence>& sequences() {
       list.push_back(std::move(sweep));
     }
     const std::string created = kRoot + "/a/b/new.html";
-    list.push_back(onBridge(
-        "create in new folders", [](World& world) { workspaceWithStore(world, kOld); },
-        request("PUT", "file", {{"path", created}}, kNew),
-        [created](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, created, kNew, problems);
-        },
-        {kNew}));
+    list.push_back(onBridge("create in new folders",
+                            request("PUT", "file", {{"path", created}}, kNew),
+                            [created](SimulatedDisk& disk, Problems& problems) {
+                              expectFile(disk, created, kNew, problems);
+                            },
+                            {kNew}));
+    // The page is at `to` and no longer where it was.
+    auto movedTo = [](std::string to) {
+      return [to](SimulatedDisk& disk, Problems& problems) {
+        expectFile(disk, to, kOld, problems);
+        expectFile(disk, kPage, std::nullopt, problems);
+      };
+    };
     const std::string moved = kRoot + "/archive/2024/renamed.html";
-    list.push_back(onBridge(
-        "rename into a new folder",
-        [](World& world) {
-          workspaceWithStore(world, kOld);
-          world.disk.writeFile(kRoot + "/archive/.keep", "");
-        },
-        request("POST", "rename", {{"path", kPage}, {"to", moved}}),
-        [moved](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, moved, kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        }));
+    list.push_back(
+        onBridge("rename into a new folder",
+                 request("POST", "rename", {{"path", kPage}, {"to", moved}}), movedTo(moved), {},
+                 [](World& world) { world.disk.writeFile(kRoot + "/archive/.keep", ""); }));
     const std::string mounted = kRoot + "/mnt/index.html";
-    list.push_back(onBridge(
-        "rename onto another file system",
-        [](World& world) {
-          workspaceWithStore(world, kOld);
-          world.disk.writeFile(kRoot + "/mnt/.keep", "");
-          world.disk.mountSeparateFileSystem(kRoot + "/mnt");
-        },
-        request("POST", "rename", {{"path", kPage}, {"to", mounted}}),
-        [mounted](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, mounted, kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        }));
-    Sequence trash = onBridge(
-        "trash", [](World& world) { workspaceWithStore(world, kOld); },
-        request("DELETE", "file", {{"path", kPage}}),
-        [](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, kTrash + "/files/index.html", kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        });
+    list.push_back(onBridge("rename onto another file system",
+                            request("POST", "rename", {{"path", kPage}, {"to", mounted}}),
+                            movedTo(mounted), {}, [](World& world) {
+                              world.disk.writeFile(kRoot + "/mnt/.keep", "");
+                              world.disk.mountSeparateFileSystem(kRoot + "/mnt");
+                            }));
+    Sequence trash = onBridge("trash", request("DELETE", "file", {{"path", kPage}}),
+                              movedTo(kTrash + "/files/index.html"));
     trash.always = [](const World&, SimulatedDisk& disk, Problems& problems) {
       std::optional<std::string> record = disk.readFile(kTrash + "/info/index.html.trashinfo");
       if (disk.readFile(kTrash + "/files/index.html") &&
@@ -523,24 +495,32 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
   try {
     std::unique_ptr<LocalRecoveryService> service = openService(state, world.storeRoot);
     service->sweepOrphanedSwaps();
-    Records records = recordsOf(*service);
-    for (const auto& [id, bytes] : world.recordsBefore.draftBytes) {
+    Records found = recordsOf(*service);
+    Records required = world.recordsBefore;
+    if (promise != nullptr) {
+      const Records& added = promise->records;
+      required.draftBytes.insert(added.draftBytes.begin(), added.draftBytes.end());
+      required.conflicts.insert(added.conflicts.begin(), added.conflicts.end());
+      required.candidates.insert(added.candidates.begin(), added.candidates.end());
+      required.operations.insert(added.operations.begin(), added.operations.end());
+    }
+    for (const auto& [id, bytes] : required.draftBytes) {
       if (service->draftBytes(id) != bytes) {
         problems.push_back("the draft " + id + " lost its bytes");
       }
     }
-    for (const std::string& id : world.recordsBefore.conflicts) {
-      if (!records.conflicts.contains(id)) {
+    for (const std::string& id : required.conflicts) {
+      if (!found.conflicts.contains(id)) {
         problems.push_back("the conflict " + id + " is gone");
       }
     }
-    for (const std::string& id : world.recordsBefore.operations) {
-      if (!records.operations.contains(id)) {
+    for (const std::string& id : required.candidates) {
+      service->candidateBytes(id);
+    }
+    for (const std::string& id : required.operations) {
+      if (!found.operations.contains(id)) {
         problems.push_back("the operation " + id + " is gone");
       }
-    }
-    if (promise != nullptr && promise->afterOpen) {
-      promise->afterOpen(*service, problems);
     }
   } catch (const std::exception& error) {
     problems.push_back(std::string("the next open, or reading what it holds, failed: ") +

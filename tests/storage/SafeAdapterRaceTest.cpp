@@ -10,8 +10,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <thread>
@@ -27,11 +25,6 @@ namespace {
 using testfixture::fp;
 using testing::TempDir;
 
-std::string readWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
-
 std::string versionOf(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes).hex;
 }
@@ -43,7 +36,7 @@ std::map<std::string, std::string> filesIn(const std::vector<std::string>& folde
   for (const std::string& folder : folders) {
     for (const auto& item : std::filesystem::directory_iterator(folder)) {
       if (item.symlink_status().type() == std::filesystem::file_type::regular) {
-        files[item.path().string()] = readWhole(item.path().string());
+        files[item.path().string()] = testing::readFile(item.path().string());
       }
     }
   }
@@ -108,7 +101,7 @@ TEST(SafeAdapterRace, ARivalWriterAndTheAdapterBothKeepEveryVersion) {
   std::map<std::string, int> outcomes;
   for (int i = 0; i < kSaves; ++i) {
     std::string bytes = "<p>adapter " + std::to_string(i) + "</p>";
-    SaveOutcome outcome = adapter.save(f.page, bytes, fp(readWhole(f.page)));
+    SaveOutcome outcome = adapter.save(f.page, bytes, fp(testing::readFile(f.page)));
     ASSERT_FALSE(outcome.isError()) << outcome.failure().description();
     adapterVersions.push_back(versionOf(bytes));
     ++outcomes[outcome.isSaved() ? "saved"
