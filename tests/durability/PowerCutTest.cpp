@@ -134,17 +134,19 @@ std::set<std::string> versionsOn(SimulatedDisk& disk, const std::string& storeDi
   for (const auto& [path, bytes] : disk.filesBelow(kRoot)) {
     versions.insert(bytes);
   }
-  for (std::string name : disk.namesIn(storeDirectory + "/retained")) {
+  for (const auto& [path, text] : disk.filesBelow(storeDirectory + "/retained")) {
+    const std::string name = path.substr(path.rfind('/') + 1);
     std::string payload;
     if (name.ends_with(".json") &&
         entryIsWhole(disk, storeDirectory, name.substr(0, name.size() - 5), &payload)) {
       versions.insert(payload);
     }
   }
-  for (const std::string& name : disk.namesIn(kTrash + "/files")) {
+  for (const auto& [path, bytes] : disk.filesBelow(kTrash + "/files")) {
+    const std::string name = path.substr(path.rfind('/') + 1);
     std::optional<std::string> record = disk.readFile(kTrash + "/info/" + name + ".trashinfo");
     if (record && record->starts_with("[Trash Info]\nPath=")) {
-      versions.insert(disk.readFile(kTrash + "/files/" + name).value_or(""));
+      versions.insert(bytes);
     }
   }
   return versions;

@@ -178,23 +178,37 @@ TEST(DurableChanges, MakeFolderMakesEveryMissingFolderAndNamesWhatIsInTheWay) {
   EXPECT_EQ(made, (std::vector<std::string>{dir / "a/d", dir / "a/d/e"}));
 }
 
-TEST(ReadFileWhole, ReadsFilesOfAnySizeAndReportsFailures) {
+// Both readers of whole files: any size, interrupted reads retried, the
+// failing call named and no descriptor left open.
+TEST(ReadFileWhole, ReadsAndFingerprintsFilesOfAnySizeAndNamesTheFailingCall) {
   TempDir dir;
-  std::string bytes(200'000, '\0');
-  for (size_t i = 0; i < bytes.size(); ++i) {
-    bytes[i] = static_cast<char>(i * 31);
+  std::string big(3 * 1024 * 1024 + 17, '\0');
+  for (size_t i = 0; i < big.size(); ++i) {
+    big[i] = static_cast<char>(i * 31);
   }
-  dir.write("bin", bytes);
-  EXPECT_EQ(readFileWhole(dir / "bin"), bytes);
-  dir.write("empty", "");
-  EXPECT_EQ(readFileWhole(dir / "empty"), "");
-
-  FaultInjectingFileSystem fs;
-  fs.failNth(FsCall::read, 2, EIO);
-  EXPECT_EQ(errorOf([&] { readFileWhole(dir / "bin", fs); }),
-            FileOpError::syscall("read", EIO, dir / "bin"));
-  EXPECT_EQ(errorOf([&] { readFileWhole(dir / "missing"); }),
-            FileOpError::syscall("open", ENOENT, dir / "missing"));
+  for (const std::string& bytes : {std::string(), big}) {
+    dir.write("file", bytes);
+    FaultInjectingFileSystem fs;
+    fs.failNth(FsCall::read, 1, EINTR);
+    EXPECT_EQ(readFileWhole(dir / "file", fs), bytes);
+    FileFingerprint result = fingerprintFile(dir / "file", fs);
+    EXPECT_EQ(result.byteCount, static_cast<int64_t>(bytes.size()));
+    EXPECT_EQ(result.fingerprint, Fingerprint::ofBytes(bytes)) << bytes.size();
+  }
+  for (const bool fingerprint : {false, true}) {
+    FaultInjectingFileSystem fs;
+    fs.failNth(FsCall::read, 2, EIO);
+    for (const auto& [path, error] :
+         {std::pair{dir / "missing", FileOpError::syscall("open", ENOENT, dir / "missing")},
+          std::pair{dir / "file", FileOpError::syscall("read", EIO, dir / "file")}}) {
+      EXPECT_EQ(errorOf([&] {
+                  fingerprint ? (void)fingerprintFile(path, fs) : (void)readFileWhole(path, fs);
+                }),
+                error)
+          << fingerprint;
+    }
+    EXPECT_EQ(fs.count(FsCall::close), 1u) << "descriptor leaked";
+  }
 }
 
 // A pipe would hold the reader until a writer came, and a device could be

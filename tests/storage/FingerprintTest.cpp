@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <functional>
 
-#include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
 #include "support/FaultInjectingFileSystem.h"
 #include "support/TempDir.h"
@@ -29,36 +28,6 @@ TEST(Fingerprint, HashesBytesInMemoryAsLowerCaseHex) {
 TEST(Fingerprint, JsonFormsWithoutAStringHexAreRefused) {
   EXPECT_EQ(Fingerprint::fromJson(contracts::Json("abc")), std::nullopt);
   EXPECT_EQ(Fingerprint::fromJson(contracts::Json({{"hex", 1}})), std::nullopt);
-}
-
-TEST(FingerprintFile, MatchesTheInMemoryHashRetriesInterruptedReadsAndNamesTheFailingCall) {
-  TempDir dir;
-  std::string big;
-  for (int i = 0; big.size() < 3 * 1024 * 1024 + 17; ++i) {
-    big += std::to_string(static_cast<long long>(i) * 7919) + ",";
-  }
-  for (const std::string& bytes : {std::string(), big}) {
-    dir.write("file", bytes);
-    FaultInjectingFileSystem fs;
-    fs.failNth(FsCall::read, 1, EINTR);
-    FileFingerprint result = fingerprintFile(dir / "file", fs);
-    EXPECT_EQ(result.byteCount, static_cast<int64_t>(bytes.size()));
-    EXPECT_EQ(result.fingerprint, Fingerprint::ofBytes(bytes)) << bytes.size();
-  }
-
-  FaultInjectingFileSystem fs;
-  fs.failNth(FsCall::read, 1, EIO);
-  for (const auto& [path, error] :
-       {std::pair{dir / "missing", FileOpError::syscall("open", ENOENT, dir / "missing")},
-        std::pair{dir / "file", FileOpError::syscall("read", EIO, dir / "file")}}) {
-    try {
-      fingerprintFile(path, fs);
-      ADD_FAILURE() << "no error for " << path;
-    } catch (const FileOpError& thrown) {
-      EXPECT_EQ(thrown, error);
-    }
-  }
-  EXPECT_EQ(fs.count(FsCall::close), 1u) << "the descriptor must not leak";
 }
 
 // Settling needs two equal readings in a row; whatever is read last counts.

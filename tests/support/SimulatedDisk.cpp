@@ -481,18 +481,6 @@ std::optional<std::string> SimulatedDisk::readFile(const std::string& path) cons
   return nodes_[id].data;
 }
 
-std::vector<std::string> SimulatedDisk::namesIn(const std::string& folder) const {
-  std::lock_guard lock(mutex_);
-  Id id = 0;
-  std::vector<std::string> names;
-  if (lookup(folder, id) == 0) {
-    for (const auto& [name, child] : nodes_[id].entries) {
-      names.push_back(name);
-    }
-  }
-  return names;
-}
-
 std::map<std::string, std::string> SimulatedDisk::filesBelow(const std::string& folder) const {
   std::lock_guard lock(mutex_);
   std::map<std::string, std::string> files;

@@ -68,12 +68,10 @@ class SimulatedDisk final : public storage::FileSystem {
   SimulatedDisk& operator=(const SimulatedDisk&) = delete;
 
   // Setup and inspection for tests. writeFile makes missing folders; readFile
-  // finds nothing unless a regular file is there; namesIn is sorted, and empty
-  // for a missing folder.
+  // finds nothing unless a regular file is there.
   void writeFile(const std::string& path, std::string_view bytes);
   std::optional<std::string> readFile(const std::string& path) const;
-  std::vector<std::string> namesIn(const std::string& folder) const;
-  // Every regular file below `folder`, by path.
+  // Every regular file below `folder`, by path; none for a missing folder.
   std::map<std::string, std::string> filesBelow(const std::string& folder) const;
 
   // Makes the existing folder `path` the top of a file system of its own:
