@@ -12,7 +12,6 @@
 // reason it stays.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <functional>
@@ -665,20 +664,6 @@ std::vector<std::string> flushLabels(const std::vector<std::string>& paths) {
   return labels;
 }
 
-std::string testName(const std::string& name) {
-  std::string result;
-  bool upper = true;
-  for (char c : name) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
-      result += upper ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
-      upper = false;
-    } else {
-      upper = true;
-    }
-  }
-  return result;
-}
-
 // The first of each kind of problem, with where it was first found.
 std::string firstProblems(const Problems& problems) {
   std::set<std::string> kinds;
@@ -745,7 +730,8 @@ TEST_P(PowerCut, ACallFailingAndThenAPowerCutLoseNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Sequences, PowerCut, ::testing::Range<size_t>(0, sequences().size()),
                          [](const ::testing::TestParamInfo<size_t>& param) {
-                           return testName(sequences()[param.param].name);
+                           return std::regex_replace(sequences()[param.param].name,
+                                                     std::regex("[^A-Za-z0-9]+"), "_");
                          });
 
 }  // namespace
