@@ -612,9 +612,6 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
 
 // The flushes that no state shows to be needed, each with why it stays. Keyed
 // by sequence and by the flush's label (see flushLabels).
-// operations.json, begun and finished around a rename: the move holds no
-// version, so losing the entry loses none; it only stops the page's history
-// from following that one move.
 constexpr const char* kJournalFlush =
     "operations.json: the rename's journal entry; a lost one loses no version, only the "
     "history's link across this move";

@@ -178,33 +178,30 @@ TEST_F(SafeAdapterTest, AThirdVersionArrivingBetweenTheExchangesIsKeptAsForeign)
   EXPECT_EQ(pageBytes(), kForeign);
 }
 
-TEST_F(SafeAdapterTest, APageChangedAfterTheSaveIsReportedAsOverwritten) {
-  writePage(kOld);
+// The only open of the page itself is the read-back.
+TEST_F(SafeAdapterTest, APageChangedOrUnreadableAfterTheSaveIsReportedAsOverwritten) {
   const std::string intruder = "<p>intruder</p>";
-  // The only open of the page itself is the read-back.
-  fs.beforeCall(FsCall::open, [&](const std::string& path) {
-    if (path == page) {
-      std::ofstream(page, std::ios::trunc) << intruder;
+  for (const bool unreadable : {false, true}) {
+    SCOPED_TRACE(unreadable ? "unreadable" : "changed");
+    writePage(kOld);
+    fs.clearFaults();
+    if (unreadable) {
+      fs.failWhere(FsCall::open, folder + "/index.html", EIO);
+    } else {
+      fs.beforeCall(FsCall::open, [&](const std::string& path) {
+        if (path == page) {
+          std::ofstream(page, std::ios::trunc) << intruder;
+        }
+      });
     }
-  });
 
-  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+    SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
 
-  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, fp(intruder), fp(intruder),
-                 {{RecoveryKind::displacedExpected, kOld}});
-}
-
-TEST_F(SafeAdapterTest, AnUnreadablePageAfterTheSaveIsReportedAsOverwrittenWithoutFingerprint) {
-  writePage(kOld);
-  std::string pagePath = page;
-  fs.failNthMatching(
-      FsCall::open, [&](const std::string& path) { return path == pagePath; }, 1, EIO);
-
-  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
-
-  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, std::nullopt, std::nullopt,
-                 {{RecoveryKind::displacedExpected, kOld}});
-  EXPECT_EQ(pageBytes(), kNew);
+    const std::optional<Fingerprint> read = unreadable ? std::nullopt : std::optional(fp(intruder));
+    expectConflict(outcome, ConflictKind::overwrittenAfterWrite, read, read,
+                   {{RecoveryKind::displacedExpected, kOld}});
+    EXPECT_EQ(pageBytes(), unreadable ? kNew : intruder);
+  }
 }
 
 TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
