@@ -41,9 +41,12 @@ class ConflictsTest : public testfixture::ServiceTest {
   }
 };
 
+// A candidate is what was read, not what the entry claimed.
 TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
   RecoveryEntry editor = retained("editor", RecoveryKind::pendingEditorBytes);
   RecoveryEntry disk = retained("disk", RecoveryKind::displacedExternal);
+  disk.fingerprint = storage::Fingerprint::ofBytes("claimed");
+  disk.byteCount = 99;
 
   ConflictRecord record = service().recordConflict(page("a.html"), "base", {editor, disk});
 
@@ -57,6 +60,8 @@ TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
                                                    .byteCount = 6,
                                                    .capturedAt = editor.capturedAt}));
   EXPECT_EQ(record.candidates[0].fingerprint, hexOf("base"));
+  EXPECT_EQ(record.candidates[2].fingerprint, hexOf("disk"));
+  EXPECT_EQ(record.candidates[2].byteCount, 4);
   EXPECT_EQ(service().candidateBytes(record.candidates[0].id), "base");
   EXPECT_EQ(service().candidateBytes(disk.id), "disk");
   EXPECT_EQ(open()->conflicts(), std::vector<ConflictRecord>{record});
@@ -133,17 +138,6 @@ TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
             std::string::npos);
   EXPECT_NE(index.find("\"resolvedAt\":\"" + contracts::formatIsoDate(now) + "\""),
             std::string::npos);
-}
-
-TEST_F(ConflictsTest, ACandidateIsWhatWasReadNotWhatTheEntryClaimed) {
-  RecoveryEntry claimed = retained("actual", RecoveryKind::displacedExternal);
-  claimed.fingerprint = storage::Fingerprint::ofBytes("claimed");
-  claimed.byteCount = 99;
-
-  ConflictRecord record = service().recordConflict(page("a.html"), std::nullopt, {claimed});
-
-  EXPECT_EQ(record.candidates[0].fingerprint, hexOf("actual"));
-  EXPECT_EQ(record.candidates[0].byteCount, 6);
 }
 
 TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {

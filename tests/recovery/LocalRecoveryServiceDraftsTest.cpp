@@ -50,8 +50,14 @@ TEST_F(DraftsTest, TheJournalHoldsTheEntriesInSavedOrderWithSortedKeys) {
                 "\"}}}\n");
 }
 
-TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
+TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytesAndWithoutADraftWritesNothing) {
+  service().discardDraft(page("a.html"));
+  EXPECT_FALSE(exists(indexFile("drafts.journal")));
+
   DraftRecord record = service().saveDraft(page("a.html"), "kept", std::nullopt).record;
+  size_t flushes = fs.count(FsCall::fsync);
+  service().discardDraft(page("none.html"));
+  EXPECT_EQ(fs.count(FsCall::fsync), flushes);
   service().discardDraft(workspace + "/sub/../a.html");
 
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{});
@@ -61,16 +67,6 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
   // A new draft after discarding is current again.
   DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{again});
-}
-
-TEST_F(DraftsTest, DiscardingAPageWithoutDraftsWritesNothing) {
-  service().discardDraft(page("none.html"));
-  EXPECT_FALSE(exists(indexFile("drafts.journal")));
-
-  service().saveDraft(page("a.html"), "a", std::nullopt);
-  size_t flushes = fs.count(FsCall::fsync);
-  service().discardDraft(page("none.html"));
-  EXPECT_EQ(fs.count(FsCall::fsync), flushes);
 }
 
 }  // namespace
