@@ -45,7 +45,7 @@ class OtherVolumeFileSystem final : public storage::ForwardingFileSystem {
   std::string prefix_;
 };
 
-TEST_F(LocationTest, TheSameFolderOpenedAgainOrThroughLinksReusesItsStoreAndIdentity) {
+TEST_F(LocationTest, TheSameFolderKeepsItsStoreAndIdentityAndAnotherGetsAFreshOne) {
   auto first = open();
   std::string identity = readFileOrEmpty(first->storeDirectory() + "/identity.json");
   now += hours(5);
@@ -65,20 +65,14 @@ TEST_F(LocationTest, TheSameFolderOpenedAgainOrThroughLinksReusesItsStoreAndIden
   LocalRecoveryService viaLink(dir / "link/./../site/", storeRoot, 20, 86400, fs, environment());
   EXPECT_EQ(viaLink.workspaceRoot(), workspace);
   EXPECT_EQ(viaLink.workspaceID(), first->workspaceID());
-}
 
-TEST_F(LocationTest, AFolderMadeAnewOrMovedGetsAnotherIdentityAndAFreshStore) {
-  std::string original = open()->workspaceID();
+  // Made anew or moved, it is another folder with a fresh store.
   ASSERT_EQ(::rename(workspace.c_str(), (dir / "moved").c_str()), 0);
-  // Made while the old folder still exists, so it cannot reuse its inode.
-  dir.makeFolder("site");
-
-  std::string remade = open()->workspaceID();
-  std::string moved =
-      LocalRecoveryService(dir / "moved", storeRoot, 20, 86400, fs, environment()).workspaceID();
-
-  EXPECT_NE(remade, original);
-  EXPECT_NE(moved, original);
+  dir.makeFolder("site");  // while the old one exists, so not on its inode
+  EXPECT_NE(open()->workspaceID(), first->workspaceID());
+  EXPECT_NE(
+      LocalRecoveryService(dir / "moved", storeRoot, 20, 86400, fs, environment()).workspaceID(),
+      first->workspaceID());
   EXPECT_EQ(namesIn(storeRoot).size(), 3u);
 }
 

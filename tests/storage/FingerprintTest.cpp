@@ -18,14 +18,11 @@ using testing::TempDir;
 constexpr const char* kEmptySha256 =
     "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 
-TEST(Fingerprint, HashesBytesInMemoryAsLowerCaseHex) {
+TEST(Fingerprint, HashesBytesAsLowerCaseHexAndRefusesJsonWithoutAStringHex) {
   EXPECT_EQ(Fingerprint::ofBytes("").hex, kEmptySha256);
   EXPECT_EQ(Fingerprint::ofBytes("abc").hex,
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-}
-
-// The written form and its round trip are RecoveryStoreTest's sidecar checks.
-TEST(Fingerprint, JsonFormsWithoutAStringHexAreRefused) {
+  // The written form and its round trip are RecoveryStoreTest's sidecar checks.
   EXPECT_EQ(Fingerprint::fromJson(contracts::Json("abc")), std::nullopt);
   EXPECT_EQ(Fingerprint::fromJson(contracts::Json({{"hex", 1}})), std::nullopt);
 }

@@ -204,7 +204,7 @@ TEST_F(SafeAdapterTest, APageChangedOrUnreadableAfterTheSaveIsReportedAsOverwrit
   }
 }
 
-TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
+TEST_F(SafeAdapterTest, AMissingPageAFolderOrANameNotInUtf8IsRefusedBeforeAnythingIsWritten) {
   dir.makeFolder("site/sub.html");
   for (const std::string& target : {folder + "/missing.html", folder + "/sub.html"}) {
     size_t before = fs.calls().size();
@@ -214,20 +214,15 @@ TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
     EXPECT_EQ(outcome.failure().description(), "page missing: " + target);
     EXPECT_EQ(fs.calls().size(), before + 1);  // one look, nothing else
   }
-  EXPECT_TRUE(swapFiles().empty());
-  EXPECT_TRUE(store.payloadPaths().empty());
-}
 
-TEST_F(SafeAdapterTest, APageWhoseNameIsNotUtf8IsRefusedBeforeItIsTouched) {
   std::string name = "caf\xe9.html";
   dir.write("site/" + name, kOld);
-
-  SaveOutcome outcome = adapter.save(folder + "/" + name, kNew, fp(kOld));
-
-  EXPECT_EQ(outcome, SaveOutcome::error(SaveFailure::underlying(
-                         "cannot record a path that is not valid UTF-8: " + folder + "/" + name)));
+  EXPECT_EQ(adapter.save(folder + "/" + name, kNew, fp(kOld)),
+            SaveOutcome::error(SaveFailure::underlying(
+                "cannot record a path that is not valid UTF-8: " + folder + "/" + name)));
   EXPECT_EQ(readFile(folder + "/" + name), kOld);
   EXPECT_TRUE(swapFiles().empty());
+  EXPECT_TRUE(store.payloadPaths().empty());
 }
 
 TEST_F(SafeAdapterTest, ALongestPossibleNameIsStagedUnderACutName) {
