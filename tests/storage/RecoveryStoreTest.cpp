@@ -116,22 +116,7 @@ TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfOrACopyAcrossFileSystems) {
   EXPECT_EQ(store.entries(), (std::vector<RecoveryEntry>{entry, copied}));
 }
 
-TEST_F(RecoveryStoreTest, AFailedSidecarLeavesThePayloadWithoutOne) {
-  FaultInjectingFileSystem fs;
-  RecoveryStore store(storeDirectory, fs);
-  fs.failWhere(FsCall::write, ".json", ENOSPC);
-
-  std::string message = messageOf<FileOpError>(
-      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
-
-  std::vector<std::string> payloads = store.payloadPaths();
-  ASSERT_EQ(payloads.size(), 1u);
-  std::string sidecar = payloads[0].substr(0, payloads[0].size() - 4) + ".json";
-  EXPECT_EQ(message, "write failed on " + sidecar + ": No space left on device (28)");
-  EXPECT_EQ(readFile(payloads[0]), "bytes");
-}
-
-TEST_F(RecoveryStoreTest, RetainRefusesToOverwriteAPayloadThatAppearedUnderItsId) {
+TEST_F(RecoveryStoreTest, RetainNeverOverwritesAnIntruderAndAFailedSidecarLeavesThePayload) {
   FaultInjectingFileSystem fs;
   RecoveryStore store(storeDirectory, fs);
   std::string intruder;
@@ -145,6 +130,18 @@ TEST_F(RecoveryStoreTest, RetainRefusesToOverwriteAPayloadThatAppearedUnderItsId
 
   EXPECT_EQ(message, "refusing to overwrite existing path: " + intruder);
   EXPECT_EQ(readFile(intruder), "someone else's");
+
+  // A failed sidecar leaves the payload without one.
+  fs.clearFaults();
+  fs.failWhere(FsCall::write, ".json", ENOSPC);
+  message = messageOf<FileOpError>(
+      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+  std::vector<std::string> payloads = store.payloadPaths();
+  std::erase(payloads, intruder);
+  ASSERT_EQ(payloads.size(), 1u);
+  std::string sidecar = payloads[0].substr(0, payloads[0].size() - 4) + ".json";
+  EXPECT_EQ(message, "write failed on " + sidecar + ": No space left on device (28)");
+  EXPECT_EQ(readFile(payloads[0]), "bytes");
 }
 
 TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingButNotThePayloads) {
