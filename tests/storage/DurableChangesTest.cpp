@@ -88,7 +88,7 @@ TEST(DurableChanges, AFailureAfterTheOpenRemovesTheNewFileAgain) {
   }
 }
 
-TEST(DurableChanges, MoveIntoFolderKeepsTheInodeAndNeverOverwrites) {
+TEST(DurableChanges, MoveIntoFolderKeepsTheInodeAndNeverReplacesAFileOrAFolder) {
   TempDir dir;
   dir.write("a", "A", 0600);
   dir.write("b", "B");
@@ -107,12 +107,10 @@ TEST(DurableChanges, MoveIntoFolderKeepsTheInodeAndNeverOverwrites) {
   EXPECT_EQ(statOf(dir / "folder/a").st_ino, inode);
   EXPECT_TRUE(dir.exists("folder/tree"));
   EXPECT_FALSE(dir.exists("a"));
-}
 
-// Nothing that appeared at the destination, however late, is replaced; a
-// file system that cannot rename without replacing (EINVAL) looks first.
-TEST(DurableChanges, MoveIntoFolderNeverReplacesAFolderEvenAnEmptyOne) {
-  TempDir dir;
+  // Nothing that appeared at the destination, however late, is replaced, not
+  // even an empty folder; a file system that cannot rename without replacing
+  // (EINVAL) looks first.
   dir.makeFolder("from/inner");
   dir.makeFolder("empty");
   EXPECT_EQ(errorOf([&] { DurableChanges().moveIntoFolder(dir / "from", dir / "empty"); }),
