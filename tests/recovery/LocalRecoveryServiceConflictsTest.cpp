@@ -106,7 +106,7 @@ TEST_F(ConflictsTest, EachVersionIsOfferedOnceAndRolesFollowTheKinds) {
   }
 }
 
-TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
+TEST_F(ConflictsTest, AnOpenConflictGrowsOnlyByNewVersionsAndOnceResolvedTheNextIsNew) {
   ConflictRecord empty = service().recordConflict(page("a.html"), std::nullopt, {});
   EXPECT_TRUE(empty.candidates.empty());
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{empty});
@@ -120,21 +120,17 @@ TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
   EXPECT_EQ(rolesOf(grown), (std::vector<Role>{Role::base, Role::disk}));
   EXPECT_EQ(again, grown);
   EXPECT_EQ(fs.count(FsCall::fsync), flushes + 1);  // written even with nothing new
-}
 
-TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
-  ConflictRecord first = service().recordConflict(
-      page("a.html"), "base", {retained("disk", RecoveryKind::displacedExternal)});
+  // Resolved, it stays readable, and the next conflict of the page is new.
   now += std::chrono::seconds(3);
-  service().markResolved(first.id, first.candidates[1].id);
-
+  service().markResolved(grown.id, grown.candidates[1].id);
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{});
-  EXPECT_EQ(service().candidateBytes(first.candidates[0].id), "base");
-  ConflictRecord second = service().recordConflict(page("a.html"), "base", {});
-  EXPECT_NE(second.id, first.id);
-  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{second});
+  EXPECT_EQ(service().candidateBytes(grown.candidates[0].id), "base");
+  ConflictRecord next = service().recordConflict(page("a.html"), "base", {});
+  EXPECT_NE(next.id, grown.id);
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{next});
   std::string index = readFileOrEmpty(indexFile("conflicts.journal"));
-  EXPECT_NE(index.find("\"chosenCandidateID\":\"" + first.candidates[1].id + "\""),
+  EXPECT_NE(index.find("\"chosenCandidateID\":\"" + grown.candidates[1].id + "\""),
             std::string::npos);
   EXPECT_NE(index.find("\"resolvedAt\":\"" + contracts::formatIsoDate(now) + "\""),
             std::string::npos);

@@ -76,27 +76,7 @@ TEST_F(LocationTest, TheSameFolderKeepsItsStoreAndIdentityAndAnotherGetsAFreshOn
   EXPECT_EQ(namesIn(storeRoot).size(), 3u);
 }
 
-TEST_F(LocationTest, AStoreRecordedForAnotherPathIsRefusedButAnotherIdentifierIsNot) {
-  std::string identityPath = open()->storeDirectory() + "/identity.json";
-  std::string storeDirectory = storeRoot + "/" + open()->workspaceID();
-
-  writeRaw(identityPath,
-           "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"other\","
-           "\"workspacePath\":\"" +
-               workspace + "\"}");
-  EXPECT_NO_THROW(open());
-
-  std::string foreign =
-      "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"x\","
-      "\"workspacePath\":\"/elsewhere/site\"}";
-  writeRaw(identityPath, foreign);
-  EXPECT_EQ(recoveryErrorOf([&] { open(); }), "workspace identity mismatch: recovery at " +
-                                                  storeDirectory +
-                                                  " belongs to /elsewhere/site, not " + workspace);
-  EXPECT_EQ(readFileOrEmpty(identityPath), foreign);
-}
-
-TEST_F(LocationTest, AnUnreadableIdentityIsReportedAndLeftUntouched) {
+TEST_F(LocationTest, AnUnreadableOrForeignIdentityIsReportedAndLeftUntouched) {
   std::string identityPath = open()->storeDirectory() + "/identity.json";
   struct Case {
     std::string content;
@@ -121,6 +101,22 @@ TEST_F(LocationTest, AnUnreadableIdentityIsReportedAndLeftUntouched) {
         << c.content;
     EXPECT_EQ(readFileOrEmpty(identityPath), c.content);
   }
+
+  // One recorded for another path is refused; another identifier is not.
+  const std::string storeDirectory = identityPath.substr(0, identityPath.rfind('/'));
+  writeRaw(identityPath,
+           "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"other\","
+           "\"workspacePath\":\"" +
+               workspace + "\"}");
+  EXPECT_NO_THROW(open());
+  std::string foreign =
+      "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"x\","
+      "\"workspacePath\":\"/elsewhere/site\"}";
+  writeRaw(identityPath, foreign);
+  EXPECT_EQ(recoveryErrorOf([&] { open(); }), "workspace identity mismatch: recovery at " +
+                                                  storeDirectory +
+                                                  " belongs to /elsewhere/site, not " + workspace);
+  EXPECT_EQ(readFileOrEmpty(identityPath), foreign);
 }
 
 TEST_F(LocationTest, AStoreInsideTheWorkspaceIsRefused) {
