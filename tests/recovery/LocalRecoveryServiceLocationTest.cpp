@@ -148,7 +148,7 @@ TEST_F(LocationTest, AStoreInsideTheWorkspaceIsRefused) {
   EXPECT_FALSE(exists(workspace + "/.rec"));
 }
 
-TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileIsReported) {
+TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileOrNoWritableFallbackIsReported) {
   writeRaw(dir / "plain", "x");
   std::string id = open()->workspaceID();
   EXPECT_EQ(recoveryErrorOf([&] {
@@ -164,6 +164,17 @@ TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileIsReported) {
                 [&] { LocalRecoveryService(workspace, other, 20, 86400, fs, environment()); }),
             "recovery store unavailable: cannot open retention store: mkdir failed on " + other +
                 "/" + id + "/retained: File exists (17)");
+
+  writeRaw(dir / "mountinfo", "90 22 0:50 / " + dir.path() + " rw - tmpfs tmpfs rw\n");
+  RecoveryEnvironment environment = this->environment();
+  environment.mountTable = dir / "mountinfo";
+  environment.userDataDirectory = [] { return std::optional<std::string>(); };
+  fs.failWhere(FsCall::mkdir, ".VornaRecovery", EACCES);
+
+  EXPECT_EQ(recoveryErrorOf(
+                [&] { LocalRecoveryService(workspace, std::nullopt, 20, 86400, fs, environment); }),
+            "recovery store unavailable: no writable recovery location for " + workspace +
+                ": mkdir failed on " + dir.path() + "/.VornaRecovery: Permission denied (13)");
 }
 
 TEST_F(LocationTest, WithoutAStoreRootTheDataFolderServesUnlessOnAnotherVolume) {
@@ -195,19 +206,6 @@ TEST_F(LocationTest, WithoutAStoreRootTheDataFolderServesUnlessOnAnotherVolume) 
   environment.userDataDirectory = [] { return std::optional<std::string>(); };
   LocalRecoveryService noDataFolder(dir / "vol/site", std::nullopt, 20, 86400, fs, environment);
   EXPECT_EQ(noDataFolder.storeDirectory(), service.storeDirectory());
-}
-
-TEST_F(LocationTest, NoWritableFallbackIsReported) {
-  writeRaw(dir / "mountinfo", "90 22 0:50 / " + dir.path() + " rw - tmpfs tmpfs rw\n");
-  RecoveryEnvironment environment = this->environment();
-  environment.mountTable = dir / "mountinfo";
-  environment.userDataDirectory = [] { return std::optional<std::string>(); };
-  fs.failWhere(FsCall::mkdir, ".VornaRecovery", EACCES);
-
-  EXPECT_EQ(recoveryErrorOf(
-                [&] { LocalRecoveryService(workspace, std::nullopt, 20, 86400, fs, environment); }),
-            "recovery store unavailable: no writable recovery location for " + workspace +
-                ": mkdir failed on " + dir.path() + "/.VornaRecovery: Permission denied (13)");
 }
 
 TEST(VolumeRootTest, TheLongestMountPointHoldingThePathWins) {

@@ -144,7 +144,7 @@ TEST_F(RecoveryStoreTest, RetainNeverOverwritesAnIntruderAndAFailedSidecarLeaves
   EXPECT_EQ(readFile(payloads[0]), "bytes");
 }
 
-TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingButNotThePayloads) {
+TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingAndStalePayloadsAreFound) {
   RecoveryStore store(storeDirectory);
   RecoveryEntry good = store.retain("a", RecoveryKind::pendingEditorBytes, "/w/a");
   std::string broken = storeDirectory + "/9-000001-displacedExpected-X.json";
@@ -159,10 +159,9 @@ TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingButNotThePayloads) {
   std::ofstream(broken, std::ios::trunc) << contracts::writeJson(json);
   EXPECT_EQ(messageOf<contracts::DecodeError>([&] { store.staleFingerprints(); }),
             "malformed sidecar " + broken + ": missing key: capturedAt");
-}
 
-TEST_F(RecoveryStoreTest, StaleFingerprintsFindsMissingChangedAndUnknownPayloads) {
-  RecoveryStore store(storeDirectory);
+  // Once the sidecars read, missing, changed and unknown payloads are stale.
+  ASSERT_EQ(::unlink(broken.c_str()), 0);
   RecoveryEntry intact = store.retain("intact", RecoveryKind::displacedExpected, "/w/a");
   RecoveryEntry deleted = store.retain("deleted", RecoveryKind::displacedExpected, "/w/a");
   RecoveryEntry changed = store.retain("changed", RecoveryKind::displacedExpected, "/w/a");
@@ -175,8 +174,8 @@ TEST_F(RecoveryStoreTest, StaleFingerprintsFindsMissingChangedAndUnknownPayloads
 
   EXPECT_EQ(store.staleFingerprints(), (std::vector<RecoveryEntry>{deleted, changed, unknown}));
   EXPECT_EQ(store.payloadFingerprints(),
-            (std::vector<Fingerprint>{Fingerprint::ofBytes("intact"), Fingerprint::ofBytes("other"),
-                                      Fingerprint::ofBytes("x")}));
+            (std::vector<Fingerprint>{Fingerprint::ofBytes("a"), Fingerprint::ofBytes("intact"),
+                                      Fingerprint::ofBytes("other"), Fingerprint::ofBytes("x")}));
 }
 
 }  // namespace
