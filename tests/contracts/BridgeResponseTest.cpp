@@ -17,15 +17,14 @@ TEST(BridgeResponseTest, ErrorIsOneKeyWithEscapedSlashAndOneHeaderAndWinsOverExt
       R"({"alpha":true,"error":"conflict","zeta":1})");
 }
 
-TEST(BridgeResponseTest, JsonSortsKeysAtEveryDepthAndWritesCompactly) {
+TEST(BridgeResponseTest, JsonSortsKeysAtEveryDepthWritesCompactlyAndSetsItsType) {
   Json object = Json::object();
   object["b"] = Json{{"y", 1}, {"x", "a/b"}};
   object["a"] = Json::array({2, 1});
   EXPECT_EQ(BridgeResponse::json(200, object).body, R"({"a":[2,1],"b":{"x":"a\/b","y":1}})");
   EXPECT_EQ(BridgeResponse::json(200, Json::array({"/a", 1})).body, R"(["\/a",1])");
-}
 
-TEST(BridgeResponseTest, JsonOverridesContentTypeAndKeepsOtherHeaders) {
+  // It overrides the content type and keeps other headers.
   BridgeResponse response = BridgeResponse::json(
       201, Json::object(), {{"Content-Type", "text/plain"}, {"X-VN-Fingerprint", "ab"}});
   EXPECT_EQ(response.status, 201);

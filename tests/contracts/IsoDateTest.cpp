@@ -11,18 +11,15 @@ Timestamp at(year_month_day date, seconds time) {
   return sys_days{date} + time;
 }
 
-TEST(IsoDateTest, WritesUtcWithWholeSecondsAndZ) {
+TEST(IsoDateTest, WritesUtcWithWholeSecondsAndZAndReadsItBack) {
   Timestamp time = at(2026y / November / 16, 20h + 25min + 15s);
   EXPECT_EQ(formatIsoDate(time), "2026-11-16T20:25:15Z");
   EXPECT_EQ(formatIsoDate(time + 999ms), "2026-11-16T20:25:15Z");
   EXPECT_EQ(formatIsoDate(Timestamp{} - 500ms), "1969-12-31T23:59:59Z");
-}
-
-TEST(IsoDateTest, ReadsBackWhatItWrites) {
-  for (Timestamp time :
+  for (Timestamp read :
        {Timestamp{}, at(2024y / February / 29, 23h + 59min + 59s), at(1900y / January / 1, 0s),
         at(2262y / January / 1, 0s), wholeSecondsNow()}) {
-    EXPECT_EQ(parseIsoDate(formatIsoDate(time)), time) << formatIsoDate(time);
+    EXPECT_EQ(parseIsoDate(formatIsoDate(read)), read) << formatIsoDate(read);
   }
 }
 

@@ -12,7 +12,6 @@
 // reason it stays.
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <functional>
@@ -93,9 +92,10 @@ std::string hex(const std::string& bytes) {
 
 // The records of the index files, as found after the setup.
 struct Records {
-  std::map<std::string, std::string> draftBytes;  // by draft id
-  std::set<std::string> conflicts;
-  std::set<std::string> operations;
+  std::map<std::string, std::string> draftBytes = {};  // by draft id
+  std::set<std::string> conflicts = {};
+  std::set<std::string> candidates = {};  // their bytes must still be served
+  std::set<std::string> operations = {};
 };
 
 struct World {
@@ -133,17 +133,19 @@ std::set<std::string> versionsOn(SimulatedDisk& disk, const std::string& storeDi
   for (const auto& [path, bytes] : disk.filesBelow(kRoot)) {
     versions.insert(bytes);
   }
-  for (std::string name : disk.namesIn(storeDirectory + "/retained")) {
+  for (const auto& [path, text] : disk.filesBelow(storeDirectory + "/retained")) {
+    const std::string name = path.substr(path.rfind('/') + 1);
     std::string payload;
     if (name.ends_with(".json") &&
         entryIsWhole(disk, storeDirectory, name.substr(0, name.size() - 5), &payload)) {
       versions.insert(payload);
     }
   }
-  for (const std::string& name : disk.namesIn(kTrash + "/files")) {
+  for (const auto& [path, bytes] : disk.filesBelow(kTrash + "/files")) {
+    const std::string name = path.substr(path.rfind('/') + 1);
     std::optional<std::string> record = disk.readFile(kTrash + "/info/" + name + ".trashinfo");
     if (record && record->starts_with("[Trash Info]\nPath=")) {
-      versions.insert(disk.readFile(kTrash + "/files/" + name).value_or(""));
+      versions.insert(bytes);
     }
   }
   return versions;
@@ -156,6 +158,9 @@ Records recordsOf(LocalRecoveryService& service) {
   }
   for (const contracts::ConflictRecord& conflict : service.conflicts()) {
     records.conflicts.insert(conflict.id);
+    for (const contracts::CandidateRecord& candidate : conflict.candidates) {
+      records.candidates.insert(candidate.id);
+    }
   }
   for (const contracts::OperationRecord& operation : service.unfinishedOperations()) {
     records.operations.insert(operation.id);
@@ -170,7 +175,7 @@ struct Promise {
   std::string answer = {};                 // "saved", "200", ...: what the sequence answered
   std::vector<std::string> versions = {};  // must survive from the answer on
   std::function<void(SimulatedDisk&, Problems&)> onDisk = nullptr;  // before the next open
-  std::function<void(LocalRecoveryService&, Problems&)> afterOpen = nullptr;
+  Records records = {};  // must be listed after the next open, from the answer on
 };
 
 struct Sequence {
@@ -286,13 +291,18 @@ Sequence onService(std::string name, std::string answer,
   };
 }
 
-Sequence onBridge(std::string name, std::function<void(World&)> setup,
-                  contracts::BridgeRequest request,
-                  std::function<void(SimulatedDisk&, Problems&)> onDisk,
-                  std::vector<std::string> versions = {}) {
+// On a workspace with a store, after `extraSetup`.
+Sequence onBridge(
+    std::string name, contracts::BridgeRequest request,
+    std::function<void(SimulatedDisk&, Problems&)> onDisk, std::vector<std::string> versions = {},
+    std::function<void(World&)> extraSetup = [](World&) {}) {
   return Sequence{
       .name = std::move(name),
-      .setup = std::move(setup),
+      .setup =
+          [extraSetup](World& world) {
+            workspaceWithStore(world, kOld);
+            extraSetup(world);
+          },
       .start =
           [request, onDisk, versions](World& world, FileSystem& fs) {
             std::shared_ptr<bridge::FileBridge> bridge = openBridge(fs, world.storeRoot);
@@ -325,17 +335,7 @@ const std::vector<Sequence>& sequences() {
       other.storeOnItsOwnFileSystem = true;
       list.push_back(std::move(other));
     }
-    list.push_back(onService(
-        "a version retained", "retained", [](World& world, LocalRecoveryService& service) {
-          RecoveryEntry entry = service.retentionStore().retain(
-              kNew, storage::RecoveryKind::displacedExpected, kPage);
-          std::string store = world.storeDirectory;
-          return Promise{.answer = "retained",
-                         .versions = {kNew},
-                         .onDisk = [entry, store](SimulatedDisk& disk, Problems& problems) {
-                           expectWhole(disk, store, entry, problems);
-                         }};
-        }));
+    // A version retained into an existing store is the conflict's first step below.
     list.push_back(Sequence{
         .name = "identity.json: first open, then a version retained",
         .setup = [](World& world) { world.disk.writeFile(kPage, kOld); },
@@ -365,13 +365,8 @@ const std::vector<Sequence>& sequences() {
     });
     auto savedDraft = [](World&, LocalRecoveryService& service) {
       contracts::DraftRecord draft = service.saveDraft(kPage, kNew, hex(kOld)).record;
-      return Promise{.answer = "draft",
-                     .versions = {kNew},
-                     .afterOpen = [draft](LocalRecoveryService& opened, Problems& problems) {
-                       if (opened.draftBytes(draft.id) != kNew) {
-                         problems.push_back("the new draft's bytes are lost");
-                       }
-                     }};
+      return Promise{
+          .answer = "draft", .versions = {kNew}, .records = {.draftBytes = {{draft.id, kNew}}}};
     };
     list.push_back(onService("drafts.json: a draft saved", "draft", savedDraft));
     list.push_back(
@@ -391,28 +386,18 @@ const std::vector<Sequence>& sequences() {
           RecoveryEntry editor = service.retentionStore().retain(
               kNew, storage::RecoveryKind::pendingEditorBytes, kPage);
           contracts::ConflictRecord conflict = service.recordConflict(kPage, kOld, {editor});
-          return Promise{.answer = "conflict",
-                         .versions = {kNew},
-                         .afterOpen = [conflict](LocalRecoveryService& opened, Problems& problems) {
-                           if (!recordsOf(opened).conflicts.contains(conflict.id)) {
-                             problems.push_back("the new conflict is not listed");
-                           }
-                           for (const contracts::CandidateRecord& candidate : conflict.candidates) {
-                             opened.candidateBytes(candidate.id);
-                           }
-                         }};
+          Promise promise{.answer = "conflict", .versions = {kNew}};
+          promise.records.conflicts.insert(conflict.id);
+          for (const contracts::CandidateRecord& candidate : conflict.candidates) {
+            promise.records.candidates.insert(candidate.id);
+          }
+          return promise;
         }));
     list.push_back(onService(
         "operations.json: an operation begun", "begun", [](World&, LocalRecoveryService& service) {
           contracts::OperationRecord operation =
               service.beginOperation("rename", {{kPage, hex(kOld), {}}});
-          return Promise{
-              .answer = "begun",
-              .afterOpen = [operation](LocalRecoveryService& opened, Problems& problems) {
-                if (!recordsOf(opened).operations.contains(operation.id)) {
-                  problems.push_back("the new operation is not listed");
-                }
-              }};
+          return Promise{.answer = "begun", .records = {.operations = {operation.id}}};
         }));
     {
       const std::string swap = kRoot + "/.vn-swap-6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F-index.html";
@@ -439,45 +424,33 @@ const std::vector<Sequence>& sequences() {
       list.push_back(std::move(sweep));
     }
     const std::string created = kRoot + "/a/b/new.html";
-    list.push_back(onBridge(
-        "create in new folders", [](World& world) { workspaceWithStore(world, kOld); },
-        request("PUT", "file", {{"path", created}}, kNew),
-        [created](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, created, kNew, problems);
-        },
-        {kNew}));
+    list.push_back(onBridge("create in new folders",
+                            request("PUT", "file", {{"path", created}}, kNew),
+                            [created](SimulatedDisk& disk, Problems& problems) {
+                              expectFile(disk, created, kNew, problems);
+                            },
+                            {kNew}));
+    // The page is at `to` and no longer where it was.
+    auto movedTo = [](std::string to) {
+      return [to](SimulatedDisk& disk, Problems& problems) {
+        expectFile(disk, to, kOld, problems);
+        expectFile(disk, kPage, std::nullopt, problems);
+      };
+    };
     const std::string moved = kRoot + "/archive/2024/renamed.html";
-    list.push_back(onBridge(
-        "rename into a new folder",
-        [](World& world) {
-          workspaceWithStore(world, kOld);
-          world.disk.writeFile(kRoot + "/archive/.keep", "");
-        },
-        request("POST", "rename", {{"path", kPage}, {"to", moved}}),
-        [moved](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, moved, kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        }));
+    list.push_back(
+        onBridge("rename into a new folder",
+                 request("POST", "rename", {{"path", kPage}, {"to", moved}}), movedTo(moved), {},
+                 [](World& world) { world.disk.writeFile(kRoot + "/archive/.keep", ""); }));
     const std::string mounted = kRoot + "/mnt/index.html";
-    list.push_back(onBridge(
-        "rename onto another file system",
-        [](World& world) {
-          workspaceWithStore(world, kOld);
-          world.disk.writeFile(kRoot + "/mnt/.keep", "");
-          world.disk.mountSeparateFileSystem(kRoot + "/mnt");
-        },
-        request("POST", "rename", {{"path", kPage}, {"to", mounted}}),
-        [mounted](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, mounted, kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        }));
-    Sequence trash = onBridge(
-        "trash", [](World& world) { workspaceWithStore(world, kOld); },
-        request("DELETE", "file", {{"path", kPage}}),
-        [](SimulatedDisk& disk, Problems& problems) {
-          expectFile(disk, kTrash + "/files/index.html", kOld, problems);
-          expectFile(disk, kPage, std::nullopt, problems);
-        });
+    list.push_back(onBridge("rename onto another file system",
+                            request("POST", "rename", {{"path", kPage}, {"to", mounted}}),
+                            movedTo(mounted), {}, [](World& world) {
+                              world.disk.writeFile(kRoot + "/mnt/.keep", "");
+                              world.disk.mountSeparateFileSystem(kRoot + "/mnt");
+                            }));
+    Sequence trash = onBridge("trash", request("DELETE", "file", {{"path", kPage}}),
+                              movedTo(kTrash + "/files/index.html"));
     trash.always = [](const World&, SimulatedDisk& disk, Problems& problems) {
       std::optional<std::string> record = disk.readFile(kTrash + "/info/index.html.trashinfo");
       if (disk.readFile(kTrash + "/files/index.html") &&
@@ -523,24 +496,32 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
   try {
     std::unique_ptr<LocalRecoveryService> service = openService(state, world.storeRoot);
     service->sweepOrphanedSwaps();
-    Records records = recordsOf(*service);
-    for (const auto& [id, bytes] : world.recordsBefore.draftBytes) {
+    Records found = recordsOf(*service);
+    Records required = world.recordsBefore;
+    if (promise != nullptr) {
+      const Records& added = promise->records;
+      required.draftBytes.insert(added.draftBytes.begin(), added.draftBytes.end());
+      required.conflicts.insert(added.conflicts.begin(), added.conflicts.end());
+      required.candidates.insert(added.candidates.begin(), added.candidates.end());
+      required.operations.insert(added.operations.begin(), added.operations.end());
+    }
+    for (const auto& [id, bytes] : required.draftBytes) {
       if (service->draftBytes(id) != bytes) {
         problems.push_back("the draft " + id + " lost its bytes");
       }
     }
-    for (const std::string& id : world.recordsBefore.conflicts) {
-      if (!records.conflicts.contains(id)) {
+    for (const std::string& id : required.conflicts) {
+      if (!found.conflicts.contains(id)) {
         problems.push_back("the conflict " + id + " is gone");
       }
     }
-    for (const std::string& id : world.recordsBefore.operations) {
-      if (!records.operations.contains(id)) {
+    for (const std::string& id : required.candidates) {
+      service->candidateBytes(id);
+    }
+    for (const std::string& id : required.operations) {
+      if (!found.operations.contains(id)) {
         problems.push_back("the operation " + id + " is gone");
       }
-    }
-    if (promise != nullptr && promise->afterOpen) {
-      promise->afterOpen(*service, problems);
     }
   } catch (const std::exception& error) {
     problems.push_back(std::string("the next open, or reading what it holds, failed: ") +
@@ -570,13 +551,13 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
     world.recordsBefore = recordsOf(*openService(world.disk, world.storeRoot));
   }
   world.disk.markDurable();
-  if (options.skipFlush != 0) {
-    world.disk.skipFlush(options.skipFlush);
-  }
 
   FaultInjectingFileSystem fs(world.disk);
+  if (options.skipFlush != 0) {
+    fs.skipNth(FsCall::fsync, static_cast<int>(options.skipFlush));
+  }
   std::function<Promise()> run = sequence.start(world, fs);
-  const size_t callsBefore = fs.callCount();
+  const size_t callsBefore = fs.calls().size();
   if (options.failCall != 0) {
     const FsCall call = (*options.calls)[options.failCall - 1].call;
     int occurrence = static_cast<int>(fs.count(call));
@@ -595,7 +576,11 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
   result.answer = promise.answer;
   std::vector<FaultInjectingFileSystem::Call> calls = fs.calls();
   result.calls.assign(calls.begin() + static_cast<ptrdiff_t>(callsBefore), calls.end());
-  result.flushes = world.disk.flushedPaths();
+  for (const FaultInjectingFileSystem::Call& call : calls) {
+    if (call.call == FsCall::fsync) {
+      result.flushes.push_back(call.path);
+    }
+  }
   result.changes = world.disk.changeCount();
 
   std::unordered_set<std::string> seen;
@@ -627,9 +612,6 @@ Exploration explore(const Sequence& sequence, const Options& options = {}) {
 
 // The flushes that no state shows to be needed, each with why it stays. Keyed
 // by sequence and by the flush's label (see flushLabels).
-// operations.json, begun and finished around a rename: the move holds no
-// version, so losing the entry loses none; it only stops the page's history
-// from following that one move.
 constexpr const char* kJournalFlush =
     "operations.json: the rename's journal entry; a lost one loses no version, only the "
     "history's link across this move";
@@ -677,20 +659,6 @@ std::vector<std::string> flushLabels(const std::vector<std::string>& paths) {
     labels.push_back(count == 1 ? label : label + " #" + std::to_string(count));
   }
   return labels;
-}
-
-std::string testName(const std::string& name) {
-  std::string result;
-  bool upper = true;
-  for (char c : name) {
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0) {
-      result += upper ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : c;
-      upper = false;
-    } else {
-      upper = true;
-    }
-  }
-  return result;
 }
 
 // The first of each kind of problem, with where it was first found.
@@ -759,7 +727,8 @@ TEST_P(PowerCut, ACallFailingAndThenAPowerCutLoseNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Sequences, PowerCut, ::testing::Range<size_t>(0, sequences().size()),
                          [](const ::testing::TestParamInfo<size_t>& param) {
-                           return testName(sequences()[param.param].name);
+                           return std::regex_replace(sequences()[param.param].name,
+                                                     std::regex("[^A-Za-z0-9]+"), "_");
                          });
 
 }  // namespace

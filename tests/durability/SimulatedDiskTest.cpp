@@ -56,6 +56,8 @@ std::set<std::string> outcomes(const std::function<void(SimulatedDisk&)>& change
 // Each case is a loss the model must be able to show: a model that lost too
 // little would let the power-cut tests pass without proving anything, while
 // one that lost too much would fail them outright.
+// A flush taken away is PowerCut.EveryFlushIsNeeded's own check: were it kept,
+// every flush there would show as unneeded.
 TEST(SimulatedDisk, APowerCutTakesWhatWasNotFlushedAndNothingElse) {
   struct Case {
     const char* rule;
@@ -113,11 +115,8 @@ TEST(SimulatedDisk, APowerCutTakesWhatWasNotFlushedAndNothingElse) {
   for (const Case& c : cases) {
     EXPECT_EQ(outcomes(c.changes, c.paths), c.expected) << c.rule;
   }
-}
-
-// A flush taken away is PowerCut.EveryFlushIsNeeded's own check: were it kept,
-// every flush there would show as unneeded.
-TEST(SimulatedDisk, SeparateFileSystemsRefuseRenames) {
+  // Separate file systems refuse renames, or the cross-device sequences would
+  // prove nothing.
   SimulatedDisk disk;
   disk.writeFile("/a/old", "old");
   disk.writeFile("/mnt/x", "x");

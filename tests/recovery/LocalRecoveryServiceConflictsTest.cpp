@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <regex>
 
 #include "ServiceFixture.h"
@@ -38,9 +41,12 @@ class ConflictsTest : public testfixture::ServiceTest {
   }
 };
 
+// A candidate is what was read, not what the entry claimed.
 TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
   RecoveryEntry editor = retained("editor", RecoveryKind::pendingEditorBytes);
   RecoveryEntry disk = retained("disk", RecoveryKind::displacedExternal);
+  disk.fingerprint = storage::Fingerprint::ofBytes("claimed");
+  disk.byteCount = 99;
 
   ConflictRecord record = service().recordConflict(page("a.html"), "base", {editor, disk});
 
@@ -54,9 +60,11 @@ TEST_F(ConflictsTest, BaseEditorAndDiskBecomeThreeCandidatesInThatOrder) {
                                                    .byteCount = 6,
                                                    .capturedAt = editor.capturedAt}));
   EXPECT_EQ(record.candidates[0].fingerprint, hexOf("base"));
+  EXPECT_EQ(record.candidates[2].fingerprint, hexOf("disk"));
+  EXPECT_EQ(record.candidates[2].byteCount, 4);
   EXPECT_EQ(service().candidateBytes(record.candidates[0].id), "base");
   EXPECT_EQ(service().candidateBytes(disk.id), "disk");
-  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{record});
+  EXPECT_EQ(open()->conflicts(), std::vector<ConflictRecord>{record});
 }
 
 TEST_F(ConflictsTest, EachVersionIsOfferedOnceAndRolesFollowTheKinds) {
@@ -98,7 +106,7 @@ TEST_F(ConflictsTest, EachVersionIsOfferedOnceAndRolesFollowTheKinds) {
   }
 }
 
-TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
+TEST_F(ConflictsTest, AnOpenConflictGrowsOnlyByNewVersionsAndOnceResolvedTheNextIsNew) {
   ConflictRecord empty = service().recordConflict(page("a.html"), std::nullopt, {});
   EXPECT_TRUE(empty.candidates.empty());
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{empty});
@@ -112,48 +120,20 @@ TEST_F(ConflictsTest, ARecordedAgainOpenConflictGrowsOnlyByNewVersions) {
   EXPECT_EQ(rolesOf(grown), (std::vector<Role>{Role::base, Role::disk}));
   EXPECT_EQ(again, grown);
   EXPECT_EQ(fs.count(FsCall::fsync), flushes + 1);  // written even with nothing new
-}
 
-TEST_F(ConflictsTest, AResolvedConflictStaysReadableAndTheNextOneIsNew) {
-  ConflictRecord first = service().recordConflict(
-      page("a.html"), "base", {retained("disk", RecoveryKind::displacedExternal)});
+  // Resolved, it stays readable, and the next conflict of the page is new.
   now += std::chrono::seconds(3);
-  service().markResolved(first.id, first.candidates[1].id);
-
+  service().markResolved(grown.id, grown.candidates[1].id);
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{});
-  EXPECT_EQ(service().candidateBytes(first.candidates[0].id), "base");
-  ConflictRecord second = service().recordConflict(page("a.html"), "base", {});
-  EXPECT_NE(second.id, first.id);
-  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{second});
+  EXPECT_EQ(service().candidateBytes(grown.candidates[0].id), "base");
+  ConflictRecord next = service().recordConflict(page("a.html"), "base", {});
+  EXPECT_NE(next.id, grown.id);
+  EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{next});
   std::string index = readFileOrEmpty(indexFile("conflicts.journal"));
-  EXPECT_NE(index.find("\"chosenCandidateID\":\"" + first.candidates[1].id + "\""),
+  EXPECT_NE(index.find("\"chosenCandidateID\":\"" + grown.candidates[1].id + "\""),
             std::string::npos);
   EXPECT_NE(index.find("\"resolvedAt\":\"" + contracts::formatIsoDate(now) + "\""),
             std::string::npos);
-}
-
-TEST_F(ConflictsTest, UnknownConflictsAndForeignCandidatesAreNotFound) {
-  ConflictRecord a = service().recordConflict(page("a.html"), "a", {});
-  ConflictRecord b = service().recordConflict(page("b.html"), "b", {});
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().markResolved(a.id, b.candidates[0].id); }),
-            "not found: candidate " + b.candidates[0].id + " in conflict " + a.id);
-  EXPECT_EQ(recoveryErrorOf([&] { service().markResolved("C0", a.candidates[0].id); }),
-            "not found: conflict C0");
-  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes("nope"); }),
-            "not found: candidate nope");
-  EXPECT_EQ(service().conflicts().size(), 2u);
-}
-
-TEST_F(ConflictsTest, ACandidateIsWhatWasReadNotWhatTheEntryClaimed) {
-  RecoveryEntry claimed = retained("actual", RecoveryKind::displacedExternal);
-  claimed.fingerprint = storage::Fingerprint::ofBytes("claimed");
-  claimed.byteCount = 99;
-
-  ConflictRecord record = service().recordConflict(page("a.html"), std::nullopt, {claimed});
-
-  EXPECT_EQ(record.candidates[0].fingerprint, hexOf("actual"));
-  EXPECT_EQ(record.candidates[0].byteCount, 6);
 }
 
 TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
@@ -177,22 +157,47 @@ TEST_F(ConflictsTest, AMissingRetainedPayloadFailsTheWholeRecord) {
   EXPECT_EQ(service().conflicts(), std::vector<ConflictRecord>{open});
 }
 
-TEST_F(ConflictsTest, ACandidatePayloadChangedOrRemovedByHandIsDetected) {
-  ConflictRecord record = service().recordConflict(
-      page("a.html"), "base", {retained("disk", RecoveryKind::displacedExternal)});
-  const CandidateRecord& base = record.candidates[0];
-  const CandidateRecord& disk = record.candidates[1];
-  std::string basePath = retainedDirectory() + "/" + base.id + ".bin";
-  std::string diskPath = retainedDirectory() + "/" + disk.id + ".bin";
-  ::chmod(basePath.c_str(), 0644);
-  writeRaw(basePath, "changed");
-  ::unlink(diskPath.c_str());
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes(base.id); }),
-            "recovery store unavailable: candidate " + base.id + ": payload at " + basePath +
-                " no longer matches its fingerprint");
-  EXPECT_EQ(recoveryErrorOf([&] { service().candidateBytes(disk.id); }),
-            "not found: candidate " + disk.id + ": payload missing at " + diskPath);
+// Unknown ids are not found; a payload changed by hand no longer matches its
+// fingerprint, and one removed by hand is missing.
+TEST_F(ConflictsTest, UnknownIdsAndPayloadsChangedOrRemovedByHandAreReported) {
+  ConflictRecord a = service().recordConflict(page("a.html"), "base",
+                                              {retained("disk", RecoveryKind::displacedExternal)});
+  ConflictRecord b = service().recordConflict(page("b.html"), "b", {});
+  contracts::DraftRecord changed = service().saveDraft(page("c.html"), "draft", {}).record;
+  contracts::DraftRecord removed = service().saveDraft(page("d.html"), "draft", {}).record;
+  const std::string base = a.candidates[0].id;
+  const std::string disk = a.candidates[1].id;
+  auto payload = [&](const std::string& id) { return retainedDirectory() + "/" + id + ".bin"; };
+  for (const std::string& id : {base, changed.id}) {
+    ASSERT_EQ(::chmod(payload(id).c_str(), 0644), 0);
+    writeRaw(payload(id), "edited by hand");
+  }
+  for (const std::string& id : {disk, removed.id}) {
+    ASSERT_EQ(::unlink(payload(id).c_str()), 0);
+  }
+  const std::string other = b.candidates[0].id;
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { service().candidateBytes(base); }, "recovery store unavailable: candidate " + base +
+                                                    ": payload at " + payload(base) +
+                                                    " no longer matches its fingerprint"},
+      {[&] { service().draftBytes(changed.id); },
+       "recovery store unavailable: draft " + changed.id + ": payload at " + payload(changed.id) +
+           " no longer matches its fingerprint"},
+      {[&] { service().candidateBytes(disk); },
+       "not found: candidate " + disk + ": payload missing at " + payload(disk)},
+      {[&] { service().draftBytes(removed.id); },
+       "not found: draft " + removed.id + ": payload missing at " + payload(removed.id)},
+      {[&] { service().candidateBytes("nope"); }, "not found: candidate nope"},
+      {[&] { service().draftBytes("1A2B"); }, "not found: draft 1A2B"},
+      {[&] { service().draftPayloadURL("1A2B"); }, "not found: draft 1A2B"},
+      {[&] { service().markResolved("C0", other); }, "not found: conflict C0"},
+      {[&] { service().markResolved(a.id, other); },
+       "not found: candidate " + other + " in conflict " + a.id},
+  };
+  for (const auto& [call, message] : cases) {
+    EXPECT_EQ(recoveryErrorOf(call), message);
+  }
+  EXPECT_EQ(service().conflicts().size(), 2u);
 }
 
 }  // namespace

@@ -1,8 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <thread>
 
 #include "ServiceFixture.h"
 
@@ -13,7 +9,6 @@ using contracts::DraftRecord;
 using testfixture::escaped;
 using testfixture::readFileOrEmpty;
 using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
 using testing::FsCall;
 
 constexpr const char* kSha256OfNothing =
@@ -24,10 +19,11 @@ class DraftsTest : public testfixture::ServiceTest {};
 TEST_F(DraftsTest, TheLastDraftOfEachPageIsCurrentAndListedByPath) {
   service().saveDraft(page("b.html"), "b1", std::nullopt);
   DraftRecord first = service().saveDraft(page("a.html"), "a1", "base-a").record;
-  DraftRecord second = service().saveDraft(page("a.html"), "a2", std::nullopt).record;
+  DraftRecord second = service().saveDraft(page("a.html"), "a2", "base-a2").record;
   DraftRecord other = service().saveDraft(page("b.html"), "b2", std::nullopt).record;
 
   EXPECT_EQ(service().drafts(), (std::vector<DraftRecord>{second, other}));
+  EXPECT_EQ(open()->drafts(), service().drafts());
   EXPECT_EQ(service().draftBytes(first.id), "a1");
   EXPECT_EQ(service().draftBytes(second.id), "a2");
   EXPECT_EQ(second.byteCount, 2);
@@ -54,8 +50,14 @@ TEST_F(DraftsTest, TheJournalHoldsTheEntriesInSavedOrderWithSortedKeys) {
                 "\"}}}\n");
 }
 
-TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
+TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytesAndWithoutADraftWritesNothing) {
+  service().discardDraft(page("a.html"));
+  EXPECT_FALSE(exists(indexFile("drafts.journal")));
+
   DraftRecord record = service().saveDraft(page("a.html"), "kept", std::nullopt).record;
+  size_t flushes = fs.count(FsCall::fsync);
+  service().discardDraft(page("none.html"));
+  EXPECT_EQ(fs.count(FsCall::fsync), flushes);
   service().discardDraft(workspace + "/sub/../a.html");
 
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{});
@@ -65,80 +67,6 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytes) {
   // A new draft after discarding is current again.
   DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{again});
-}
-
-TEST_F(DraftsTest, DiscardingAPageWithoutDraftsWritesNothing) {
-  service().discardDraft(page("none.html"));
-  EXPECT_FALSE(exists(indexFile("drafts.journal")));
-
-  service().saveDraft(page("a.html"), "a", std::nullopt);
-  size_t flushes = fs.count(FsCall::fsync);
-  service().discardDraft(page("none.html"));
-  EXPECT_EQ(fs.count(FsCall::fsync), flushes);
-}
-
-TEST_F(DraftsTest, APayloadChangedOrRemovedByHandIsDetected) {
-  DraftRecord changed = service().saveDraft(page("a.html"), "original", std::nullopt).record;
-  DraftRecord removed = service().saveDraft(page("b.html"), "original", std::nullopt).record;
-  std::string changedPath = service().draftPayloadURL(changed.id);
-  std::string removedPath = service().draftPayloadURL(removed.id);
-  ASSERT_EQ(::chmod(changedPath.c_str(), 0644), 0);
-  writeRaw(changedPath, "edited by hand");
-  ASSERT_EQ(::unlink(removedPath.c_str()), 0);
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes(changed.id); }),
-            "recovery store unavailable: draft " + changed.id + ": payload at " + changedPath +
-                " no longer matches its fingerprint");
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes(removed.id); }),
-            "not found: draft " + removed.id + ": payload missing at " + removedPath);
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes("1A2B"); }), "not found: draft 1A2B");
-  EXPECT_EQ(recoveryErrorOf([&] { service().draftPayloadURL("1A2B"); }), "not found: draft 1A2B");
-}
-
-TEST_F(DraftsTest, BytesTheStoreRefusesLeaveTheIndexAsItWas) {
-  service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
-  fs.failWhere(FsCall::open, ".bin", ENOSPC);
-
-  std::string message = recoveryErrorOf([&] { service().saveDraft(page("a.html"), "12345", {}); });
-
-  EXPECT_TRUE(message.starts_with("recovery store unavailable: cannot retain 5 bytes for " +
-                                  page("a.html") + ": open failed on " + retainedDirectory()))
-      << message;
-  EXPECT_TRUE(message.ends_with(".bin: No space left on device (28)")) << message;
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
-}
-
-TEST_F(DraftsTest, AFailedIndexWriteKeepsThePayloadButNoDraftForIt) {
-  service().saveDraft(page("a.html"), "first", std::nullopt);
-  std::string before = readFileOrEmpty(indexFile("drafts.journal"));
-  fs.failWhere(FsCall::write, "drafts.journal", ENOSPC);
-
-  EXPECT_EQ(recoveryErrorOf([&] { service().saveDraft(page("a.html"), "second", {}); }),
-            "recovery store unavailable: cannot write drafts.json: write failed on " +
-                indexFile("drafts.journal") + ": No space left on device (28)");
-  EXPECT_EQ(readFileOrEmpty(indexFile("drafts.journal")), before);
-  EXPECT_EQ(service().retentionStore().entries().size(), 2u);
-  EXPECT_EQ(service().drafts().size(), 1u);
-}
-
-// Each save rewrites the whole index; without the service's lock, saves from
-// several threads would overwrite each other's entries.
-TEST_F(DraftsTest, SavesFromManyThreadsAllReachTheIndex) {
-  LocalRecoveryService& shared = service();
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([&shared, t, this] {
-      for (int i = 0; i < 5; ++i) {
-        shared.saveDraft(page("p" + std::to_string(t) + "-" + std::to_string(i) + ".html"), "x",
-                         std::nullopt);
-      }
-    });
-  }
-  for (std::thread& thread : threads) {
-    thread.join();
-  }
-  EXPECT_EQ(shared.drafts().size(), 20u);
 }
 
 }  // namespace

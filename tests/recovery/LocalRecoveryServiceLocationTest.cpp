@@ -45,7 +45,7 @@ class OtherVolumeFileSystem final : public storage::ForwardingFileSystem {
   std::string prefix_;
 };
 
-TEST_F(LocationTest, OpeningTheSameFolderTwiceReusesItsStoreAndIdentity) {
+TEST_F(LocationTest, TheSameFolderKeepsItsStoreAndIdentityAndAnotherGetsAFreshOne) {
   auto first = open();
   std::string identity = readFileOrEmpty(first->storeDirectory() + "/identity.json");
   now += hours(5);
@@ -59,53 +59,24 @@ TEST_F(LocationTest, OpeningTheSameFolderTwiceReusesItsStoreAndIdentity) {
                           "\",\"workspaceID\":\"" + first->workspaceID() +
                           "\",\"workspacePath\":\"" + escaped(workspace) + "\"}");
   EXPECT_EQ(readFileOrEmpty(first->storeDirectory() + "/identity.json"), identity);
-}
 
-TEST_F(LocationTest, TheSameFolderReachedThroughLinksAndDotsHasOneIdentity) {
+  // Reached through links and dots, it is the same folder.
   dir.symlink(workspace, "link");
-  LocalRecoveryService direct(workspace, storeRoot, 20, 86400, fs, environment());
   LocalRecoveryService viaLink(dir / "link/./../site/", storeRoot, 20, 86400, fs, environment());
-
   EXPECT_EQ(viaLink.workspaceRoot(), workspace);
-  EXPECT_EQ(viaLink.workspaceID(), direct.workspaceID());
-}
+  EXPECT_EQ(viaLink.workspaceID(), first->workspaceID());
 
-TEST_F(LocationTest, AFolderMadeAnewOrMovedGetsAnotherIdentityAndAFreshStore) {
-  std::string original = open()->workspaceID();
+  // Made anew or moved, it is another folder with a fresh store.
   ASSERT_EQ(::rename(workspace.c_str(), (dir / "moved").c_str()), 0);
-  // Made while the old folder still exists, so it cannot reuse its inode.
-  dir.makeFolder("site");
-
-  std::string remade = open()->workspaceID();
-  std::string moved =
-      LocalRecoveryService(dir / "moved", storeRoot, 20, 86400, fs, environment()).workspaceID();
-
-  EXPECT_NE(remade, original);
-  EXPECT_NE(moved, original);
+  dir.makeFolder("site");  // while the old one exists, so not on its inode
+  EXPECT_NE(open()->workspaceID(), first->workspaceID());
+  EXPECT_NE(
+      LocalRecoveryService(dir / "moved", storeRoot, 20, 86400, fs, environment()).workspaceID(),
+      first->workspaceID());
   EXPECT_EQ(namesIn(storeRoot).size(), 3u);
 }
 
-TEST_F(LocationTest, AStoreRecordedForAnotherPathIsRefusedButAnotherIdentifierIsNot) {
-  std::string identityPath = open()->storeDirectory() + "/identity.json";
-  std::string storeDirectory = storeRoot + "/" + open()->workspaceID();
-
-  writeRaw(identityPath,
-           "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"other\","
-           "\"workspacePath\":\"" +
-               workspace + "\"}");
-  EXPECT_NO_THROW(open());
-
-  std::string foreign =
-      "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"x\","
-      "\"workspacePath\":\"/elsewhere/site\"}";
-  writeRaw(identityPath, foreign);
-  EXPECT_EQ(recoveryErrorOf([&] { open(); }), "workspace identity mismatch: recovery at " +
-                                                  storeDirectory +
-                                                  " belongs to /elsewhere/site, not " + workspace);
-  EXPECT_EQ(readFileOrEmpty(identityPath), foreign);
-}
-
-TEST_F(LocationTest, AnUnreadableIdentityIsReportedAndLeftUntouched) {
+TEST_F(LocationTest, AnUnreadableOrForeignIdentityIsReportedAndLeftUntouched) {
   std::string identityPath = open()->storeDirectory() + "/identity.json";
   struct Case {
     std::string content;
@@ -131,27 +102,21 @@ TEST_F(LocationTest, AnUnreadableIdentityIsReportedAndLeftUntouched) {
     EXPECT_EQ(readFileOrEmpty(identityPath), c.content);
   }
 
-  fs.failWhere(FsCall::open, "identity.json", EACCES);
-  EXPECT_EQ(recoveryErrorOf([&] { open(); }),
-            "recovery store unavailable: cannot read identity.json: open failed on " +
-                identityPath + ": Permission denied (13)");
-}
-
-// What the failed write leaves is IndexFilesTest's to show.
-TEST_F(LocationTest, AnIdentityThatCannotBeWrittenIsReportedWithTheFailingCall) {
-  fs.failWhere(FsCall::rename, ".tmp-", EIO);
-  std::string message = recoveryErrorOf([&] { open(); });
-
-  std::vector<std::string> stores = namesIn(storeRoot);
-  ASSERT_EQ(stores.size(), 1u);
-  std::string storeDirectory = storeRoot + "/" + stores[0];
-  EXPECT_TRUE(std::regex_match(
-      message, std::regex("recovery store unavailable: cannot write identity\\.json: rename "
-                          "failed on " +
-                          storeDirectory +
-                          "/\\.tmp-[0-9A-F-]{36}: Input/output "
-                          "error \\(5\\)")))
-      << message;
+  // One recorded for another path is refused; another identifier is not.
+  const std::string storeDirectory = identityPath.substr(0, identityPath.rfind('/'));
+  writeRaw(identityPath,
+           "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"other\","
+           "\"workspacePath\":\"" +
+               workspace + "\"}");
+  EXPECT_NO_THROW(open());
+  std::string foreign =
+      "{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"x\","
+      "\"workspacePath\":\"/elsewhere/site\"}";
+  writeRaw(identityPath, foreign);
+  EXPECT_EQ(recoveryErrorOf([&] { open(); }), "workspace identity mismatch: recovery at " +
+                                                  storeDirectory +
+                                                  " belongs to /elsewhere/site, not " + workspace);
+  EXPECT_EQ(readFileOrEmpty(identityPath), foreign);
 }
 
 TEST_F(LocationTest, AStoreInsideTheWorkspaceIsRefused) {
@@ -183,7 +148,7 @@ TEST_F(LocationTest, AStoreInsideTheWorkspaceIsRefused) {
   EXPECT_FALSE(exists(workspace + "/.rec"));
 }
 
-TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileIsReported) {
+TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileOrNoWritableFallbackIsReported) {
   writeRaw(dir / "plain", "x");
   std::string id = open()->workspaceID();
   EXPECT_EQ(recoveryErrorOf([&] {
@@ -199,14 +164,23 @@ TEST_F(LocationTest, AStoreRootOrRetainedFolderThatIsAFileIsReported) {
                 [&] { LocalRecoveryService(workspace, other, 20, 86400, fs, environment()); }),
             "recovery store unavailable: cannot open retention store: mkdir failed on " + other +
                 "/" + id + "/retained: File exists (17)");
+
+  writeRaw(dir / "mountinfo", "90 22 0:50 / " + dir.path() + " rw - tmpfs tmpfs rw\n");
+  RecoveryEnvironment environment = this->environment();
+  environment.mountTable = dir / "mountinfo";
+  environment.userDataDirectory = [] { return std::optional<std::string>(); };
+  fs.failWhere(FsCall::mkdir, ".VornaRecovery", EACCES);
+
+  EXPECT_EQ(recoveryErrorOf(
+                [&] { LocalRecoveryService(workspace, std::nullopt, 20, 86400, fs, environment); }),
+            "recovery store unavailable: no writable recovery location for " + workspace +
+                ": mkdir failed on " + dir.path() + "/.VornaRecovery: Permission denied (13)");
 }
 
-TEST_F(LocationTest, WithoutAStoreRootTheDataFolderOnTheSameVolumeServes) {
-  LocalRecoveryService service(workspace, std::nullopt, 20, 86400, fs, environment());
-  EXPECT_EQ(service.storeDirectory(), dir / "data/Vorna/Recovery/" + service.workspaceID());
-}
+TEST_F(LocationTest, WithoutAStoreRootTheDataFolderServesUnlessOnAnotherVolume) {
+  LocalRecoveryService sameVolume(workspace, std::nullopt, 20, 86400, fs, environment());
+  EXPECT_EQ(sameVolume.storeDirectory(), dir / "data/Vorna/Recovery/" + sameVolume.workspaceID());
 
-TEST_F(LocationTest, ADataFolderOnAnotherVolumeGivesWayToTheWorkspaceVolume) {
   dir.makeFolder("vol/site");
   std::string table = dir / "mountinfo";
   writeRaw(table,
@@ -232,19 +206,6 @@ TEST_F(LocationTest, ADataFolderOnAnotherVolumeGivesWayToTheWorkspaceVolume) {
   environment.userDataDirectory = [] { return std::optional<std::string>(); };
   LocalRecoveryService noDataFolder(dir / "vol/site", std::nullopt, 20, 86400, fs, environment);
   EXPECT_EQ(noDataFolder.storeDirectory(), service.storeDirectory());
-}
-
-TEST_F(LocationTest, NoWritableFallbackIsReported) {
-  writeRaw(dir / "mountinfo", "90 22 0:50 / " + dir.path() + " rw - tmpfs tmpfs rw\n");
-  RecoveryEnvironment environment = this->environment();
-  environment.mountTable = dir / "mountinfo";
-  environment.userDataDirectory = [] { return std::optional<std::string>(); };
-  fs.failWhere(FsCall::mkdir, ".VornaRecovery", EACCES);
-
-  EXPECT_EQ(recoveryErrorOf(
-                [&] { LocalRecoveryService(workspace, std::nullopt, 20, 86400, fs, environment); }),
-            "recovery store unavailable: no writable recovery location for " + workspace +
-                ": mkdir failed on " + dir.path() + "/.VornaRecovery: Permission denied (13)");
 }
 
 TEST(VolumeRootTest, TheLongestMountPointHoldingThePathWins) {

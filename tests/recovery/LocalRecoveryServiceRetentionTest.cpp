@@ -78,17 +78,25 @@ TEST_F(RetentionTest, ABudgetOfZeroTakesEveryOldUnpinnedCopyAndANegativeOneNothi
       plant(page("a.html"), RecoveryKind::pendingEditorBytes, now - hours(48), "z", "C"),
   };
   DraftRecord draft = discardedDraft("a.html", "draft", hours(48));
+  // An entry whose payload lies outside the store is never deleted.
+  writeRaw(page("b.html"), "the page itself");
+  RecoveryEntry forged =
+      plant(page("b.html"), RecoveryKind::displacedExpected, now - hours(48), "x", "F");
+  forged.payloadPath = page("b.html");
+  writeRaw(retainedDirectory() + "/" + forged.id + ".json", contracts::writeJson(forged.toJson()));
   service().enforceRetentionBudget();
   EXPECT_EQ(keptCount(versions), 3u);
   EXPECT_TRUE(exists(service().draftPayloadURL(draft.id)));
 
-  LocalRecoveryService strict(workspace, storeRoot, 0, 86400, fs, environment());
-  strict.enforceRetentionBudget();
+  retainedPerPage = 0;
+  std::unique_ptr<LocalRecoveryService> strict = open();
+  strict->enforceRetentionBudget();
   EXPECT_EQ(keptCount(versions), 0u);
   EXPECT_EQ(keptCount(others), 3u);
   EXPECT_FALSE(exists(retainedDirectory() + "/" + draft.id + ".bin"));
-  EXPECT_EQ(recoveryErrorOf([&] { strict.draftBytes(draft.id); }), "not found: draft " + draft.id);
+  EXPECT_EQ(recoveryErrorOf([&] { strict->draftBytes(draft.id); }), "not found: draft " + draft.id);
   EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), "[]");
+  EXPECT_EQ(readFileOrEmpty(page("b.html")), "the page itself");
 }
 
 TEST_F(RetentionTest, PinnedPayloadsSurviveABudgetOfZero) {
@@ -216,19 +224,6 @@ TEST_F(RetentionTest, NothingIsDeletedWhileAnIndexCannotBeRead) {
             "recovery store unavailable: recovery index drafts.json is unreadable and was left "
             "untouched: not valid JSON");
   EXPECT_EQ(keptCount(versions), 2u);
-}
-
-TEST_F(RetentionTest, AnEntryWhosePayloadLiesOutsideTheStoreIsNeverDeleted) {
-  retainedPerPage = 0;
-  writeRaw(page("a.html"), "the page itself");
-  RecoveryEntry forged =
-      plant(page("a.html"), RecoveryKind::displacedExpected, now - hours(48), "x", "F");
-  forged.payloadPath = page("a.html");
-  writeRaw(retainedDirectory() + "/" + forged.id + ".json", contracts::writeJson(forged.toJson()));
-
-  service().enforceRetentionBudget();
-
-  EXPECT_EQ(readFileOrEmpty(page("a.html")), "the page itself");
 }
 
 }  // namespace

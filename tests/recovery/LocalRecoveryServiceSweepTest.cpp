@@ -32,16 +32,6 @@ class SweepTest : public testfixture::ServiceTest {
   }
 };
 
-TEST_F(SweepTest, AWorkspaceWithoutSwapFilesYieldsNothingAndWritesNothing) {
-  writeRaw(page("index.html"), "page");
-  service();
-  size_t opens = fs.count(FsCall::open);
-  size_t renames = fs.count(FsCall::rename);
-  EXPECT_EQ(service().sweepOrphanedSwaps(), std::vector<RecoveryEntry>{});
-  EXPECT_EQ(fs.count(FsCall::open), opens);
-  EXPECT_EQ(fs.count(FsCall::rename), renames);
-}
-
 TEST_F(SweepTest, SwapsInHiddenFoldersAreAdoptedButNotInToolTreesOrBehindLinks) {
   for (const char* folder : {".hidden", ".git", "node_modules", "sub/node_modules", "real"}) {
     dir.makeFolder("site/" + std::string(folder));
@@ -97,7 +87,15 @@ TEST(SwapFilesTest, ASwapNameThatBreaksThePatternBelongsToItsFolder) {
   }
 }
 
-TEST_F(SweepTest, ASwapThatCannotBeAdoptedStaysAndIsLogged) {
+TEST_F(SweepTest, ASwapThatCannotBeAdoptedStaysAndIsLoggedAndWithoutSwapsNothingIsWritten) {
+  writeRaw(page("index.html"), "page");
+  service();
+  const size_t opens = fs.count(FsCall::open);
+  const size_t renames = fs.count(FsCall::rename);
+  EXPECT_EQ(service().sweepOrphanedSwaps(), std::vector<RecoveryEntry>{});
+  EXPECT_EQ(fs.count(FsCall::open), opens);
+  EXPECT_EQ(fs.count(FsCall::rename), renames);
+
   writeRaw(swap(workspace, "a.html"), "a");
   writeRaw(swap(workspace, "b.html"), "b");
   fs.failWhere(FsCall::rename, "-a.html", EACCES);

@@ -49,7 +49,7 @@ class RenameHistoryTest : public ::testing::Test {
   }};
 };
 
-TEST_F(RenameHistoryTest, AVersionBelongsWhereTheRenamesAfterItsCaptureTookItsPage) {
+TEST_F(RenameHistoryTest, AVersionBelongsWhereLaterRenamesTookItsPageWhoseFormerPathsAreKnown) {
   struct Case {
     std::string path;
     int captured;
@@ -69,9 +69,7 @@ TEST_F(RenameHistoryTest, AVersionBelongsWhereTheRenamesAfterItsCaptureTookItsPa
        }) {
     EXPECT_EQ(history.currentPath(c.path, at(c.captured)), c.now) << c.path << " " << c.captured;
   }
-}
-
-TEST_F(RenameHistoryTest, FormerPathsHoldEveryEarlierNameOfAPage) {
+  // Former paths hold every earlier name of a page.
   std::vector<std::string> names = history.formerPaths("/w/manual/b.html");
   std::sort(names.begin(), names.end());
   EXPECT_EQ(names, (std::vector<std::string>{"/w/a.html", "/w/b.html", "/w/docs/b.html",

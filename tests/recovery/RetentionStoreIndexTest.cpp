@@ -81,11 +81,7 @@ TEST_F(RetentionStoreIndexTest, DeletedSidecarsLeaveAndUnreadableOnesWaitForThei
 }
 
 TEST_F(RetentionStoreIndexTest, AnUnchangedFolderIsNotListedAgainButHalfWrittenSidecarsAreReread) {
-  auto listings = [&] {
-    auto calls = fs.calls();
-    return std::count_if(calls.begin(), calls.end(),
-                         [](const auto& call) { return call.call == FsCall::listDirectory; });
-  };
+  auto listings = [&] { return fs.count(FsCall::listDirectory); };
   auto a = store.retain("a", RecoveryKind::displacedExpected, "/w/a.html");
   std::string late = store.sidecarPathFor("1700000000000-000009-displacedExpected-Z");
   writeRaw(late, "{");  // a sidecar still being written

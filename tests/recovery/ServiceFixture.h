@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -60,19 +58,7 @@ inline void writeRaw(const std::string& path, const std::string& bytes) {
   ASSERT_TRUE(out << bytes) << path;
 }
 
-// Names in a folder starting with `prefix`.
-inline std::vector<std::string> namesIn(const std::string& folder, const std::string& prefix = "") {
-  std::vector<std::string> names;
-  std::error_code ignored;
-  for (const auto& item : std::filesystem::directory_iterator(folder, ignored)) {
-    std::string name = item.path().filename().string();
-    if (name.starts_with(prefix)) {
-      names.push_back(name);
-    }
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
+using testing::namesIn;
 
 // A workspace "site" and a store root "store" side by side in a fresh folder,
 // a file system that can fail any call, a clock that stands still until moved
@@ -93,15 +79,14 @@ class ServiceTest : public ::testing::Test {
     return environment;
   }
 
-  std::unique_ptr<LocalRecoveryService> open(std::int64_t retainedPerPage = 20,
-                                             double retentionGrace = 86400) {
+  std::unique_ptr<LocalRecoveryService> open() {
     return std::make_unique<LocalRecoveryService>(workspace, storeRoot, retainedPerPage,
                                                   retentionGrace, fs, environment());
   }
 
   LocalRecoveryService& service() {
     if (!service_) {
-      service_ = open(retainedPerPage, retentionGrace);
+      service_ = open();
     }
     return *service_;
   }

@@ -17,7 +17,7 @@ class NaiveAdapterTest : public ::testing::Test, protected testfixture::PageFixt
   NaiveAdapter adapter{store};
 };
 
-TEST_F(NaiveAdapterTest, ReplacesTheExpectedVersionWithANewFileAndRetainsNothing) {
+TEST_F(NaiveAdapterTest, ReplacesOnlyTheExpectedVersionAndRetainsNothing) {
   writePage("old", 0600);
   dir.write("site/index.html.qx-tmp", "leftover of a failed save");
 
@@ -28,9 +28,7 @@ TEST_F(NaiveAdapterTest, ReplacesTheExpectedVersionWithANewFileAndRetainsNothing
   EXPECT_EQ(modeOf(page), 0644u & ~static_cast<unsigned>(::umask(::umask(0))));
   EXPECT_FALSE(dir.exists("site/index.html.qx-tmp"));
   EXPECT_TRUE(store.payloadPaths().empty());
-}
-
-TEST_F(NaiveAdapterTest, AStaleOrUnreadablePageIsAPrecheckConflictAndStaysUntouched) {
+  // A stale or unreadable page is a precheck conflict and stays untouched.
   writePage("foreign");
   EXPECT_EQ(adapter.save(page, "new", fp("old")),
             SaveOutcome::conflict(ConflictInfo{

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -52,21 +51,7 @@ struct PageFixture {
   }
   std::string pageBytes() const { return testing::readFile(page); }
 
-  // Names in the page's folder that start with ".vn-swap-", sorted.
-  std::vector<std::string> swapFiles() const {
-    std::vector<std::string> names;
-    if (DIR* d = ::opendir(folder.c_str())) {
-      while (dirent* entry = ::readdir(d)) {
-        std::string name = entry->d_name;
-        if (name.starts_with(".vn-swap-")) {
-          names.push_back(name);
-        }
-      }
-      ::closedir(d);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  std::vector<std::string> swapFiles() const { return testing::namesIn(folder, ".vn-swap-"); }
 };
 
 using testing::modeOf;

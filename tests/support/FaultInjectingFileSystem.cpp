@@ -18,18 +18,25 @@ FaultInjectingFileSystem::FaultInjectingFileSystem(storage::FileSystem& target)
 
 void FaultInjectingFileSystem::failNth(FsCall call, int occurrence, int errorNumber) {
   std::lock_guard lock(mutex_);
-  rules_.push_back({call, occurrence, "", errorNumber, nullptr});
+  rules_.push_back({call, occurrence, errorNumber, nullptr});
+}
+
+void FaultInjectingFileSystem::skipNth(FsCall call, int occurrence) {
+  failNth(call, occurrence, kSkip);
 }
 
 void FaultInjectingFileSystem::failWhere(FsCall call, std::string pathPart, int errorNumber) {
   std::lock_guard lock(mutex_);
-  rules_.push_back({call, 0, std::move(pathPart), errorNumber, nullptr});
+  rules_.push_back(
+      {call, 0, errorNumber, [pathPart = std::move(pathPart)](const std::string& path) {
+         return path.find(pathPart) != std::string::npos;
+       }});
 }
 
 void FaultInjectingFileSystem::failNthMatching(FsCall call, PathMatcher matches, int occurrence,
                                                int errorNumber) {
   std::lock_guard lock(mutex_);
-  rules_.push_back({call, occurrence, "", errorNumber, std::move(matches)});
+  rules_.push_back({call, occurrence, errorNumber, std::move(matches)});
 }
 
 void FaultInjectingFileSystem::limitWrites(size_t limit) {
@@ -55,11 +62,6 @@ std::vector<FaultInjectingFileSystem::Call> FaultInjectingFileSystem::calls() co
   return calls_;
 }
 
-size_t FaultInjectingFileSystem::callCount() const {
-  std::lock_guard lock(mutex_);
-  return calls_.size();
-}
-
 size_t FaultInjectingFileSystem::count(FsCall call) const {
   std::lock_guard lock(mutex_);
   return static_cast<size_t>(
@@ -83,10 +85,7 @@ int FaultInjectingFileSystem::admit(FsCall call, const std::string& path) {
       if (rule.call != call) {
         continue;
       }
-      bool pathMatches =
-          rule.matches ? rule.matches(path)
-                       : rule.pathPart.empty() || path.find(rule.pathPart) != std::string::npos;
-      if (!pathMatches) {
+      if (rule.matches && !rule.matches(path)) {
         continue;
       }
       if (rule.occurrence == 0 || rule.occurrence == countMatching(call, rule.matches)) {
@@ -115,9 +114,13 @@ std::string FaultInjectingFileSystem::pathOf(int fd) const {
   return {};
 }
 
-// Returns -1 with the injected errno when the call is to fail.
+// Returns -1 with the injected errno when the call is to fail, 0 when it is
+// to be skipped.
 #define VORNA_ADMIT(call, path)           \
   if (int injected = admit(call, path)) { \
+    if (injected == kSkip) {              \
+      return 0;                           \
+    }                                     \
     errno = injected;                     \
     return -1;                            \
   }

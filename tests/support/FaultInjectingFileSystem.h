@@ -54,6 +54,9 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
 
   // Fails the `occurrence`-th (1-based) call of `call` with `errorNumber`.
   void failNth(FsCall call, int occurrence, int errorNumber);
+  // Makes the `occurrence`-th (1-based) call of `call` report success without
+  // reaching the file system: a flush taken away, say.
+  void skipNth(FsCall call, int occurrence);
   // Fails every call of `call` whose path contains `pathPart`.
   void failWhere(FsCall call, std::string pathPart, int errorNumber);
   // Makes every write transfer at most `limit` bytes (0 makes writes return 0).
@@ -67,7 +70,6 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
   void clearFaults();
 
   std::vector<Call> calls() const;
-  size_t callCount() const;
   size_t count(FsCall call) const;
 
   int open(const std::string& path, int flags, mode_t mode) override;
@@ -93,13 +95,13 @@ class FaultInjectingFileSystem final : public storage::ForwardingFileSystem {
  private:
   struct Rule {
     FsCall call;
-    int occurrence;  // 0: every matching call
-    std::string pathPart;
-    int errorNumber;
+    int occurrence;       // 0: every matching call
+    int errorNumber;      // kSkip: succeed without forwarding
     PathMatcher matches;  // when set, occurrences count only the calls it accepts
   };
+  static constexpr int kSkip = -1;
   // Records the call and decides whether it fails: the errno to fail it
-  // with, or 0 to forward it.
+  // with, kSkip, or 0 to forward it.
   int admit(FsCall call, const std::string& path);
   // Calls of `call` recorded so far whose path `matches` accepts. Needs mutex_.
   int countMatching(FsCall call, const PathMatcher& matches) const;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 namespace vorna::testing {
 namespace {
@@ -216,7 +217,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
     return fail(error);
   }
   int fd = nextFd_++;
-  open_[fd] = OpenFile{id, 0, writable, (flags & O_APPEND) != 0, path};
+  open_[fd] = OpenFile{id, 0, writable, (flags & O_APPEND) != 0};
   return fd;
 }
 
@@ -267,10 +268,7 @@ int SimulatedDisk::fsync(int fd) {
   if (file == open_.end()) {
     return fail(EBADF);
   }
-  flushedPaths_.push_back(file->second.path);
-  if (!skippedFlushes_.contains(flushedPaths_.size())) {
-    make({.kind = Change::Kind::flush, .node = file->second.node});
-  }
+  make({.kind = Change::Kind::flush, .node = file->second.node});
   return 0;
 }
 
@@ -483,18 +481,6 @@ std::optional<std::string> SimulatedDisk::readFile(const std::string& path) cons
   return nodes_[id].data;
 }
 
-std::vector<std::string> SimulatedDisk::namesIn(const std::string& folder) const {
-  std::lock_guard lock(mutex_);
-  Id id = 0;
-  std::vector<std::string> names;
-  if (lookup(folder, id) == 0) {
-    for (const auto& [name, child] : nodes_[id].entries) {
-      names.push_back(name);
-    }
-  }
-  return names;
-}
-
 std::map<std::string, std::string> SimulatedDisk::filesBelow(const std::string& folder) const {
   std::lock_guard lock(mutex_);
   std::map<std::string, std::string> files;
@@ -524,18 +510,6 @@ void SimulatedDisk::markDurable() {
   std::lock_guard lock(mutex_);
   durable_ = nodes_;
   changes_.clear();
-  flushedPaths_.clear();
-  skippedFlushes_.clear();
-}
-
-void SimulatedDisk::skipFlush(size_t n) {
-  std::lock_guard lock(mutex_);
-  skippedFlushes_.insert(n);
-}
-
-std::vector<std::string> SimulatedDisk::flushedPaths() const {
-  std::lock_guard lock(mutex_);
-  return flushedPaths_;
 }
 
 size_t SimulatedDisk::changeCount() const {

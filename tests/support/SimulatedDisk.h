@@ -7,7 +7,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,12 +68,10 @@ class SimulatedDisk final : public storage::FileSystem {
   SimulatedDisk& operator=(const SimulatedDisk&) = delete;
 
   // Setup and inspection for tests. writeFile makes missing folders; readFile
-  // finds nothing unless a regular file is there; namesIn is sorted, and empty
-  // for a missing folder.
+  // finds nothing unless a regular file is there.
   void writeFile(const std::string& path, std::string_view bytes);
   std::optional<std::string> readFile(const std::string& path) const;
-  std::vector<std::string> namesIn(const std::string& folder) const;
-  // Every regular file below `folder`, by path.
+  // Every regular file below `folder`, by path; none for a missing folder.
   std::map<std::string, std::string> filesBelow(const std::string& folder) const;
 
   // Makes the existing folder `path` the top of a file system of its own:
@@ -83,14 +80,9 @@ class SimulatedDisk final : public storage::FileSystem {
   void mountSeparateFileSystem(const std::string& path);
 
   // Takes everything so far as on disk: the state a sequence under test starts
-  // from. Clears the record of changes and of flushes.
+  // from. Clears the record of changes. (A flush is taken away by wrapping the
+  // disk in a FaultInjectingFileSystem that skips it.)
   void markDurable();
-  // Makes the `n`-th flush (1-based) after markDurable report success while
-  // flushing nothing.
-  void skipFlush(size_t n);
-  // The path each flush since markDurable was asked for, in order, skipped ones
-  // included.
-  std::vector<std::string> flushedPaths() const;
   // The number of changes (writes, truncations, entry changes, flushes) since
   // markDurable.
   size_t changeCount() const;
@@ -148,7 +140,6 @@ class SimulatedDisk final : public storage::FileSystem {
     uint64_t offset;
     bool writable;
     bool append;  // O_APPEND: every write lands at the end
-    std::string path;
   };
 
   // Finds the node at `path`, or the folder and last name of `path`; errno
@@ -179,8 +170,6 @@ class SimulatedDisk final : public storage::FileSystem {
   std::map<int, OpenFile> open_;
   int nextFd_ = 3;
   dev_t nextDevice_ = 2;
-  std::set<size_t> skippedFlushes_;
-  std::vector<std::string> flushedPaths_;
 };
 
 }  // namespace vorna::testing

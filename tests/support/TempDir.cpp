@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -48,7 +49,9 @@ void TempDir::write(const std::string& relative, const std::string& bytes, unsig
   ::chmod(full.c_str(), mode);
 }
 
-std::string TempDir::read(const std::string& relative) const { return readFile(*this / relative); }
+std::string TempDir::read(const std::string& relative) const {
+  return readFile(*this / relative);
+}
 
 bool TempDir::exists(const std::string& relative) const {
   struct stat st;
@@ -79,6 +82,18 @@ struct stat statOf(const std::string& path) {
 
 unsigned modeOf(const std::string& path) {
   return statOf(path).st_mode & 07777;
+}
+
+std::vector<std::string> namesIn(const std::string& folder, const std::string& prefix) {
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (const auto& item : std::filesystem::directory_iterator(folder, ignored)) {
+    if (std::string name = item.path().filename().string(); name.starts_with(prefix)) {
+      names.push_back(std::move(name));
+    }
+  }
+  std::sort(names.begin(), names.end());
+  return names;
 }
 
 }  // namespace vorna::testing

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 namespace vorna::testing {
 
@@ -45,5 +46,7 @@ std::string readFile(const std::string& path);
 struct stat statOf(const std::string& path);
 // The permission bits of `path`, from statOf.
 unsigned modeOf(const std::string& path);
+// Names in `folder` that start with `prefix`, sorted; none for a missing folder.
+std::vector<std::string> namesIn(const std::string& folder, const std::string& prefix = "");
 
 }  // namespace vorna::testing
