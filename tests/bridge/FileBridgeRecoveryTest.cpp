@@ -29,13 +29,6 @@ class FileBridgeRecoveryTest : public BridgeTest {
     ADD_FAILURE() << "no " << role << " candidate";
     return {};
   }
-
-  std::shared_ptr<FailingRecovery> failingRecovery(std::set<std::string> failing) {
-    auto decorated = std::make_shared<FailingRecovery>(service());
-    decorated->failing = std::move(failing);
-    recovery = decorated;
-    return decorated;
-  }
 };
 
 // The records' own form: DraftRecordTest and ConflictRecordTest.
