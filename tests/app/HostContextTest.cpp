@@ -110,10 +110,7 @@ TEST_F(HostContextTest, RetiringTheBridgeWaitsForTheCallsStillRunningOnIt) {
   host.setBridge(bridge);
   std::atomic<bool> answered = false;
   std::thread call([&answered, held = host.bridge()]() mutable {
-    contracts::BridgeRequest request;
-    request.method = "PUT";
-    request.op = "slow";
-    held->handle(request);
+    held->handle(contracts::BridgeRequest::make("PUT", "slow", {}, {}, {}));
     answered = true;
     held.reset();
   });

@@ -52,6 +52,7 @@ class SchemeRoutingTest : public ::testing::Test {
     fs::create_symlink(root / "secret.txt", root / "_app" / "leak.txt");
     fs::create_symlink(root / "_app" / "index.html", root / "_app" / "alias.html");
     host = std::make_shared<HostContext>((root / "_app").string());
+    host->setBridge(bridge);
   }
 
   // As the page's guard sends it: a method that carries a body bears the mark.
@@ -63,6 +64,7 @@ class SchemeRoutingTest : public ::testing::Test {
   vorna::testing::TempDir temp;
   fs::path root = temp.path();
   std::shared_ptr<HostContext> host;
+  std::shared_ptr<app::testing::FakeBridge> bridge = std::make_shared<app::testing::FakeBridge>();
 };
 
 // Types by extension: FileBridgeReadTest, through the same table.
@@ -138,8 +140,6 @@ TEST(SchemeRequestLedgerTest, EveryRequestIsAnsweredExactlyOnce) {
 
 // A body stream that breaks is a 400.
 TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {
-  auto bridge = std::make_shared<app::testing::FakeBridge>();
-  host->setBridge(bridge);
   auto stream = std::make_shared<ScriptedStream>(std::string(150000, 'x'));
   SchemeRequest put{"vorna://app/api/echo?path=%2Fw%2Fa.html",
                     "put",
@@ -171,15 +171,10 @@ TEST_F(SchemeRoutingTest, ApiCallsReachTheBridgeAndComeBackUnchanged) {
 // A body the page's guard did not mark may be a Blob, on which the engine
 // crashes the host as soon as it is asked for: it is refused unread.
 TEST_F(SchemeRoutingTest, ABodyWithoutTheGuardsMarkIsRefusedUnread) {
-  auto bridge = std::make_shared<app::testing::FakeBridge>();
-  host->setBridge(bridge);
-  for (const auto& [method, mark] : std::vector<std::pair<std::string, std::string>>{
-           {"PUT", ""}, {"post", "yes"}, {"DELETE", ""}}) {
+  using Headers = std::map<std::string, std::string>;
+  for (const auto& [method, headers] : std::vector<std::pair<std::string, Headers>>{
+           {"PUT", {}}, {"post", {{"X-VN-Body", "yes"}}}, {"DELETE", {}}}) {
     auto stream = std::make_shared<ScriptedStream>("abc");
-    std::map<std::string, std::string> headers;
-    if (!mark.empty()) {
-      headers["X-VN-Body"] = mark;
-    }
     SchemeRequest request{"vorna://app/api/echo", method, headers, std::nullopt, stream};
     EXPECT_FALSE(AppSchemeHandler::bodyMayBeRead(request)) << method;
     EXPECT_EQ(AppSchemeHandler::answer(request, *host),

@@ -174,6 +174,17 @@ class BridgeTest : public ::testing::Test {
   BridgeResponse create(const std::string& path, const std::string& body) {
     return call("PUT", "file", {{"path", path}}, {}, body);
   }
+  // Both paths below the workspace folder.
+  BridgeResponse rename(const std::string& from, const std::string& to) {
+    return call("POST", "rename", {{"path", root + from}, {"to", root + to}});
+  }
+  // The bridge's service becomes the real one with `failing` operations failing.
+  std::shared_ptr<FailingRecovery> failingRecovery(std::set<std::string> failing) {
+    auto decorated = std::make_shared<FailingRecovery>(service());
+    decorated->failing = std::move(failing);
+    recovery = decorated;
+    return decorated;
+  }
 
   static contracts::Json bodyJson(const BridgeResponse& response) {
     auto parsed = contracts::parseJson(response.body);

@@ -64,9 +64,7 @@ TEST_F(FileBridgeConcurrencyTest, AFolderRenameWaitsForASaveBelowItAndLaterSaves
   // Reads are answered while the save holds its page.
   EXPECT_EQ(get("list", root).body, R"([{"kind":"directory","name":"d"}])");
   EXPECT_EQ(get("file", root + "/d/p.html").body, "old");
-  auto renaming = std::async(std::launch::async, [&] {
-    return call("POST", "rename", {{"path", root + "/d"}, {"to", root + "/e"}});
-  });
+  auto renaming = std::async(std::launch::async, [&] { return rename("/d", "/e"); });
   ASSERT_TRUE(testing::eventually([&] { return bridge().waitingMutations() == 1; }));
   // A save that comes after the rename waits behind it, and a save of another
   // page outside the folder does not wait at all.

@@ -86,9 +86,7 @@ TEST_F(FileBridgeMutationTest, ASaveOnAStaleBaseIsAConflictWithAllThreeCandidate
 // A draft that cannot be recorded stops the write; a conflict that cannot be
 // recorded is still a conflict.
 TEST_F(FileBridgeMutationTest, AStoreThatCannotRecordStopsTheWriteButNotTheConflict) {
-  auto failing = std::make_shared<FailingRecovery>(service());
-  failing->failing = {"saveDraft"};
-  recovery = failing;
+  auto failing = failingRecovery({"saveDraft"});
   tmp.write("w/index.html", "<p>old</p>");
   const std::string message = "recovery store unavailable: injected failure of saveDraft";
   expectError(save(page, "<p>new</p>", sha("<p>old</p>")), 507, message);
@@ -191,7 +189,7 @@ TEST_F(FileBridgeMutationTest, RenameNeverReplacesWhatAppearedAfterTheLook) {
   });
   fs = &faulty;
   for (const auto& [from, to] : {std::pair{"/a.html", "/b.html"}, std::pair{"/docs", "/pages"}}) {
-    expectError(call("POST", "rename", {{"path", root + from}, {"to", root + to}}), 409, "exists");
+    expectError(rename(from, to), 409, "exists");
   }
   EXPECT_EQ(tmp.read("w/a.html"), "a");
   EXPECT_EQ(tmp.read("w/b.html"), "someone else's");
@@ -212,8 +210,7 @@ TEST_F(FileBridgeMutationTest, APipeIsListedButNeverReadSavedOverMovedOrCreatedO
         EXPECT_EQ(facts["size"], 0);
         EXPECT_FALSE(facts.contains("fingerprint"));
         expectError(save(pipe, "new", sha("")), 400, "not a regular file: " + pipe);
-        expectError(call("POST", "rename", {{"path", pipe}, {"to", root + "/moved.html"}}), 400,
-                    "not a regular file: " + pipe);
+        expectError(rename("/pipe.html", "/moved.html"), 400, "not a regular file: " + pipe);
         expectError(create(pipe, "new"), 409, "exists");
         expectError(get("file", pipe), 404, "not found: " + pipe);
       },
@@ -253,12 +250,9 @@ TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges
   EXPECT_EQ(create(root + "/made.html", "made").status, 200);
   EXPECT_EQ(create(root + "/deep/er/made.html", "made in new folders").status, 200);
   EXPECT_EQ(call("POST", "mkdir", {{"path", root + "/folder/in/folder"}}).status, 200);
-  auto rename = [&](const std::string& from, const std::string& to) {
-    return call("POST", "rename", {{"path", root + from}, {"to", root + to}}).status;
-  };
-  EXPECT_EQ(rename("/made.html", "/moved.html"), 200);
+  EXPECT_EQ(rename("/made.html", "/moved.html").status, 200);
   // A folder moves with everything in it, into a folder made for it.
-  EXPECT_EQ(rename("/sub", "/new/sub-moved"), 200);
+  EXPECT_EQ(rename("/sub", "/new/sub-moved").status, 200);
   EXPECT_EQ(tmp.read("w/new/sub-moved/inner.html"), "inner");
   EXPECT_EQ(tmp.read("w/moved.html"), "made");
   EXPECT_FALSE(tmp.exists("w/made.html"));

@@ -29,13 +29,6 @@ class FileBridgeRecoveryTest : public BridgeTest {
     ADD_FAILURE() << "no " << role << " candidate";
     return {};
   }
-
-  std::shared_ptr<FailingRecovery> failingRecovery(std::set<std::string> failing) {
-    auto decorated = std::make_shared<FailingRecovery>(service());
-    decorated->failing = std::move(failing);
-    recovery = decorated;
-    return decorated;
-  }
 };
 
 // The records' own form: DraftRecordTest and ConflictRecordTest.
@@ -183,16 +176,9 @@ TEST_F(FileBridgeRecoveryTest, DismissClosesEveryConflictOfThePageAndDiscardsIts
   call("PUT", "draft", {{"path", real}}, {}, "draft");
 
   EXPECT_EQ(call("POST", "dismiss", {{"path", real}}).body, R"({"closed":2,"ok":true})");
-  auto editorOf = [](const contracts::ConflictRecord& conflict) {
-    for (const auto& candidate : conflict.candidates) {
-      if (candidate.role == contracts::CandidateRecord::Role::editor) {
-        return candidate.id;
-      }
-    }
-    return std::string();
-  };
   EXPECT_EQ(decorated->resolved, (std::vector<std::pair<std::string, std::string>>{
-                                     {first.id, editorOf(first)}, {second.id, editorOf(second)}}));
+                                     {first.id, candidateId(first.toJson(), "editor")},
+                                     {second.id, candidateId(second.toJson(), "editor")}}));
   EXPECT_EQ(call("GET", "conflicts").body, "[]");
   EXPECT_EQ(call("GET", "drafts").body, "[]");
   EXPECT_EQ(tmp.read("w/real/p.html"), "disk");

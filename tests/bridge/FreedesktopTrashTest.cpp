@@ -58,8 +58,6 @@ TEST_F(FreedesktopTrashTest, AFileOnTheHomeFileSystemGoesToTheHomeTrashWithItsRe
   EXPECT_EQ(statOf(home + "/info").st_mode & 0777, 0700u);
   EXPECT_EQ(statOf(home + "/info/a b%é.html.trashinfo").st_mode & 0777, 0600u);
   // A name taken by either half is never reused.
-  tmp.makeFolder("data/Trash/files");
-  tmp.makeFolder("data/Trash/info");
   tmp.write("data/Trash/info/page.html.trashinfo", "someone else's record");
   tmp.write("data/Trash/files/page.2.html", "an item whose record is gone");
   tmp.write("w/page.html", "mine");

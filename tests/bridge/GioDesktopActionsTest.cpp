@@ -39,9 +39,7 @@ class FakeFileManager {
         "RequestName", g_variant_new("(su)", "org.freedesktop.FileManager1", 4u),
         G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     EXPECT_NE(reply, nullptr);
-    if (reply != nullptr) {
-      g_variant_unref(reply);
-    }
+    g_clear_pointer(&reply, g_variant_unref);
   }
   ~FakeFileManager() {
     g_dbus_connection_unregister_object(connection_, registration_);

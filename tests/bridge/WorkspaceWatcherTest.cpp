@@ -29,21 +29,13 @@ namespace vorna::bridge {
 namespace {
 
 using contracts::WorkspaceChange;
-using Kind = WorkspaceChange::Kind;
+using Changes = std::vector<WorkspaceChange>;
+using enum WorkspaceChange::Kind;
 using namespace std::chrono_literals;
 
 constexpr auto kPatience = 10s;
 
-std::string fingerprintOf(const std::string& bytes) {
-  return storage::Fingerprint::ofBytes(bytes).hex;
-}
-
-WorkspaceChange change(Kind kind, std::string path,
-                       std::optional<std::string> fingerprint = std::nullopt) {
-  return WorkspaceChange{kind, std::move(path), std::move(fingerprint)};
-}
-
-std::vector<WorkspaceChange> sortedByPath(std::vector<WorkspaceChange> changes) {
+Changes sortedByPath(Changes changes) {
   std::sort(changes.begin(), changes.end(),
             [](const auto& a, const auto& b) { return a.path < b.path; });
   return changes;
@@ -72,11 +64,11 @@ class Recorder {
   }
 
   // Everything before the change of `path`, which is dropped; the rest is kept.
-  std::vector<WorkspaceChange> takeUntil(const std::string& path) {
+  Changes takeUntil(const std::string& path) {
     std::lock_guard guard(mutex_);
     auto marker = std::find_if(changes_.begin(), changes_.end(),
                                [&](const auto& seen) { return seen.path == path; });
-    std::vector<WorkspaceChange> before(changes_.begin(), marker);
+    Changes before(changes_.begin(), marker);
     changes_.erase(changes_.begin(), marker == changes_.end() ? marker : marker + 1);
     return before;
   }
@@ -84,7 +76,7 @@ class Recorder {
  private:
   std::mutex mutex_;
   std::condition_variable arrived_;
-  std::vector<WorkspaceChange> changes_;
+  Changes changes_;
 };
 
 // Lets a test hold the queue inside a callback.
@@ -108,6 +100,12 @@ class WorkspaceWatcherTest : public ::testing::Test {
   WorkspaceWatcherTest() { temp.makeFolder("site"); }
 
   std::string at(const std::string& relative) const { return root + "/" + relative; }
+  // A change of `relative`; `bytes` is what a file holds afterwards.
+  WorkspaceChange change(WorkspaceChange::Kind kind, const std::string& relative,
+                         std::optional<std::string> bytes = std::nullopt) const {
+    return {kind, at(relative),
+            bytes ? std::optional(storage::Fingerprint::ofBytes(*bytes).hex) : std::nullopt};
+  }
   void write(const std::string& relative, const std::string& bytes) const {
     temp.write("site/" + relative, bytes);
   }
@@ -118,7 +116,7 @@ class WorkspaceWatcherTest : public ::testing::Test {
   // Every change delivered since the last call: a marker file is created and,
   // once its change has come, everything recorded before it is returned. Records
   // reach the queue in order, so nothing caused earlier can still be on its way.
-  std::vector<WorkspaceChange> settle() {
+  Changes settle() {
     std::string marker = "zz-marker-" + std::to_string(++markers) + ".txt";
     write(marker, "m");
     EXPECT_TRUE(recorder.waitFor(at(marker))) << "no change for " << marker;
@@ -141,26 +139,23 @@ TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFinger
   watcher.start(recorder.handler());
 
   write("a.html", "a2 longer");
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("a.html"), fingerprintOf("a2 longer"))});
+  EXPECT_EQ(settle(), Changes{change(modified, "a.html", "a2 longer")});
 
   write("c.html", "c1");
-  EXPECT_EQ(settle(), std::vector{change(Kind::created, at("c.html"), fingerprintOf("c1"))});
+  EXPECT_EQ(settle(), Changes{change(created, "c.html", "c1")});
 
   ASSERT_EQ(std::remove(at("b.html").c_str()), 0);
-  EXPECT_EQ(settle(), std::vector{change(Kind::removed, at("b.html"))});
+  EXPECT_EQ(settle(), Changes{change(removed, "b.html")});
 
   move(at("a.html"), at("d.html"));
-  EXPECT_EQ(settle(),
-            (std::vector{change(Kind::removed, at("a.html")),
-                         change(Kind::renamed, at("d.html"), fingerprintOf("a2 longer"))}));
+  EXPECT_EQ(settle(), (Changes{change(removed, "a.html"), change(renamed, "d.html", "a2 longer")}));
 
   write(".git/objects/x", "1");
   temp.makeFolder("site/.cache/deep");
   write(".cache/deep/y.html", "2");
   write(".vn-swap-1234", "3");
   ASSERT_EQ(::chmod(at("d.html").c_str(), 0600), 0);  // same size and time
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(settle(), Changes{});
 }
 
 // The host's own move of a folder echoes for the folder and everything that
@@ -175,32 +170,30 @@ TEST_F(WorkspaceWatcherTest, AnnouncedSavesAndMovesAreSilentButLaterOutsideChang
 
   // The host's save: staged beside the page, exchanged with it, and the displaced
   // version carried off to a store outside the workspace.
-  watcher.noteOwnWrite(at("page.html"), fingerprintOf("new version!"));
+  watcher.noteOwnWrite(at("page.html"), storage::Fingerprint::ofBytes("new version!").hex);
   write(".vn-swap-page", "new version!");
   ASSERT_EQ(storage::FileSystem::real().exchange(at(".vn-swap-page"), at("page.html")), 0);
   move(at(".vn-swap-page"), outside / "retained.bin");
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(settle(), Changes{});
   EXPECT_EQ(testing::readFile(outside / "retained.bin"), "old version");
 
   // The announcement was used up by its echo.
   write("page.html", "new version!");
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("page.html"), fingerprintOf("new version!"))});
+  EXPECT_EQ(settle(), Changes{change(modified, "page.html", "new version!")});
 
   watcher.noteOwnMove(at("sub"), at("moved"));
   move(at("sub"), at("moved"));
   watcher.noteOwnMove(at("gone.html"), std::nullopt);
   move(at("gone.html"), outside / "trashed.html");
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(settle(), Changes{});
 
   write("moved/deeper/x.html", "changed outside");
   temp.makeFolder("site/sub");  // the old place taken again
   write("gone.html", "back");
   EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{
-                change(Kind::created, at("gone.html"), fingerprintOf("back")),
-                change(Kind::modified, at("moved/deeper/x.html"), fingerprintOf("changed outside")),
-                change(Kind::created, at("sub"))}));
+            (Changes{change(created, "gone.html", "back"),
+                     change(modified, "moved/deeper/x.html", "changed outside"),
+                     change(created, "sub")}));
 }
 
 TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatchedWhereTheyAre) {
@@ -208,31 +201,26 @@ TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatc
 
   temp.makeFolder("site/new/inner");
   write("new/inner/x.html", "x");
-  EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{change(Kind::created, at("new")), change(Kind::created, at("new/inner")),
-                         change(Kind::created, at("new/inner/x.html"), fingerprintOf("x"))}));
+  EXPECT_EQ(sortedByPath(settle()), (Changes{change(created, "new"), change(created, "new/inner"),
+                                             change(created, "new/inner/x.html", "x")}));
   // The new folders are watched, not just listed once.
   write("new/inner/x.html", "x2");
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("new/inner/x.html"), fingerprintOf("x2"))});
+  EXPECT_EQ(settle(), Changes{change(modified, "new/inner/x.html", "x2")});
 
   move(at("new"), at("pages"));
-  EXPECT_EQ(
-      sortedByPath(settle()),
-      (std::vector{change(Kind::removed, at("new")), change(Kind::removed, at("new/inner")),
-                   change(Kind::removed, at("new/inner/x.html")),
-                   change(Kind::renamed, at("pages")), change(Kind::renamed, at("pages/inner")),
-                   change(Kind::renamed, at("pages/inner/x.html"), fingerprintOf("x2"))}));
+  EXPECT_EQ(sortedByPath(settle()),
+            (Changes{change(removed, "new"), change(removed, "new/inner"),
+                     change(removed, "new/inner/x.html"), change(renamed, "pages"),
+                     change(renamed, "pages/inner"), change(renamed, "pages/inner/x.html", "x2")}));
   write("pages/inner/x.html", "x3");
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("pages/inner/x.html"), fingerprintOf("x3"))});
+  EXPECT_EQ(settle(), Changes{change(modified, "pages/inner/x.html", "x3")});
 
   move(at("pages"), outside / "pages");
-  EXPECT_EQ(sortedByPath(settle()), (std::vector{change(Kind::removed, at("pages")),
-                                                 change(Kind::removed, at("pages/inner")),
-                                                 change(Kind::removed, at("pages/inner/x.html"))}));
+  EXPECT_EQ(sortedByPath(settle()),
+            (Changes{change(removed, "pages"), change(removed, "pages/inner"),
+                     change(removed, "pages/inner/x.html")}));
   outside.write("pages/inner/x.html", "written elsewhere");
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(settle(), Changes{});
 }
 
 TEST_F(WorkspaceWatcherTest, OverflowRescansAndReportsWhatTheLostRecordsHeld) {
@@ -266,15 +254,13 @@ TEST_F(WorkspaceWatcherTest, OverflowRescansAndReportsWhatTheLostRecordsHeld) {
   EXPECT_EQ(log, "Vorna bridge: the inotify event queue overflowed; rescanned " + root +
                      " for the changes it dropped\n");
   ASSERT_FALSE(changes.empty());
-  EXPECT_EQ(changes.front(), change(Kind::created, at("block.html"), fingerprintOf("b")));
+  EXPECT_EQ(changes.front(), change(created, "block.html", "b"));
   changes.erase(changes.begin());
   // A rename seen only by a rescan is a removal and a creation.
   EXPECT_EQ(sortedByPath(changes),
-            (std::vector{change(Kind::removed, at("gone.html")),
-                         change(Kind::created, at("moved.html"), fingerprintOf("o")),
-                         change(Kind::created, at("new.html"), fingerprintOf("n")),
-                         change(Kind::removed, at("old.html")),
-                         change(Kind::modified, at("page.html"), fingerprintOf("v2 is longer"))}));
+            (Changes{change(removed, "gone.html"), change(created, "moved.html", "o"),
+                     change(created, "new.html", "n"), change(removed, "old.html"),
+                     change(modified, "page.html", "v2 is longer")}));
 }
 
 TEST_F(WorkspaceWatcherTest, StopWaitsForTheRunningCallbackAndNoneFollows) {
@@ -320,7 +306,7 @@ TEST_F(WorkspaceWatcherTest, RestartFromInsideTheCallbackDoesNotWaitForItself) {
   ASSERT_TRUE(testing::eventually([&] { return restarted.load(); }));
 
   // The new run took its snapshot with all five files present.
-  EXPECT_EQ(settle(), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(settle(), Changes{});
   EXPECT_EQ(firstRunCalls.load(), 1);
 }
 
@@ -335,8 +321,7 @@ TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
         testing::makePipe(at("after.pipe"));
         write("page.html", "p");
         EXPECT_EQ(sortedByPath(settle()),
-                  (std::vector{change(Kind::created, at("after.pipe")),
-                               change(Kind::created, at("page.html"), fingerprintOf("p"))}));
+                  (Changes{change(created, "after.pipe"), change(created, "page.html", "p")}));
         watcher.stop();
       },
       [&] { testing::releasePipesIn(root); }));
@@ -381,12 +366,11 @@ TEST_F(WorkspaceWatcherPollingTest, WithoutAnInotifyInstanceOutsideChangesStillA
   polled.noteInterest(root);  // the editor lists the workspace folder
 
   write("a.html", "a2 longer");
-  EXPECT_EQ(settle(),
-            std::vector{change(Kind::modified, at("a.html"), fingerprintOf("a2 longer"))});
+  EXPECT_EQ(settle(), Changes{change(modified, "a.html", "a2 longer")});
   // Nobody shows sub: the slower round finds it.
   write("sub/b.html", "b");
   EXPECT_TRUE(recorder.waitFor(at("sub/b.html")));
-  EXPECT_EQ(recorder.takeUntil(at("sub/b.html")), std::vector<WorkspaceChange>{});
+  EXPECT_EQ(recorder.takeUntil(at("sub/b.html")), Changes{});
 
   EXPECT_EQ(notices, std::vector<std::string>{WorkspaceWatcher::kNoInstanceNotice});
   EXPECT_EQ(log, "Vorna bridge: cannot watch " + root +
@@ -410,10 +394,9 @@ TEST_F(WorkspaceWatcherPollingTest, FoldersOverTheWatchLimitAreLookedAtAndTheRes
   write("limited/below/y.html", "y");
   EXPECT_TRUE(recorder.waitFor(at("limited/below/y.html")));
   write("watched.html", "w");
-  EXPECT_EQ(sortedByPath(settle()),
-            (std::vector{change(Kind::created, at("limited/below/y.html"), fingerprintOf("y")),
-                         change(Kind::created, at("limited/x.html"), fingerprintOf("x")),
-                         change(Kind::created, at("watched.html"), fingerprintOf("w"))}));
+  EXPECT_EQ(sortedByPath(settle()), (Changes{change(created, "limited/below/y.html", "y"),
+                                             change(created, "limited/x.html", "x"),
+                                             change(created, "watched.html", "w")}));
   EXPECT_EQ(notices, std::vector<std::string>{WorkspaceWatcher::kWatchLimitNotice});
   polled.stop();
 }

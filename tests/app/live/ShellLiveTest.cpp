@@ -204,14 +204,13 @@ TEST_F(ShellLiveTest, FileBodiesFromAnIframeArriveAsBytesOrAreRefusedClearly) {
         { method: 'POST', body: new w.Blob(['abcd'], { type: 'text/plain' }) }))).json();
     const withFile = new w.FormData();
     withFile.append('file', new w.Blob(['abc']), 'a.bin');
-    try { await w.fetch('/api/echo', { method: 'PUT', body: withFile }); out.formData = 'sent'; }
-    catch (e) { out.formData = e.name + ': ' + e.message; }
-    try { const x = new w.XMLHttpRequest(); x.open('PUT', '/api/echo'); x.send(withFile);
-          out.xhrFormData = 'sent'; }
-    catch (e) { out.xhrFormData = e.name + ': ' + e.message; }
-    try { const x = new w.XMLHttpRequest(); x.open('PUT', '/api/echo', false);
-          x.send(new w.Blob(['a'])); out.syncXhr = 'sent'; }
-    catch (e) { out.syncXhr = e.name + ': ' + e.message; }
+    const attempt = async (act) => {
+      try { await act(); return 'sent'; } catch (e) { return e.name + ': ' + e.message; } };
+    const xhr = (body, async) => {
+      const x = new w.XMLHttpRequest(); x.open('PUT', '/api/echo', async); x.send(body); };
+    out.formData = await attempt(() => w.fetch('/api/echo', { method: 'PUT', body: withFile }));
+    out.xhrFormData = await attempt(() => xhr(withFile, true));
+    out.syncXhr = await attempt(() => xhr(new w.Blob(['a']), false));
     const fields = new w.FormData();
     fields.append('a', '1');
     out.fields = (await (await w.fetch('/api/echo', { method: 'PUT', body: fields })).json()).bytes > 0;
@@ -475,11 +474,9 @@ TEST(ShellWindowLiveTest, TheWindowRemembersItsSizeUnlessHeadless) {
   EXPECT_EQ(defaults.windowFrame(UserDefaults::kWindowAutosaveName),
             (WindowFrame{900, 600, false}));
   EditorWindowController restored(false, false);
-  int width = 0;
-  int height = 0;
-  gtk_window_get_default_size(restored.window(), &width, &height);
-  EXPECT_EQ(width, 900);
-  EXPECT_EQ(height, 600);
+  std::pair<int, int> size;
+  gtk_window_get_default_size(restored.window(), &size.first, &size.second);
+  EXPECT_EQ(size, std::pair(900, 600));
 }
 
 }  // namespace
