@@ -163,12 +163,6 @@ TEST_F(IndexFilesTest, AnIndexThatCannotBeOpenedIsNotTakenForAnEmptyOne) {
   EXPECT_EQ(readFileOrEmpty(indexFile("drafts.json")), before);
 }
 
-}  // namespace
-}  // namespace vorna::recovery
-
-namespace vorna::recovery {
-namespace {
-
 // Each list's snapshot is assembled from its records' kept texts; it must stay
 // byte for byte what writing the whole list would give, whatever changes the
 // journal carried before it was compacted.
