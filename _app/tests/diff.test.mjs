@@ -75,18 +75,16 @@ describe('line diff', () => {
   });
 });
 
-describe('hunks', () => {
-  test('changes closer than twice the context share a hunk; far ones get their own; identical texts have none', () => {
-    const a = Array.from({ length: 40 }, (_, i) => `l${i}`);
-    const b = a.slice();
-    b[5] = 'x';
-    b[9] = 'y';
-    b[30] = 'z';
-    const groups = hunks(diffLines(a, b), 3);
-    assert.equal(groups.length, 2);
-    assert.equal(groups[0].aStart, 2);
-    assert.equal(groups[1].aStart, 27);
-    assert.equal(groups[1].lines.filter((e) => e.op === '=').length, 6);
-    assert.deepEqual(hunks(diffLines(['a'], ['a'])), []);
-  });
+test('changes closer than twice the context share a hunk; far ones get their own; identical texts have none', () => {
+  const a = Array.from({ length: 40 }, (_, i) => `l${i}`);
+  const b = a.slice();
+  b[5] = 'x';
+  b[9] = 'y';
+  b[30] = 'z';
+  const groups = hunks(diffLines(a, b), 3);
+  assert.equal(groups.length, 2);
+  assert.equal(groups[0].aStart, 2);
+  assert.equal(groups[1].aStart, 27);
+  assert.equal(groups[1].lines.filter((e) => e.op === '=').length, 6);
+  assert.deepEqual(hunks(diffLines(['a'], ['a'])), []);
 });

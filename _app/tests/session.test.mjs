@@ -62,18 +62,16 @@ describe('base tracking', () => {
   });
 });
 
-describe('dirty marker', () => {
-  test('editing back to the saved text clears it, and then no draft is stored and a save sends nothing', async () => {
-    const { host, timers, session, kinds } = await setup();
-    session.setText('<p>changed</p>\n');
-    assert.equal(session.dirty, true);
-    session.setText('<p>one</p>\n');
-    assert.equal(session.dirty, false);
-    assert.deepEqual(kinds().filter((k) => k === 'dirty').length, 2);
-    await timers.advance(DRAFT_THROTTLE_MS * 2);
-    assert.equal((await session.save()).unchanged, true);
-    assert.equal(host.requests.length, 0);
-  });
+test('the dirty marker: editing back to the saved text clears it, and then no draft is stored and a save sends nothing', async () => {
+  const { host, timers, session, kinds } = await setup();
+  session.setText('<p>changed</p>\n');
+  assert.equal(session.dirty, true);
+  session.setText('<p>one</p>\n');
+  assert.equal(session.dirty, false);
+  assert.deepEqual(kinds().filter((k) => k === 'dirty').length, 2);
+  await timers.advance(DRAFT_THROTTLE_MS * 2);
+  assert.equal((await session.save()).unchanged, true);
+  assert.equal(host.requests.length, 0);
 });
 
 describe('drafts while typing', () => {
@@ -129,13 +127,11 @@ describe('drafts while typing', () => {
   });
 });
 
-describe('pages that are not UTF-8 text', () => {
-  test('a file with NUL bytes is not opened', async () => {
-    const host = new FakeHost('/ws', { 'a.html': Buffer.from('a\0b', 'latin1') });
-    const session = new Session({ api: createApi(host.fetch), timers: new FakeTimers() });
-    await assert.rejects(session.open(PAGE), NotTextError);
-    assert.equal(session.path, null);
-  });
+test('a file with NUL bytes is not opened', async () => {
+  const host = new FakeHost('/ws', { 'a.html': Buffer.from('a\0b', 'latin1') });
+  const session = new Session({ api: createApi(host.fetch), timers: new FakeTimers() });
+  await assert.rejects(session.open(PAGE), NotTextError);
+  assert.equal(session.path, null);
 });
 
 describe('drafts found when opening', () => {

@@ -1,22 +1,10 @@
 // Shared by every scenario; the host runs it before the scenario's own text.
-//
-// scenario(async (t) => { ... }) runs one scenario and reports it once with
-// window.__e2eDone({ ok, failures, checks, ... }): "ok" first, so a runner can
-// tell the verdict from the start of the line. t offers:
-//   check(condition, what), equal(actual, expected, what), same(actual, expected, what)
-//     record a failure naming `what` (with both values) instead of throwing;
-//   waitFor(probe, what, ms)   resolves to the probe's first truthy value, or
-//     records "timed out waiting for {what}" and resolves to null;
-//   ask(action, ...words)      one "E2E" line for the runner (write, check-trashed);
-//   restartWith(name, signal)  ends this run by asking the runner to kill the
-//     host (SIGKILL, or SIGTERM with signal 'TERM') and start it again with
-//     scenario `name` (only when nothing failed);
-//   handOver(path, name)       ends this run by asking the host to open the
-//     folder or page `path` the way Open… does and run scenario `name` there;
-//   input(...words)            asks the runner to press keys or click in the
-//     window as a person would (xdotool words: "key ctrl+z", "click 3");
-//   path(relative), read(relative), status(path), open(relative),
-//   type(text, where), click(selector), banner(id), note(key, value).
+// scenario(async (t) => { ... }) reports once with window.__e2eDone({ ok,
+// failures, checks, ... }), "ok" first so a runner can tell the verdict from the
+// start of the line. t's checks record a failure naming `what` instead of
+// throwing; waitFor resolves to the probe's first truthy value or null after
+// recording a time-out; ask/input/restartWith/handOver are requests to the
+// runner or host (restart and hand-over only when nothing failed).
 
 function scenario(body) {
   const failures = [];
@@ -39,27 +27,16 @@ function scenario(body) {
       if (!condition) failures.push(what);
       return Boolean(condition);
     },
-    equal(actual, expected, what) {
-      checks++;
-      if (actual === expected) return true;
-      failures.push(`${what}: expected ${show(expected)}, got ${show(actual)}`);
-      return false;
+    equal(actual, expected, what, alike = actual === expected) {
+      return t.check(alike, `${what}: expected ${show(expected)}, got ${show(actual)}`);
     },
     same(actual, expected, what) {
-      checks++;
-      if (show(actual) === show(expected)) return true;
-      failures.push(`${what}: expected ${show(expected)}, got ${show(actual)}`);
-      return false;
+      return t.equal(actual, expected, what, show(actual) === show(expected));
     },
     async waitFor(probe, what, ms = 15000) {
       const end = Date.now() + ms;
       for (;;) {
-        let value = null;
-        try {
-          value = await probe();
-        } catch (e) {
-          value = null;
-        }
+        const value = await Promise.resolve().then(probe).catch(() => null);
         if (value) return value;
         if (Date.now() > end) {
           failures.push(`timed out waiting for ${what}`);
