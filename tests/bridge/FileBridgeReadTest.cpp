@@ -83,10 +83,15 @@ TEST_F(FileBridgeReadTest, PathParametersAreRefusedBeforeAnythingIsReadAndLinksA
   tmp.makeFolder("outside");
   tmp.write("outside/secret.html", "secret");
   tmp.symlink(tmp / "outside", "w/docs");
+  tmp.symlink("loop", "w/loop");
   const std::pair<Query, std::string> cases[] = {
       {{}, "missing path"},
+      {{{"path", ""}}, "missing path"},
       {{{"path", "a.html"}}, "path must be absolute"},
       {{{"path", root + "/docs/secret.html"}}, "path is outside the workspace"},
+      {{{"path", root + "/loop/x"}}, "path is outside the workspace"},
+      // A NUL inside a value makes it outside; it never cuts the path short.
+      {{{"path", root + std::string("/a.html\0", 8)}}, "path is outside the workspace"},
   };
   for (const char* op : {"list", "stat", "file", "history", "deleted"}) {
     for (const auto& [query, message] : cases) {
