@@ -131,11 +131,13 @@ class WorkspaceWatcherTest : public ::testing::Test {
   int markers = 0;
 };
 
-// Hidden items, swap files and attribute changes that alter nothing produce nothing.
+// Hidden items, swap files, attribute changes that alter nothing and what
+// lies behind a link produce nothing.
 TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFingerprint) {
   temp.makeFolder("site/.git/objects");
   write("a.html", "a1");
   write("b.html", "b1");
+  temp.symlink(outside.path(), "site/link");
   watcher.start(recorder.handler());
 
   write("a.html", "a2 longer");
@@ -155,6 +157,7 @@ TEST_F(WorkspaceWatcherTest, OutsideChangesProduceOneChangeEachWithKindAndFinger
   write(".cache/deep/y.html", "2");
   write(".vn-swap-1234", "3");
   ASSERT_EQ(::chmod(at("d.html").c_str(), 0600), 0);  // same size and time
+  outside.write("behind-link.html", "4");
   EXPECT_EQ(settle(), Changes{});
 }
 
@@ -196,7 +199,10 @@ TEST_F(WorkspaceWatcherTest, AnnouncedSavesAndMovesAreSilentButLaterOutsideChang
                      change(created, "sub")}));
 }
 
+// A namesake beside a folder ("new2" beside "new") is not in it.
 TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatchedWhereTheyAre) {
+  temp.makeFolder("site/new2");
+  write("new2/s.html", "namesake");
   watcher.start(recorder.handler());
 
   temp.makeFolder("site/new/inner");
@@ -213,7 +219,9 @@ TEST_F(WorkspaceWatcherTest, FoldersMadeMovedOrMovedOutReportAllInThemAndAreWatc
                      change(removed, "new/inner/x.html"), change(renamed, "pages"),
                      change(renamed, "pages/inner"), change(renamed, "pages/inner/x.html", "x2")}));
   write("pages/inner/x.html", "x3");
-  EXPECT_EQ(settle(), Changes{change(modified, "pages/inner/x.html", "x3")});
+  write("new2/s.html", "still watched");
+  EXPECT_EQ(sortedByPath(settle()), (Changes{change(modified, "new2/s.html", "still watched"),
+                                             change(modified, "pages/inner/x.html", "x3")}));
 
   move(at("pages"), outside / "pages");
   EXPECT_EQ(sortedByPath(settle()),
