@@ -1,7 +1,5 @@
 #include <sys/stat.h>
 
-#include <condition_variable>
-
 #include "BridgeFixture.h"
 #include "bridge/ItemFacts.h"
 #include "support/FaultInjectingFileSystem.h"
@@ -11,6 +9,7 @@ namespace vorna::bridge::testfixture {
 namespace {
 
 using contracts::Json;
+using namespace std::chrono_literals;
 
 std::string saveResultBody(const std::string& path, size_t bytes, const std::string& hex) {
   return R"({"bytes":)" + std::to_string(bytes) + R"(,"fingerprint":")" + hex + R"(","mtime_ms":)" +
@@ -233,14 +232,9 @@ TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges
   tmp.makeFolder("w/sub");
   tmp.write("w/sub/inner.html", "inner");
   tmp.write("w/old.html", "to the trash");
-  std::mutex mutex;
-  std::condition_variable arrived;
-  std::vector<contracts::WorkspaceChange> changes;
-  bridge().startWatching([&](const contracts::WorkspaceChange& change) {
-    std::lock_guard guard(mutex);
-    changes.push_back(change);
-    arrived.notify_all();
-  });
+  Recording changes;
+  bridge().startWatching(
+      [&](const contracts::WorkspaceChange& change) { changes.add(change.path); });
   EXPECT_EQ(save(page, "new", sha("old")).status, 200);
   EXPECT_EQ(create(root + "/made.html", "made").status, 200);
   EXPECT_EQ(create(root + "/deep/er/made.html", "made in new folders").status, 200);
@@ -257,14 +251,8 @@ TEST_F(FileBridgeMutationTest, TheBridgesOwnWritesAreNotReportedAsOutsideChanges
   // Changes are handled in order, so once the marker written by another
   // program is reported, every echo of the bridge's writes has been handled.
   tmp.write("w/marker.html", "outside");
-  std::unique_lock lock(mutex);
-  ASSERT_TRUE(arrived.wait_for(lock, std::chrono::seconds(10), [&] {
-    return !changes.empty() && changes.back().path == root + "/marker.html";
-  }));
-  for (const contracts::WorkspaceChange& change : changes) {
-    EXPECT_EQ(change.path, root + "/marker.html");
-  }
-  lock.unlock();
+  ASSERT_TRUE(testing::eventually([&] { return !changes.lines().empty(); }, 10s));
+  EXPECT_EQ(changes.lines(), std::vector<std::string>{root + "/marker.html"});
   bridge().stopWatching();
 }
 
