@@ -21,7 +21,6 @@ using vorna::testing::runUntil;
 contracts::Json runScript(EditorWindowController& controller, const std::string& body,
                           const std::string& argument = "");
 
-// Loads the editor page and waits for the load.
 void loadAndWait(EditorWindowController& controller);
 
 }  // namespace vorna::app::testing
