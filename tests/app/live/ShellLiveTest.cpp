@@ -1,5 +1,9 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <webkit/webkit.h>
 
 #include <cstdint>
@@ -10,7 +14,6 @@
 #include "../../bridge/MainContext.h"
 #include "../../bridge/ScopedVariable.h"
 #include "../support/FakeBridge.h"
-#include "LoopbackListener.h"
 #include "app/EditorWindowController.h"
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
@@ -86,6 +89,44 @@ void loadAndWait(EditorWindowController& controller) {
   ASSERT_TRUE(runUntil([&] { return loaded.has_value(); })) << "the page did not load";
   ASSERT_TRUE(*loaded) << "the page failed to load";
 }
+
+// A TCP listener on 127.0.0.1 that only counts connections: the witness that
+// nothing left the web view. The kernel completes connections into the
+// backlog by itself, so nothing has to run while the page does; they are
+// counted when asked for.
+class LoopbackListener {
+ public:
+  LoopbackListener() : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (socket_ < 0 ||
+        ::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(socket_, 64) != 0 ||
+        ::getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+      throw std::runtime_error("cannot listen on 127.0.0.1");
+    }
+    port_ = ntohs(address.sin_port);
+  }
+  ~LoopbackListener() { ::close(socket_); }
+  LoopbackListener(const LoopbackListener&) = delete;
+  LoopbackListener& operator=(const LoopbackListener&) = delete;
+
+  int port() const { return port_; }
+  int connections() {
+    for (int accepted; (accepted = ::accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
+      ::close(accepted);
+      ++connections_;
+    }
+    return connections_;
+  }
+
+ private:
+  int socket_;
+  int port_ = 0;
+  int connections_ = 0;
+};
 
 constexpr size_t kBigBody = 5 * 1024 * 1024;
 
