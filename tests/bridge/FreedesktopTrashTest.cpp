@@ -84,9 +84,8 @@ TEST_F(FreedesktopTrashTest, AFailedMoveTakesItsRecordBackOut) {
   EXPECT_FALSE(tmp.exists("data/Trash/info/page.html.trashinfo"));
 }
 
-TEST_F(FreedesktopTrashTest, NamesAreNumberedBeforeTheExtensionAndCutToFit) {
-  EXPECT_EQ(FreedesktopTrash::trashName("page.html", 1), "page.html");
-  EXPECT_EQ(FreedesktopTrash::trashName("page.html", 2), "page.2.html");
+// Numbered before the extension: the home trash test.
+TEST_F(FreedesktopTrashTest, NamesAreNumberedAndCutToFit) {
   EXPECT_EQ(FreedesktopTrash::trashName("README", 12), "README.12");
   EXPECT_EQ(FreedesktopTrash::trashName(".profile", 2), ".profile.2");
   // 255 bytes of name leave no room for ".trashinfo": the stem is cut, and never
