@@ -332,38 +332,31 @@ TEST_F(WorkspaceWatcherTest, APipeNeverHoldsTheQueueAndStopReturns) {
 // looked at instead: what the editor shows often, the rest on a slower round.
 class WorkspaceWatcherPollingTest : public WorkspaceWatcherTest {
  protected:
-  WorkspaceWatcher::Settings refusing(std::function<bool(const std::string&)> refuses) {
-    WorkspaceWatcher::Settings settings;
+  WorkspaceWatcherPollingTest() {
     settings.hotInterval = 50ms;
     settings.coldInterval = 300ms;
-    settings.inotify.addWatch = [refuses](int fd, const std::string& folder, uint32_t mask) {
-      if (refuses(folder)) {
-        errno = ENOSPC;
-        return -1;
-      }
-      return WorkspaceWatcher::Settings().inotify.addWatch(fd, folder, mask);
-    };
-    return settings;
+  }
+  // Starts `polled`, keeping its notices; returns what it logged.
+  std::string start(WorkspaceWatcher& polled) {
+    ::testing::internal::CaptureStderr();
+    polled.start(recorder.handler(),
+                 [this](const std::string& notice) { notices.push_back(notice); });
+    return ::testing::internal::GetCapturedStderr();
   }
 
+  WorkspaceWatcher::Settings settings;
   std::vector<std::string> notices;
-  WorkspaceWatcher::NoticeHandler noticeHandler() {
-    return [this](const std::string& notice) { notices.push_back(notice); };
-  }
 };
 
 TEST_F(WorkspaceWatcherPollingTest, WithoutAnInotifyInstanceOutsideChangesStillArrive) {
   temp.makeFolder("site/sub");
   write("a.html", "a1");
-  WorkspaceWatcher::Settings settings = refusing([](const std::string&) { return false; });
   settings.inotify.init = [](int) {
     errno = EMFILE;
     return -1;
   };
   WorkspaceWatcher polled(WorkspaceBoundary(root), storage::FileSystem::real(), settings);
-  ::testing::internal::CaptureStderr();
-  polled.start(recorder.handler(), noticeHandler());
-  std::string log = ::testing::internal::GetCapturedStderr();
+  std::string log = start(polled);
   polled.noteInterest(root);  // the editor lists the workspace folder
 
   write("a.html", "a2 longer");
@@ -381,13 +374,15 @@ TEST_F(WorkspaceWatcherPollingTest, WithoutAnInotifyInstanceOutsideChangesStillA
 
 TEST_F(WorkspaceWatcherPollingTest, FoldersOverTheWatchLimitAreLookedAtAndTheRestIsWatched) {
   temp.makeFolder("site/limited/below");
-  WorkspaceWatcher polled(WorkspaceBoundary(root), storage::FileSystem::real(),
-                          refusing([](const std::string& folder) {
-                            return folder.find("/limited") != std::string::npos;
-                          }));
-  ::testing::internal::CaptureStderr();
-  polled.start(recorder.handler(), noticeHandler());
-  ::testing::internal::GetCapturedStderr();
+  settings.inotify.addWatch = [](int fd, const std::string& folder, uint32_t mask) {
+    if (folder.find("/limited") != std::string::npos) {
+      errno = ENOSPC;
+      return -1;
+    }
+    return WorkspaceWatcher::Settings().inotify.addWatch(fd, folder, mask);
+  };
+  WorkspaceWatcher polled(WorkspaceBoundary(root), storage::FileSystem::real(), settings);
+  start(polled);
   polled.noteInterest(at("limited"));
 
   write("limited/x.html", "x");
