@@ -14,8 +14,6 @@ using contracts::Json;
 
 class FileBridgeHistoryTest : public BridgeTest {
  protected:
-  const std::string page = root + "/index.html";
-
   Json history(const std::string& path) {
     BridgeResponse response = get("history", path);
     EXPECT_EQ(response.status, 200) << response.body;

@@ -17,10 +17,7 @@ std::string saveResultBody(const std::string& path, size_t bytes, const std::str
          R"(,"ok":true})";
 }
 
-class FileBridgeMutationTest : public BridgeTest {
- protected:
-  const std::string page = root + "/index.html";
-};
+using FileBridgeMutationTest = BridgeTest;
 
 TEST_F(FileBridgeMutationTest, ASaveOnTheExpectedVersionReplacesThePage) {
   tmp.write("w/index.html", "<p>old</p>");

@@ -158,9 +158,9 @@ TEST_F(FileBridgeReadTest, FileReadAnswersBytesWithTheThreeHeadersAndCheckpoints
   tmp.write("w/a.txt", "text");
   call("HEAD", "file", {{"path", root + "/n.md"}});
   get("file", root + "/a.txt");
-  auto page = bridge().checkpoints().payloadURL(root + "/a.HTML", sha("<h1>A</h1>"));
-  ASSERT_TRUE(page.has_value());
-  EXPECT_EQ(testing::readFile(*page), "<h1>A</h1>");
+  auto checkpoint = bridge().checkpoints().payloadURL(root + "/a.HTML", sha("<h1>A</h1>"));
+  ASSERT_TRUE(checkpoint.has_value());
+  EXPECT_EQ(testing::readFile(*checkpoint), "<h1>A</h1>");
   EXPECT_TRUE(bridge().checkpoints().payloadURL(root + "/n.md", sha("# notes")).has_value());
   EXPECT_FALSE(bridge().checkpoints().payloadURL(root + "/a.txt", sha("text")).has_value());
   EXPECT_EQ(service()->retentionStore().entries().size(), 2u);

@@ -7,8 +7,6 @@ using contracts::Json;
 
 class FileBridgeRecoveryTest : public BridgeTest {
  protected:
-  const std::string page = root + "/index.html";
-
   // A conflict on `page` made through the bridge: the editor loaded "old",
   // another program wrote "foreign", the editor saved "mine".
   Json makeConflict() {
