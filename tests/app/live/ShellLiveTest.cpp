@@ -476,7 +476,8 @@ TEST_F(ShellLiveTest, WithoutAUsableCacheFolderTheBlockerIsCompiledForTheRunAlon
 
 // Changes reaching the page: e2e outside-write-events and the smoke check.
 TEST_F(ShellLiveTest, OpeningAFolderLoadsItStopsTheOldBridgeFirstOrLeavesNone) {
-  std::filesystem::path folder = std::filesystem::temp_directory_path() / "vorna live/a b/é";
+  vorna::testing::TempDir temp;
+  std::filesystem::path folder = temp / "vorna live/a b/é";
   std::filesystem::create_directories(folder);
   std::vector<std::shared_ptr<FakeBridge>> built;
   std::vector<std::string> seenAtBuild;
@@ -496,8 +497,7 @@ TEST_F(ShellLiveTest, OpeningAFolderLoadsItStopsTheOldBridgeFirstOrLeavesNone) {
   EXPECT_EQ(controller->folder(), folder.string());
   EXPECT_EQ(controller->host()->bridge(), built[0]);
   Json search = runScript(*controller, "return JSON.stringify(location.search);");
-  EXPECT_EQ(search, "?path=" + std::filesystem::temp_directory_path().string() +
-                        "/vorna%20live/a%20b/%C3%A9&open=index.html");
+  EXPECT_EQ(search, "?path=" + temp.path() + "/vorna%20live/a%20b/%C3%A9&open=index.html");
 
   loaded.reset();
   controller->setDidFinishLoad([&](bool ok) { loaded = ok; });
@@ -523,7 +523,6 @@ TEST_F(ShellLiveTest, OpeningAFolderLoadsItStopsTheOldBridgeFirstOrLeavesNone) {
   EXPECT_EQ(controller->bridge(), nullptr);
   EXPECT_EQ(controller->host()->bridge(), nullptr);
   EXPECT_EQ(built[1]->log().back(), "stop " + folder.parent_path().string());
-  std::filesystem::remove_all(std::filesystem::temp_directory_path() / "vorna live");
 }
 
 // The page's answer to the host's question before it goes: a draft stored
