@@ -194,7 +194,6 @@ TEST_F(FileBridgeReadTest, WhatCannotBeListedOrReadIsNotFoundWithTheReason) {
       {"GET", "file", "/img", "not found: "},
       {"HEAD", "file", "/img", "not found: "},
       {"GET", "file", "/x.html", "not found: "},
-      {"HEAD", "file", "/x.html", "not found: "},
       {"GET", "file", "/unreadable.html", "not found: "},
   };
   for (const Row& row : rows) {
