@@ -203,6 +203,7 @@ class BridgeTest : public ::testing::Test {
 
   testing::TempDir tmp;
   const std::string root = tmp / "w";
+  const std::string page = root + "/index.html";
   std::string homeTrash = tmp / "data/Trash";
   std::shared_ptr<RecordingDesktop> desktop = std::make_shared<RecordingDesktop>();
   Recording log;

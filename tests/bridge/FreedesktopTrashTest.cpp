@@ -84,9 +84,8 @@ TEST_F(FreedesktopTrashTest, AFailedMoveTakesItsRecordBackOut) {
   EXPECT_FALSE(tmp.exists("data/Trash/info/page.html.trashinfo"));
 }
 
-TEST_F(FreedesktopTrashTest, NamesAreNumberedBeforeTheExtensionAndCutToFit) {
-  EXPECT_EQ(FreedesktopTrash::trashName("page.html", 1), "page.html");
-  EXPECT_EQ(FreedesktopTrash::trashName("page.html", 2), "page.2.html");
+// Numbered before the extension: the home trash test.
+TEST_F(FreedesktopTrashTest, NamesAreNumberedAndCutToFit) {
   EXPECT_EQ(FreedesktopTrash::trashName("README", 12), "README.12");
   EXPECT_EQ(FreedesktopTrash::trashName(".profile", 2), ".profile.2");
   // 255 bytes of name leave no room for ".trashinfo": the stem is cut, and never
@@ -102,24 +101,23 @@ TEST_F(FreedesktopTrashTest, NamesAreNumberedBeforeTheExtensionAndCutToFit) {
 
 using testfixture::ScopedVariable;
 
+// A relative XDG_DATA_HOME is not a data folder and is ignored.
 TEST_F(FreedesktopTrashTest, TheHomeTrashFollowsXdgDataHomeAtEveryCall) {
-  ScopedVariable userHome("HOME", "/home/someone");
-  {
-    ScopedVariable data("XDG_DATA_HOME", (tmp / "data").c_str());
-    EXPECT_EQ(FreedesktopTrash::defaultHomeTrash(), tmp / "data/Trash");
-    tmp.write("w/page.html", "x");
-    FreedesktopTrash fromEnvironment(FreedesktopTrash::defaultHomeTrash().value());
-    EXPECT_EQ(fromEnvironment.trash(tmp / "w/page.html"), tmp / "data/Trash/files/page.html");
+  const std::string data = tmp / "data", fallback = "/home/someone/.local/share/Trash";
+  const std::tuple<const char*, const char*, std::optional<std::string>> rows[] = {
+      {"/home/someone", data.c_str(), data + "/Trash"},
+      {"/home/someone", "relative/data", fallback},
+      {"/home/someone", nullptr, fallback},
+      {nullptr, nullptr, std::nullopt},
+  };
+  for (const auto& [home, dataHome, expected] : rows) {
+    ScopedVariable homeVariable("HOME", home), dataVariable("XDG_DATA_HOME", dataHome);
+    EXPECT_EQ(FreedesktopTrash::defaultHomeTrash(), expected) << (dataHome ? dataHome : "unset");
   }
-  {
-    // A relative value is not a data folder and is ignored.
-    ScopedVariable data("XDG_DATA_HOME", "relative/data");
-    EXPECT_EQ(FreedesktopTrash::defaultHomeTrash(), "/home/someone/.local/share/Trash");
-  }
-  ScopedVariable noData("XDG_DATA_HOME", nullptr);
-  EXPECT_EQ(FreedesktopTrash::defaultHomeTrash(), "/home/someone/.local/share/Trash");
-  ScopedVariable noHome("HOME", nullptr);
-  EXPECT_EQ(FreedesktopTrash::defaultHomeTrash(), std::nullopt);
+  ScopedVariable dataVariable("XDG_DATA_HOME", data.c_str());
+  tmp.write("w/page.html", "x");
+  FreedesktopTrash fromEnvironment(FreedesktopTrash::defaultHomeTrash().value());
+  EXPECT_EQ(fromEnvironment.trash(tmp / "w/page.html"), tmp / "data/Trash/files/page.html");
 }
 
 class VolumeTrashTest : public FreedesktopTrashTest {

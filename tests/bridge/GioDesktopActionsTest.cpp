@@ -17,7 +17,7 @@ constexpr const char* kInterfaceXml =
     R"(<arg type="as" direction="in"/><arg type="s" direction="in"/></method></interface></node>)";
 
 // Stands in for the desktop's file manager: owns its name on the bus and
-// records each ShowItems call. Calls arrive through the default main context.
+// records each call. Calls arrive through the default main context.
 class FakeFileManager {
  public:
   explicit FakeFileManager(const std::string& address) {
@@ -50,23 +50,14 @@ class FakeFileManager {
     g_dbus_node_info_unref(node_);
   }
 
-  std::vector<std::vector<std::string>> calls;  // the URIs, then the startup id
+  std::vector<std::string> calls;  // the method and its parameters, as GVariant text
 
  private:
   static void onCall(GDBusConnection*, const gchar*, const gchar*, const gchar*,
                      const gchar* method, GVariant* parameters, GDBusMethodInvocation* invocation,
                      gpointer self) {
-    EXPECT_STREQ(method, "ShowItems");
-    const gchar** uris = nullptr;
-    const gchar* startup = nullptr;
-    g_variant_get(parameters, "(^a&s&s)", &uris, &startup);
-    std::vector<std::string> call;
-    for (const gchar** uri = uris; uri != nullptr && *uri != nullptr; ++uri) {
-      call.emplace_back(*uri);
-    }
-    call.emplace_back(startup);
-    g_free(uris);
-    static_cast<FakeFileManager*>(self)->calls.push_back(std::move(call));
+    g_autofree gchar* text = g_variant_print(parameters, FALSE);
+    static_cast<FakeFileManager*>(self)->calls.push_back(std::string(method) + text);
     g_dbus_method_invocation_return_value(invocation, nullptr);
   }
 
@@ -78,11 +69,10 @@ class FakeFileManager {
 class GioDesktopActionsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    gchar* daemon = g_find_program_in_path("dbus-daemon");
+    g_autofree gchar* daemon = g_find_program_in_path("dbus-daemon");
     if (daemon == nullptr) {
       GTEST_SKIP() << "dbus-daemon is not installed";
     }
-    g_free(daemon);
     bus_ = g_test_dbus_new(G_TEST_DBUS_NONE);
     g_test_dbus_up(bus_);
     address = g_test_dbus_get_bus_address(bus_);
@@ -98,25 +88,18 @@ class GioDesktopActionsTest : public ::testing::Test {
     }
   }
 
-  // What the actions of one test did. Shared with their callbacks, which may
-  // run after the test if a reply comes late.
-  struct Record {
-    std::vector<std::string> launched;
-    std::vector<std::string> lines;
-  };
-
   GioDesktopActions actions(std::string busAddress) {
     return GioDesktopActions(
         std::move(busAddress),
-        [record = record_](const std::string& uri) { record->launched.push_back(uri); },
-        [record = record_](std::string_view line) { record->lines.emplace_back(line); });
+        [record = record](const std::string& uri) { record->push_back("launch " + uri); },
+        [record = record](std::string_view line) { record->emplace_back(line); });
   }
 
   testing::TempDir tmp;
   std::string address;
-  std::shared_ptr<Record> record_ = std::make_shared<Record>();
-  std::vector<std::string>& launched = record_->launched;
-  std::vector<std::string>& lines = record_->lines;
+  // What the actions of one test did: launches and log lines. Shared with
+  // their callbacks, which may run after the test if a reply comes late.
+  std::shared_ptr<std::vector<std::string>> record = std::make_shared<std::vector<std::string>>();
 
  private:
   GTestDBus* bus_ = nullptr;
@@ -128,28 +111,30 @@ TEST_F(GioDesktopActionsTest, RevealAsksTheFileManagerToShowTheItem) {
   // Nothing happens until the main context runs: the call was only posted.
   EXPECT_TRUE(fileManager.calls.empty());
   ASSERT_TRUE(testing::runUntil([&] { return !fileManager.calls.empty(); }));
-  EXPECT_EQ(
-      fileManager.calls,
-      (std::vector<std::vector<std::string>>{{"file://" + tmp.path() + "/site/a%20b.html", ""}}));
-  EXPECT_TRUE(launched.empty());
+  EXPECT_EQ(fileManager.calls, std::vector<std::string>{"ShowItems(['file://" + tmp.path() +
+                                                        "/site/a%20b.html'], '')"});
   // Open hands the file URI to the launcher, on the main context too.
   actions(address).open(tmp / "doc.pdf");
-  EXPECT_TRUE(launched.empty());
-  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
-  EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/doc.pdf"}));
+  EXPECT_TRUE(record->empty());
+  ASSERT_TRUE(testing::runUntil([&] { return !record->empty(); }));
+  EXPECT_EQ(*record, std::vector<std::string>{"launch file://" + tmp.path() + "/doc.pdf"});
   // Names that are not UTF-8 are escaped byte for byte.
   EXPECT_EQ(GioDesktopActions::fileUri("/w/bad\xff name.html"), "file:///w/bad%FF%20name.html");
 }
 
 TEST_F(GioDesktopActionsTest, WithoutAFileManagerOrABusTheFolderIsOpenedInstead) {
-  actions(address).reveal(tmp / "site/a.html");
-  ASSERT_TRUE(testing::runUntil([&] { return !launched.empty(); }));
-  EXPECT_EQ(launched, (std::vector<std::string>{"file://" + tmp.path() + "/site"}));
-  ASSERT_EQ(lines.size(), 1u);
-  EXPECT_TRUE(lines[0].starts_with("Vorna bridge: no file manager showed file://")) << lines[0];
-  actions("unix:path=" + tmp / "no-bus").reveal(tmp / "a.html");
-  ASSERT_TRUE(testing::runUntil([&] { return launched.size() == 2; }));
-  EXPECT_EQ(launched[1], "file://" + tmp.path());
+  const std::string folder = tmp / "site";
+  for (const std::string& bus : {address, "unix:path=" + tmp / "no-bus"}) {
+    record->clear();
+    actions(bus).reveal(folder + "/a.html");
+    ASSERT_TRUE(testing::runUntil([&] { return record->size() == 2; })) << bus;
+    const std::string& line = (*record)[0];
+    EXPECT_TRUE(
+        line.starts_with("Vorna bridge: no file manager showed file://" + folder + "/a.html ("))
+        << line;
+    EXPECT_TRUE(line.ends_with("; opening file://" + folder + "\n")) << line;
+    EXPECT_EQ((*record)[1], "launch file://" + folder);
+  }
 }
 
 }  // namespace

@@ -12,9 +12,7 @@ namespace vorna::bridge::testfixture {
 class ScopedVariable {
  public:
   ScopedVariable(const char* name, const char* value) : name_(name) {
-    if (const char* old = ::getenv(name)) {
-      previous_ = old;
-    }
+    previous_ = ::getenv(name) ? std::optional<std::string>(::getenv(name)) : std::nullopt;
     set(value);
   }
   ~ScopedVariable() { set(previous_ ? previous_->c_str() : nullptr); }
