@@ -29,9 +29,9 @@
 #include <vector>
 
 #include "app/EditorWindowController.h"
+#include "app/PageScript.h"
 #include "contracts/BridgeResponse.h"
 #include "contracts/GObjectPtr.h"
-#include "contracts/GUniquePtr.h"
 #include "support/BenchSupport.h"
 
 extern char** environ;
@@ -134,30 +134,14 @@ int childBareStart() {
 
 // Runs an async body in the page and returns its string result ("" on failure).
 std::string pageCall(app::EditorWindowController& controller, const std::string& body) {
-  struct Call {
-    bool done = false;
-    std::string result;
-  } call;
-  webkit_web_view_call_async_javascript_function(
-      controller.webView(), body.c_str(), -1, nullptr, nullptr, nullptr, nullptr,
-      [](GObject* view, GAsyncResult* result, gpointer data) {
-        auto* pending = static_cast<Call*>(data);
-        GError* error = nullptr;
-        auto value = contracts::GObjectPtr<JSCValue>::adopt(
-            webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(view), result,
-                                                                  &error));
-        contracts::GErrorPtr owned(error);
-        if (owned) {
-          std::fprintf(stderr, "ShellBench: page script failed: %s\n", owned->message);
-        } else if (value) {
-          contracts::GText text(jsc_value_to_string(value.get()));
-          pending->result = text.get();
-        }
-        pending->done = true;
-      },
-      &call);
-  runUntil([&] { return call.done; }, 120);
-  return call.result;
+  auto outcome = std::make_shared<std::optional<app::ScriptOutcome>>();
+  app::callAsyncScript(controller.webView(), body, nullptr, "vorna-bench://script",
+                       [outcome](app::ScriptOutcome done) { *outcome = std::move(done); });
+  runUntil([&] { return outcome->has_value(); }, 120);
+  if (outcome->has_value() && (*outcome)->failed()) {
+    std::fprintf(stderr, "ShellBench: page script failed: %s\n", (*outcome)->error.c_str());
+  }
+  return outcome->has_value() ? (*outcome)->string().value_or("") : "";
 }
 
 std::string timedFetches(const char* mode, int runs) {

@@ -15,10 +15,9 @@
 #include "../../bridge/ScopedVariable.h"
 #include "../support/FakeBridge.h"
 #include "app/EditorWindowController.h"
+#include "app/PageScript.h"
 #include "app/UserDefaults.h"
 #include "app/UserScripts.h"
-#include "contracts/GObjectPtr.h"
-#include "contracts/GUniquePtr.h"
 #include "storage/Fingerprint.h"
 #include "support/TempDir.h"
 
@@ -34,49 +33,27 @@ using vorna::testing::runUntil;
 // or time-out. `argument` is handed to the body as the string `arg`.
 Json runScript(EditorWindowController& controller, const std::string& body,
                const std::string& argument = "") {
-  struct ScriptCall {
-    bool finished = false;
-    std::string result;
-    std::string error;
-  };
-  ScriptCall call;
+  // Shared with the completion, which may outlive a call that timed out.
+  auto outcome = std::make_shared<std::optional<ScriptOutcome>>();
   GVariantDict arguments;
   g_variant_dict_init(&arguments, nullptr);
   g_variant_dict_insert(&arguments, "arg", "s", argument.c_str());
-  webkit_web_view_call_async_javascript_function(
-      controller.webView(), body.c_str(), -1, g_variant_dict_end(&arguments), nullptr,
-      "vorna-test://script", nullptr,
-      [](GObject* view, GAsyncResult* result, gpointer data) {
-        auto* pending = static_cast<ScriptCall*>(data);
-        GError* error = nullptr;
-        auto value = contracts::GObjectPtr<JSCValue>::adopt(
-            webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(view), result,
-                                                                  &error));
-        contracts::GErrorPtr owned(error);
-        if (owned) {
-          pending->error = owned->message;
-        } else if (value && jsc_value_is_string(value.get())) {
-          contracts::GText text(jsc_value_to_string(value.get()));
-          pending->result = text.get();
-        } else {
-          pending->error = "the script did not return a string";
-        }
-        pending->finished = true;
-      },
-      &call);
-  if (!runUntil([&] { return call.finished; })) {
+  callAsyncScript(controller.webView(), body, g_variant_dict_end(&arguments),
+                  "vorna-test://script", [outcome](ScriptOutcome done) { *outcome = std::move(done); });
+  if (!runUntil([&] { return outcome->has_value(); })) {
     ADD_FAILURE() << "script timed out:\n" << body;
-    // The call still holds `call`; wait it out so that it never writes freed memory.
-    runUntil([&] { return call.finished; }, 120s);
     return nullptr;
   }
-  if (!call.error.empty()) {
-    ADD_FAILURE() << "script failed: " << call.error << "\n" << body;
+  std::optional<std::string> text = (*outcome)->string();
+  if (!text) {
+    ADD_FAILURE() << "script failed: "
+                  << ((*outcome)->failed() ? (*outcome)->error : "it returned no string") << "\n"
+                  << body;
     return nullptr;
   }
-  std::optional<contracts::Json> parsed = contracts::parseJson(call.result);
+  std::optional<contracts::Json> parsed = contracts::parseJson(*text);
   if (!parsed) {
-    ADD_FAILURE() << "script returned no JSON: " << call.result;
+    ADD_FAILURE() << "script returned no JSON: " << *text;
     return nullptr;
   }
   return *parsed;
