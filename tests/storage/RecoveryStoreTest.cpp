@@ -59,33 +59,6 @@ TEST_F(RecoveryStoreTest, RetainWritesAReadOnlyPayloadAndItsSidecar) {
   EXPECT_EQ(store.readEntry(entry.id), entry);
 }
 
-TEST_F(RecoveryStoreTest, IdsSortInCallOrderAndEachStoreObjectCountsFromOne) {
-  std::vector<RecoveryEntry> made;
-  {
-    RecoveryStore store(storeDirectory);
-    for (int i = 0; i < 3; ++i) {
-      made.push_back(store.retain(std::to_string(i), RecoveryKind::displacedExpected, "/w/a"));
-    }
-  }
-  RecoveryStore again(storeDirectory);
-  made.push_back(again.retain("3", RecoveryKind::displacedExternal, "/w/a"));
-
-  std::vector<std::string> sequences;
-  for (const RecoveryEntry& entry : made) {
-    sequences.push_back(entry.id.substr(entry.id.find('-') + 1, 6));
-  }
-  EXPECT_EQ(sequences, (std::vector<std::string>{"000001", "000002", "000003", "000001"}));
-  // Within one object the sequence orders ids drawn in the same millisecond.
-  EXPECT_LT(made[0].id, made[1].id);
-  EXPECT_LT(made[1].id, made[2].id);
-  // Listed by id; ids of two store objects drawn in one millisecond need not
-  // follow the order of the calls, so only the first object's are compared.
-  std::vector<RecoveryEntry> listed = again.entries();
-  ASSERT_EQ(listed.size(), 4u);
-  std::erase(listed, made[3]);
-  EXPECT_EQ(listed, std::vector<RecoveryEntry>(made.begin(), made.begin() + 3));
-}
-
 TEST_F(RecoveryStoreTest, AdoptMovesTheFileItselfOrACopyAcrossFileSystems) {
   FaultInjectingFileSystem fs;
   RecoveryStore store(storeDirectory, fs);
