@@ -15,11 +15,7 @@
 namespace vorna::recovery {
 namespace {
 
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 class IndexFilesTest : public testfixture::ServiceTest {};
 

@@ -5,11 +5,8 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::DraftRecord;
-using testfixture::escaped;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testing::FsCall;
 
 constexpr const char* kSha256OfNothing =
     "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";

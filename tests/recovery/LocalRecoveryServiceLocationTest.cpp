@@ -12,14 +12,7 @@
 namespace vorna::recovery {
 namespace {
 
-using contracts::RecoveryError;
-using testfixture::escaped;
-using testfixture::hours;
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 // Location tests keep workspace, store and data folder on one real disk, so
 // that "the same volume" means what it says.

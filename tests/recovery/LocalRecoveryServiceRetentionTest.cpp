@@ -7,15 +7,8 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::DraftRecord;
-using storage::RecoveryEntry;
-using storage::RecoveryKind;
-using testfixture::hours;
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
 
 class RetentionTest : public testfixture::ServiceTest {
  protected:

@@ -11,9 +11,7 @@
 namespace vorna::recovery {
 namespace {
 
-using storage::RecoveryKind;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 class RetentionStoreIndexTest : public ::testing::Test {
  protected:

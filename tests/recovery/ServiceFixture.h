@@ -24,6 +24,11 @@ namespace vorna::recovery::testfixture {
 
 using contracts::RecoveryError;
 using contracts::Timestamp;
+using storage::RecoveryEntry;
+using storage::RecoveryKind;
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
+using testing::namesIn;
 using std::chrono::hours;
 using std::chrono::seconds;
 
@@ -57,8 +62,6 @@ inline void writeRaw(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   ASSERT_TRUE(out << bytes) << path;
 }
-
-using testing::namesIn;
 
 // A workspace "site" and a store root "store" side by side in a fresh folder,
 // a file system that can fail any call, a clock that stands still until moved

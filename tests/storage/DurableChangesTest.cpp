@@ -21,11 +21,8 @@
 namespace vorna::storage {
 namespace {
 
+using namespace testfixture;
 using AcrossFileSystems = DurableChanges::AcrossFileSystems;
-using testfixture::statOf;
-using testing::FaultInjectingFileSystem;
-using testing::FsCall;
-using testing::TempDir;
 
 template <typename Body>
 FileOpError errorOf(Body body) {

@@ -11,6 +11,7 @@
 
 #include "storage/Fingerprint.h"
 #include "storage/SaveOutcome.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "support/TempDir.h"
 
 // Shared by the adapter tests: a page "index.html" in a folder "site", and a
@@ -54,8 +55,12 @@ struct PageFixture {
   std::vector<std::string> swapFiles() const { return testing::namesIn(folder, ".vn-swap-"); }
 };
 
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
 using testing::modeOf;
+using testing::readFile;
 using testing::statOf;
+using testing::TempDir;
 
 inline Fingerprint fp(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes);

@@ -15,12 +15,7 @@
 namespace vorna::storage {
 namespace {
 
-using testfixture::modeOf;
-using testfixture::statOf;
-using testing::FaultInjectingFileSystem;
-using testing::FsCall;
-using testing::readFile;
-using testing::TempDir;
+using namespace testfixture;
 
 template <typename Error, typename Body>
 std::string messageOf(Body body) {

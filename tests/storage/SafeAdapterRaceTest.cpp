@@ -21,8 +21,7 @@
 namespace vorna::storage {
 namespace {
 
-using testfixture::fp;
-using testing::TempDir;
+using namespace testfixture;
 
 std::string versionOf(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes).hex;

@@ -17,15 +17,7 @@
 namespace vorna::storage {
 namespace {
 
-using testfixture::fp;
-using testfixture::kForeign;
-using testfixture::kNew;
-using testfixture::kOld;
-using testfixture::modeOf;
-using testfixture::statOf;
-using testing::FaultInjectingFileSystem;
-using testing::FsCall;
-using testing::readFile;
+using namespace testfixture;
 
 struct Retained {
   RecoveryKind kind;
