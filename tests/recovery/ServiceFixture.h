@@ -24,13 +24,13 @@ namespace vorna::recovery::testfixture {
 
 using contracts::RecoveryError;
 using contracts::Timestamp;
+using std::chrono::hours;
+using std::chrono::seconds;
 using storage::RecoveryEntry;
 using storage::RecoveryKind;
 using testing::FaultInjectingFileSystem;
 using testing::FsCall;
 using testing::namesIn;
-using std::chrono::hours;
-using std::chrono::seconds;
 
 // The text of the RecoveryError `body` throws; fails the test when it throws
 // nothing or something else.

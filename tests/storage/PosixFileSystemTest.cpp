@@ -1,11 +1,9 @@
-#include "storage/PosixFileSystem.h"
-
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "storage/PosixFileSystem.h"
 #include "support/TempDir.h"
 
 namespace vorna::storage {
