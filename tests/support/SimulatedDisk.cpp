@@ -40,7 +40,7 @@ bool SimulatedDisk::Change::isEntryChange() const {
 }
 
 SimulatedDisk::SimulatedDisk() {
-  nodes_.push_back(Node{.folder = true, .mode = 0755});
+  nodes_.push_back(Node{.folder = true});
   durable_ = nodes_;
 }
 
@@ -165,15 +165,15 @@ void SimulatedDisk::make(Change change) {
   changes_.push_back(std::move(change));
 }
 
-SimulatedDisk::Id SimulatedDisk::newNode(bool folder, mode_t mode, dev_t device) {
-  nodes_.push_back(Node{.folder = folder, .mode = mode & 07777, .device = device});
+SimulatedDisk::Id SimulatedDisk::newNode(bool folder, dev_t device) {
+  nodes_.push_back(Node{.folder = folder, .device = device});
   return static_cast<Id>(nodes_.size() - 1);
 }
 
 void SimulatedDisk::fill(Id id, struct stat* out) const {
   const Node& node = nodes_[id];
   std::memset(out, 0, sizeof *out);
-  out->st_mode = (node.folder ? S_IFDIR : S_IFREG) | node.mode;
+  out->st_mode = node.folder ? S_IFDIR | 0755 : S_IFREG | 0644;
   out->st_ino = id + 1;
   out->st_dev = node.device;
   out->st_nlink = 1;
@@ -186,7 +186,7 @@ void SimulatedDisk::fill(Id id, struct stat* out) const {
 
 // ---- The seam ----
 
-int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
+int SimulatedDisk::open(const std::string& path, int flags, mode_t) {
   std::lock_guard lock(mutex_);
   const bool writable = (flags & O_ACCMODE) != O_RDONLY;
   Id id = 0;
@@ -211,7 +211,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
     if (int parentError = lookupParent(path, folder, name)) {
       return fail(parentError);
     }
-    id = newNode(false, mode, nodes_[folder].device);
+    id = newNode(false, nodes_[folder].device);
     make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   } else {
     return fail(error);
@@ -398,7 +398,7 @@ int SimulatedDisk::remove(const std::string& path, bool folder) {
   return 0;
 }
 
-int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
+int SimulatedDisk::mkdir(const std::string& path, mode_t) {
   std::lock_guard lock(mutex_);
   Id folder = 0;
   std::string name;
@@ -408,7 +408,7 @@ int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
   if (nodes_[folder].entries.contains(name)) {
     return fail(EEXIST);
   }
-  Id id = newNode(true, mode, nodes_[folder].device);
+  Id id = newNode(true, nodes_[folder].device);
   make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   return 0;
 }
@@ -427,14 +427,11 @@ int SimulatedDisk::lstat(const std::string& path, struct stat* out) {
   return stat(path, out);
 }
 
-int SimulatedDisk::chmod(const std::string& path, mode_t mode) {
+int SimulatedDisk::chmod(const std::string& path, mode_t) {
   std::lock_guard lock(mutex_);
   Id id = 0;
-  if (int error = lookup(path, id)) {
-    return fail(error);
-  }
-  nodes_[id].mode = mode & 07777;
-  return 0;
+  int error = lookup(path, id);
+  return error == 0 ? 0 : fail(error);
 }
 
 ssize_t SimulatedDisk::readlink(const std::string& path, std::string&) {
@@ -548,8 +545,7 @@ void SimulatedDisk::forEachCrashState(
     base = durable_;
     // Nodes made since markDurable start out empty, as a power cut finds them.
     for (size_t id = base.size(); id < nodes_.size(); ++id) {
-      base.push_back(
-          Node{.folder = nodes_[id].folder, .mode = nodes_[id].mode, .device = nodes_[id].device});
+      base.push_back(Node{.folder = nodes_[id].folder, .device = nodes_[id].device});
     }
     changes.assign(changes_.begin(), changes_.begin() + static_cast<ptrdiff_t>(count));
     nextDevice = nextDevice_;

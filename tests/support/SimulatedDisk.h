@@ -53,7 +53,7 @@ namespace vorna::testing {
 //     happens to commit them together; the host does not lean on that, just
 //     as CrashMonkey (OSDI '18) holds a file system only to what was
 //     explicitly persisted.
-//  7. Permission bits and times are not modelled.
+//  7. Permission bits and times are not modelled: stat reports 0644 or 0755.
 //
 // Flushing a folder pins every change made so far in it (and, by rules 4 and
 // 5, every change those depend on); a state keeps, per folder, a prefix of its
@@ -119,7 +119,6 @@ class SimulatedDisk final : public storage::FileSystem {
   using Id = uint32_t;
   struct Node {
     bool folder = false;
-    mode_t mode = 0644;
     dev_t device = 1;
     std::string data{};                   // a file's bytes
     std::map<std::string, Id> entries{};  // a folder's entries
@@ -156,7 +155,7 @@ class SimulatedDisk final : public storage::FileSystem {
   static void apply(std::vector<Node>& nodes, const Change& change);
   // Records and applies a change; needs mutex_.
   void make(Change change);
-  Id newNode(bool folder, mode_t mode, dev_t device);
+  Id newNode(bool folder, dev_t device);
   void fill(Id id, struct stat* out) const;
   // Calls `visit` with every node below `folder` and its path, each folder
   // before what it holds, in name order.
