@@ -186,7 +186,6 @@ struct Sequence {
   std::string expectedAnswer = {};
   // Checked in every state, answered or not.
   std::function<void(const World&, SimulatedDisk&, Problems&)> always = nullptr;
-  bool storeOnItsOwnFileSystem = false;
 };
 
 // A workspace with one page and a store that already holds a retained
@@ -332,7 +331,10 @@ const std::vector<Sequence>& sequences() {
     list.push_back(save("save, store refuses the displaced version", kOld, true, "error", true));
     {
       Sequence other = save("save, store on another file system", kOld, true, "saved");
-      other.storeOnItsOwnFileSystem = true;
+      other.setup = [](World& world) {
+        world.storeRoot = "/mnt/other/Recovery";
+        workspaceWithStore(world, kOld);
+      };
       list.push_back(std::move(other));
     }
     // A version retained into an existing store is the conflict's first step below.
@@ -540,9 +542,6 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
 
 Exploration explore(const Sequence& sequence, const Options& options = {}) {
   World world;
-  if (sequence.storeOnItsOwnFileSystem) {
-    world.storeRoot = "/mnt/other/Recovery";
-  }
   sequence.setup(world);
   if (!world.storeDirectory.empty()) {
     world.versionsBefore = versionsOn(world.disk, world.storeDirectory);
