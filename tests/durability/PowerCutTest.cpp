@@ -75,15 +75,6 @@ class NoDesktop final : public bridge::DesktopActions {
   void open(const std::string&) override {}
 };
 
-std::shared_ptr<bridge::FileBridge> openBridge(FileSystem& fs, const std::string& storeRoot) {
-  bridge::BridgeEnvironment environment;
-  environment.desktop = std::make_shared<NoDesktop>();
-  environment.homeTrash = [] { return std::optional<std::string>(kTrash); };
-  environment.log = [](std::string_view) {};
-  std::shared_ptr<LocalRecoveryService> service = openService(fs, storeRoot);
-  return std::make_shared<bridge::FileBridge>(kRoot, service, std::move(environment), fs);
-}
-
 std::string hex(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes).hex;
 }
@@ -304,7 +295,12 @@ Sequence onBridge(
           },
       .start =
           [request, onDisk, versions](World& world, FileSystem& fs) {
-            std::shared_ptr<bridge::FileBridge> bridge = openBridge(fs, world.storeRoot);
+            bridge::BridgeEnvironment environment;
+            environment.desktop = std::make_shared<NoDesktop>();
+            environment.homeTrash = [] { return std::optional<std::string>(kTrash); };
+            environment.log = [](std::string_view) {};
+            auto bridge = std::make_shared<bridge::FileBridge>(
+                kRoot, openService(fs, world.storeRoot), std::move(environment), fs);
             return [bridge, request, onDisk, versions] {
               contracts::BridgeResponse response = bridge->handle(request);
               if (response.status != 200) {
