@@ -24,17 +24,6 @@ namespace {
 using namespace testfixture;
 using AcrossFileSystems = DurableChanges::AcrossFileSystems;
 
-template <typename Body>
-FileOpError errorOf(Body body) {
-  try {
-    body();
-  } catch (const FileOpError& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no FileOpError thrown";
-  return FileOpError::notAFile("");
-}
-
 TEST(DurableChanges, NewAndReplacedFilesAreMadeWholeWithTheirModeWhateverTheKernelAccepts) {
   TempDir dir;
   FaultInjectingFileSystem fs;

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
 #include "storage/SaveOutcome.h"
 #include "support/FaultInjectingFileSystem.h"
@@ -61,6 +62,18 @@ using testing::modeOf;
 using testing::readFile;
 using testing::statOf;
 using testing::TempDir;
+
+// The FileOpError `body` throws; fails the test when it throws none.
+template <typename Body>
+FileOpError errorOf(Body body) {
+  try {
+    body();
+  } catch (const FileOpError& error) {
+    return error;
+  }
+  ADD_FAILURE() << "no FileOpError thrown";
+  return FileOpError::notAFile("");
+}
 
 inline Fingerprint fp(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes);

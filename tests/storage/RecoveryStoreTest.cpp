@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -17,16 +18,8 @@ namespace {
 
 using namespace testfixture;
 
-template <typename Error, typename Body>
-std::string messageOf(Body body) {
-  try {
-    body();
-  } catch (const Error& error) {
-    return error.what();
-  }
-  ADD_FAILURE() << "nothing thrown";
-  return "";
-}
+using ::testing::StrEq;
+using ::testing::ThrowsMessage;
 
 class RecoveryStoreTest : public ::testing::Test {
  protected:
@@ -93,8 +86,9 @@ TEST_F(RecoveryStoreTest, RetainNeverOverwritesAnIntruderAndAFailedSidecarLeaves
     std::ofstream(path) << "someone else's";
   });
 
-  std::string message = messageOf<FileOpError>(
-      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+  std::string message = errorOf([&] {
+                          store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html");
+                        }).description();
 
   EXPECT_EQ(message, "refusing to overwrite existing path: " + intruder);
   EXPECT_EQ(readFile(intruder), "someone else's");
@@ -102,8 +96,9 @@ TEST_F(RecoveryStoreTest, RetainNeverOverwritesAnIntruderAndAFailedSidecarLeaves
   // A failed sidecar leaves the payload without one.
   fs.clearFaults();
   fs.failWhere(FsCall::write, ".json", ENOSPC);
-  message = messageOf<FileOpError>(
-      [&] { store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html"); });
+  message = errorOf([&] {
+              store.retain("bytes", RecoveryKind::pendingEditorBytes, "/w/p.html");
+            }).description();
   std::vector<std::string> payloads = store.payloadPaths();
   std::erase(payloads, intruder);
   ASSERT_EQ(payloads.size(), 1u);
@@ -118,15 +113,16 @@ TEST_F(RecoveryStoreTest, AMalformedSidecarFailsTheListingAndStalePayloadsAreFou
   std::string broken = storeDirectory + "/9-000001-displacedExpected-X.json";
   std::ofstream(broken) << "{\"id\":";
 
-  EXPECT_EQ(messageOf<contracts::DecodeError>([&] { store.entries(); }),
-            "malformed sidecar " + broken + ": not JSON");
+  EXPECT_THAT([&] { store.entries(); }, ThrowsMessage<contracts::DecodeError>(
+                                            StrEq("malformed sidecar " + broken + ": not JSON")));
   EXPECT_EQ(store.payloadPaths(), std::vector<std::string>{good.payloadPath});
 
   contracts::Json json = good.toJson();
   json.erase("capturedAt");
   std::ofstream(broken, std::ios::trunc) << contracts::writeJson(json);
-  EXPECT_EQ(messageOf<contracts::DecodeError>([&] { store.staleFingerprints(); }),
-            "malformed sidecar " + broken + ": missing key: capturedAt");
+  EXPECT_THAT([&] { store.staleFingerprints(); },
+              ThrowsMessage<contracts::DecodeError>(
+                  StrEq("malformed sidecar " + broken + ": missing key: capturedAt")));
 
   // Once the sidecars read, missing, changed and unknown payloads are stale.
   ASSERT_EQ(::unlink(broken.c_str()), 0);
