@@ -372,14 +372,6 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
   return 0;
 }
 
-int SimulatedDisk::unlink(const std::string& path) {
-  return remove(path, /*folder=*/false);
-}
-
-int SimulatedDisk::rmdir(const std::string& path) {
-  return remove(path, /*folder=*/true);
-}
-
 int SimulatedDisk::remove(const std::string& path, bool folder) {
   std::lock_guard lock(mutex_);
   Id parent = 0;
@@ -421,10 +413,6 @@ int SimulatedDisk::stat(const std::string& path, struct stat* out) {
   }
   fill(id, out);
   return 0;
-}
-
-int SimulatedDisk::lstat(const std::string& path, struct stat* out) {
-  return stat(path, out);
 }
 
 int SimulatedDisk::chmod(const std::string& path, mode_t) {

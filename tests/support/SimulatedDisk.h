@@ -106,11 +106,11 @@ class SimulatedDisk final : public storage::FileSystem {
   int rename(const std::string& from, const std::string& to) override;
   int renameNoReplace(const std::string& from, const std::string& to) override;
   int exchange(const std::string& a, const std::string& b) override;
-  int unlink(const std::string& path) override;
+  int unlink(const std::string& path) override { return remove(path, /*folder=*/false); }
   int mkdir(const std::string& path, mode_t mode) override;
-  int rmdir(const std::string& path) override;
+  int rmdir(const std::string& path) override { return remove(path, /*folder=*/true); }
   int stat(const std::string& path, struct stat* out) override;
-  int lstat(const std::string& path, struct stat* out) override;
+  int lstat(const std::string& path, struct stat* out) override { return stat(path, out); }
   int chmod(const std::string& path, mode_t mode) override;
   ssize_t readlink(const std::string& path, std::string& target) override;
   int listDirectory(const std::string& path, std::vector<std::string>& names) override;
