@@ -282,14 +282,6 @@ int SimulatedDisk::fstat(int fd, struct stat* out) {
   return 0;
 }
 
-int SimulatedDisk::rename(const std::string& from, const std::string& to) {
-  return move(from, to, /*replace=*/true);
-}
-
-int SimulatedDisk::renameNoReplace(const std::string& from, const std::string& to) {
-  return move(from, to, /*replace=*/false);
-}
-
 int SimulatedDisk::move(const std::string& from, const std::string& to, bool replace) {
   std::lock_guard lock(mutex_);
   Id fromFolder = 0;

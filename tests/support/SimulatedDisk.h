@@ -103,8 +103,12 @@ class SimulatedDisk final : public storage::FileSystem {
   ssize_t write(int fd, const void* buffer, size_t count) override;
   int fsync(int fd) override;
   int fstat(int fd, struct stat* out) override;
-  int rename(const std::string& from, const std::string& to) override;
-  int renameNoReplace(const std::string& from, const std::string& to) override;
+  int rename(const std::string& from, const std::string& to) override {
+    return move(from, to, true);
+  }
+  int renameNoReplace(const std::string& from, const std::string& to) override {
+    return move(from, to, false);
+  }
   int exchange(const std::string& a, const std::string& b) override;
   int unlink(const std::string& path) override { return remove(path, /*folder=*/false); }
   int mkdir(const std::string& path, mode_t mode) override;
@@ -147,11 +151,9 @@ class SimulatedDisk final : public storage::FileSystem {
   int lookupParent(const std::string& path, Id& folder, std::string& name) const;
   // As lookupParent, and the node of the entry there (ENOENT when none).
   int lookupEntry(const std::string& path, Id& folder, std::string& name, Id& node) const;
-  // unlink(2), or rmdir(2) when `folder` is true.
   int remove(const std::string& path, bool folder);
   // rename(2), or renameat2 with RENAME_NOREPLACE when `replace` is false.
   int move(const std::string& from, const std::string& to, bool replace);
-  // Applies `change` to `nodes` (entry changes and data changes alike).
   static void apply(std::vector<Node>& nodes, const Change& change);
   // Records and applies a change; needs mutex_.
   void make(Change change);
