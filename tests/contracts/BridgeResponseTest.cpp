@@ -24,7 +24,6 @@ TEST(BridgeResponseTest, JsonSortsKeysAtEveryDepthWritesCompactlyAndSetsItsType)
   EXPECT_EQ(BridgeResponse::json(200, object).body, R"({"a":[2,1],"b":{"x":"a\/b","y":1}})");
   EXPECT_EQ(BridgeResponse::json(200, Json::array({"/a", 1})).body, R"(["\/a",1])");
 
-  // It overrides the content type and keeps other headers.
   BridgeResponse response = BridgeResponse::json(
       201, Json::object(), {{"Content-Type", "text/plain"}, {"X-VN-Fingerprint", "ab"}});
   EXPECT_EQ(response.status, 201);

@@ -61,7 +61,6 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytesAndWithoutADraftWrites
   EXPECT_EQ(service().draftBytes(record.id), "kept");
   EXPECT_NE(readFileOrEmpty(indexFile("drafts.journal")).find("\"discarded\":true"),
             std::string::npos);
-  // A new draft after discarding is current again.
   DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{again});
 }

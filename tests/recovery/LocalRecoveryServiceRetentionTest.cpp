@@ -25,7 +25,6 @@ class RetentionTest : public testfixture::ServiceTest {
     return entries;
   }
 
-  // A draft saved `age` ago and then discarded.
   DraftRecord discardedDraft(const std::string& name, const std::string& bytes,
                              std::chrono::seconds age) {
     contracts::Timestamp real = now;

@@ -52,7 +52,6 @@ inline std::string escaped(const std::string& text) {
   return std::regex_replace(text, std::regex("/"), "\\/");
 }
 
-// The whole file, or "" when it cannot be read.
 inline std::string readFileOrEmpty(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};

@@ -93,7 +93,6 @@ TEST_F(RecoveryStoreTest, RetainNeverOverwritesAnIntruderAndAFailedSidecarLeaves
   EXPECT_EQ(message, "refusing to overwrite existing path: " + intruder);
   EXPECT_EQ(readFile(intruder), "someone else's");
 
-  // A failed sidecar leaves the payload without one.
   fs.clearFaults();
   fs.failWhere(FsCall::write, ".json", ENOSPC);
   message = errorOf([&] {
