@@ -342,16 +342,14 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
   std::lock_guard lock(mutex_);
   Id folderA = 0;
   Id folderB = 0;
+  Id node = 0;
   std::string nameA;
   std::string nameB;
-  if (int error = lookupParent(a, folderA, nameA)) {
+  if (int error = lookupEntry(a, folderA, nameA, node)) {
     return fail(error);
   }
-  if (int error = lookupParent(b, folderB, nameB)) {
+  if (int error = lookupEntry(b, folderB, nameB, node)) {
     return fail(error);
-  }
-  if (!nodes_[folderA].entries.contains(nameA) || !nodes_[folderB].entries.contains(nameB)) {
-    return fail(ENOENT);
   }
   if (nodes_[folderA].device != nodes_[folderB].device) {
     return fail(EXDEV);
