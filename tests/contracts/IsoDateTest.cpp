@@ -23,28 +23,17 @@ TEST(IsoDateTest, WritesUtcWithWholeSecondsAndZAndReadsItBack) {
   }
 }
 
+// Fractions, zones other than Z, other separators or case, values out of range
+// (a leap second too) and years a Timestamp cannot hold.
 TEST(IsoDateTest, RefusesEveryOtherForm) {
-  for (const char* text : {"2026-11-16T20:25:15.000Z",   // fractional seconds
-                           "2026-11-16T20:25:15",        // no zone
-                           "2026-11-16T20:25:15+00:00",  // offset instead of Z
-                           "2026-11-16T20:25:15z",
-                           "2026-11-16t20:25:15Z",
-                           "2026-11-16 20:25:15Z",
-                           "2026-11-16T20:25Z",
-                           " 2026-11-16T20:25:15Z",
-                           "2026-11-16T20:25:15Z ",
-                           "2026-13-01T00:00:00Z",
-                           "2026-00-01T00:00:00Z",
-                           "2023-02-29T00:00:00Z",
-                           "2026-04-31T00:00:00Z",
-                           "2026-11-16T24:00:00Z",
-                           "2026-11-16T20:60:00Z",
-                           "2026-11-16T20:25:60Z",  // leap second
-                           "+026-11-16T20:25:15Z",
-                           "2026-1a-16T20:25:15Z",
-                           "0001-01-01T00:00:00Z",  // before what a Timestamp holds
-                           "9999-12-31T23:59:59Z",  // after it
-                           ""}) {
+  for (const char* text :
+       {"2026-11-16T20:25:15.000Z", "2026-11-16T20:25:15",   "2026-11-16T20:25:15+00:00",
+        "2026-11-16T20:25:15z",     "2026-11-16t20:25:15Z",  "2026-11-16 20:25:15Z",
+        "2026-11-16T20:25Z",        " 2026-11-16T20:25:15Z", "2026-11-16T20:25:15Z ",
+        "2026-13-01T00:00:00Z",     "2026-00-01T00:00:00Z",  "2023-02-29T00:00:00Z",
+        "2026-04-31T00:00:00Z",     "2026-11-16T24:00:00Z",  "2026-11-16T20:60:00Z",
+        "2026-11-16T20:25:60Z",     "+026-11-16T20:25:15Z",  "2026-1a-16T20:25:15Z",
+        "0001-01-01T00:00:00Z",     "9999-12-31T23:59:59Z",  ""}) {
     EXPECT_EQ(parseIsoDate(text), std::nullopt) << text;
   }
 }

@@ -75,15 +75,6 @@ class NoDesktop final : public bridge::DesktopActions {
   void open(const std::string&) override {}
 };
 
-std::shared_ptr<bridge::FileBridge> openBridge(FileSystem& fs, const std::string& storeRoot) {
-  bridge::BridgeEnvironment environment;
-  environment.desktop = std::make_shared<NoDesktop>();
-  environment.homeTrash = [] { return std::optional<std::string>(kTrash); };
-  environment.log = [](std::string_view) {};
-  std::shared_ptr<LocalRecoveryService> service = openService(fs, storeRoot);
-  return std::make_shared<bridge::FileBridge>(kRoot, service, std::move(environment), fs);
-}
-
 std::string hex(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes).hex;
 }
@@ -186,7 +177,6 @@ struct Sequence {
   std::string expectedAnswer = {};
   // Checked in every state, answered or not.
   std::function<void(const World&, SimulatedDisk&, Problems&)> always = nullptr;
-  bool storeOnItsOwnFileSystem = false;
 };
 
 // A workspace with one page and a store that already holds a retained
@@ -305,7 +295,12 @@ Sequence onBridge(
           },
       .start =
           [request, onDisk, versions](World& world, FileSystem& fs) {
-            std::shared_ptr<bridge::FileBridge> bridge = openBridge(fs, world.storeRoot);
+            bridge::BridgeEnvironment environment;
+            environment.desktop = std::make_shared<NoDesktop>();
+            environment.homeTrash = [] { return std::optional<std::string>(kTrash); };
+            environment.log = [](std::string_view) {};
+            auto bridge = std::make_shared<bridge::FileBridge>(
+                kRoot, openService(fs, world.storeRoot), std::move(environment), fs);
             return [bridge, request, onDisk, versions] {
               contracts::BridgeResponse response = bridge->handle(request);
               if (response.status != 200) {
@@ -332,7 +327,10 @@ const std::vector<Sequence>& sequences() {
     list.push_back(save("save, store refuses the displaced version", kOld, true, "error", true));
     {
       Sequence other = save("save, store on another file system", kOld, true, "saved");
-      other.storeOnItsOwnFileSystem = true;
+      other.setup = [](World& world) {
+        world.storeRoot = "/mnt/other/Recovery";
+        workspaceWithStore(world, kOld);
+      };
       list.push_back(std::move(other));
     }
     // A version retained into an existing store is the conflict's first step below.
@@ -352,9 +350,9 @@ const std::vector<Sequence>& sequences() {
                                .onDisk = [entry, store](SimulatedDisk& disk, Problems& problems) {
                                  std::optional<std::string> identity =
                                      disk.readFile(store + "/identity.json");
-                                 std::optional<contracts::Json> json =
-                                     identity ? contracts::parseJson(*identity) : std::nullopt;
-                                 if (!json || !json->contains("workspacePath")) {
+                                 if (!contracts::parseJson(identity.value_or(""))
+                                          .value_or(nullptr)
+                                          .contains("workspacePath")) {
                                    problems.push_back("identity.json is missing or does not parse");
                                  }
                                  expectWhole(disk, store, entry, problems);
@@ -386,8 +384,8 @@ const std::vector<Sequence>& sequences() {
           RecoveryEntry editor = service.retentionStore().retain(
               kNew, storage::RecoveryKind::pendingEditorBytes, kPage);
           contracts::ConflictRecord conflict = service.recordConflict(kPage, kOld, {editor});
-          Promise promise{.answer = "conflict", .versions = {kNew}};
-          promise.records.conflicts.insert(conflict.id);
+          Promise promise{
+              .answer = "conflict", .versions = {kNew}, .records = {.conflicts = {conflict.id}}};
           for (const contracts::CandidateRecord& candidate : conflict.candidates) {
             promise.records.candidates.insert(candidate.id);
           }
@@ -497,31 +495,29 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
     std::unique_ptr<LocalRecoveryService> service = openService(state, world.storeRoot);
     service->sweepOrphanedSwaps();
     Records found = recordsOf(*service);
-    Records required = world.recordsBefore;
+    auto expectListed = [&](const Records& required) {
+      for (const auto& [id, bytes] : required.draftBytes) {
+        if (service->draftBytes(id) != bytes) {
+          problems.push_back("the draft " + id + " lost its bytes");
+        }
+      }
+      for (const std::string& id : required.conflicts) {
+        if (!found.conflicts.contains(id)) {
+          problems.push_back("the conflict " + id + " is gone");
+        }
+      }
+      for (const std::string& id : required.candidates) {
+        service->candidateBytes(id);
+      }
+      for (const std::string& id : required.operations) {
+        if (!found.operations.contains(id)) {
+          problems.push_back("the operation " + id + " is gone");
+        }
+      }
+    };
+    expectListed(world.recordsBefore);
     if (promise != nullptr) {
-      const Records& added = promise->records;
-      required.draftBytes.insert(added.draftBytes.begin(), added.draftBytes.end());
-      required.conflicts.insert(added.conflicts.begin(), added.conflicts.end());
-      required.candidates.insert(added.candidates.begin(), added.candidates.end());
-      required.operations.insert(added.operations.begin(), added.operations.end());
-    }
-    for (const auto& [id, bytes] : required.draftBytes) {
-      if (service->draftBytes(id) != bytes) {
-        problems.push_back("the draft " + id + " lost its bytes");
-      }
-    }
-    for (const std::string& id : required.conflicts) {
-      if (!found.conflicts.contains(id)) {
-        problems.push_back("the conflict " + id + " is gone");
-      }
-    }
-    for (const std::string& id : required.candidates) {
-      service->candidateBytes(id);
-    }
-    for (const std::string& id : required.operations) {
-      if (!found.operations.contains(id)) {
-        problems.push_back("the operation " + id + " is gone");
-      }
+      expectListed(promise->records);
     }
   } catch (const std::exception& error) {
     problems.push_back(std::string("the next open, or reading what it holds, failed: ") +
@@ -542,9 +538,6 @@ void checkState(const Sequence& sequence, const World& world, const Promise* pro
 
 Exploration explore(const Sequence& sequence, const Options& options = {}) {
   World world;
-  if (sequence.storeOnItsOwnFileSystem) {
-    world.storeRoot = "/mnt/other/Recovery";
-  }
   sequence.setup(world);
   if (!world.storeDirectory.empty()) {
     world.versionsBefore = versionsOn(world.disk, world.storeDirectory);
@@ -643,16 +636,18 @@ const std::map<std::pair<std::string, std::string>, std::string>& explainedFlush
   return explained;
 }
 
+// A retained entry's id.
+const std::regex kId("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}");
+
 // A name for each flush that stays the same from run to run: its path with
 // ids, UUIDs and the workspace's identifier masked, numbered when repeated.
 std::vector<std::string> flushLabels(const std::vector<std::string>& paths) {
-  static const std::regex id("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}");
   static const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
   static const std::regex workspace("/[0-9a-f]{32}");
   std::vector<std::string> labels;
   std::map<std::string, int> seen;
   for (const std::string& path : paths) {
-    std::string label = std::regex_replace(path, id, "{id}");
+    std::string label = std::regex_replace(path, kId, "{id}");
     label = std::regex_replace(label, uuid, "{uuid}");
     label = std::regex_replace(label, workspace, "/{workspace}");
     int count = ++seen[label];
@@ -666,9 +661,7 @@ std::string firstProblems(const Problems& problems) {
   std::set<std::string> kinds;
   std::string text;
   for (const std::string& problem : problems) {
-    std::string kind =
-        std::regex_replace(problem.substr(problem.find(": ") + 2),
-                           std::regex("[0-9]{13}-[0-9]{6}-[A-Za-z]+-[0-9A-F-]{36}"), "{id}");
+    std::string kind = std::regex_replace(problem.substr(problem.find(": ") + 2), kId, "{id}");
     if (kinds.insert(kind).second) {
       text += "\n  " + problem;
     }

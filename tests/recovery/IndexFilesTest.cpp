@@ -15,11 +15,7 @@
 namespace vorna::recovery {
 namespace {
 
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 class IndexFilesTest : public testfixture::ServiceTest {};
 
@@ -100,15 +96,11 @@ TEST_F(IndexFilesTest, ADamagedIndexIsReportedAndLeftUntouched) {
   };
   const Case cases[] = {
       {"drafts.json", "", "not valid JSON"},
-      {"drafts.json", "[" + draft.substr(0, 40), "not valid JSON"},
       {"drafts.json", "{}", "expected an array"},
       {"drafts.json", "[" + draft + ",{\"discarded\":\"no\"}]",
        "element 1: wrong type for key: discarded"},
-      {"drafts.json", "[{\"discarded\":true,\"payloadPath\":\"/p\"}]",
-       "element 0: missing key: record"},
       {"conflicts.json", "[{\"payloads\":[],\"record\":{}}]",
        "element 0: wrong type for key: payloads"},
-      {"conflicts.json", "null", "expected an array"},
       {"operations.json", "[{\"id\":\"x\"}]", "element 0: missing key: label"},
       {"operations.json", "[] []", "not valid JSON"},
       {"drafts.journal", "{\"snapshot\":null}\nnot json\n{\"append\":" + draft + "}\n",
@@ -287,21 +279,15 @@ TEST_F(IndexFilesTest, WritersThatComeDuringAWriteShareTheNextOneAndItsOutcome) 
             std::this_thread::yield();
           }
         }
+        const std::string name = "/p" + std::to_string(i) + ".html";
         try {
-          service().saveDraft(page("p" + std::to_string(i) + ".html"), "draft", std::nullopt);
-        } catch (const contracts::RecoveryError& error) {
-          outcomes[i] = error.description();
-        }
-        if (outcomes[i].starts_with(
-                "recovery store unavailable: cannot write drafts.json: write failed on ")) {
-          outcomes[i] = "write failed";
-        } else if (outcomes[i].empty()) {
+          service().saveDraft(workspace + name, "draft", std::nullopt);
           // Its record is on disk now, whoever wrote it.
           const std::string onDisk = readFileOrEmpty(indexFile("drafts.json")) +
                                      readFileOrEmpty(indexFile("drafts.journal"));
-          outcomes[i] = onDisk.find("/p" + std::to_string(i) + ".html") != std::string::npos
-                            ? "on disk"
-                            : "answered before its write";
+          outcomes[i] = onDisk.contains(name) ? "on disk" : "answered before its write";
+        } catch (const contracts::RecoveryError& error) {
+          outcomes[i] = error.description();
         }
       });
     }
@@ -310,9 +296,12 @@ TEST_F(IndexFilesTest, WritersThatComeDuringAWriteShareTheNextOneAndItsOutcome) 
     }
     fs.clearFaults();
     EXPECT_EQ(draftCalls(FsCall::write) - writesBefore, 2);
-    EXPECT_EQ(outcomes[0], "on disk");
-    for (int i = 1; i < kWriters; ++i) {
-      EXPECT_EQ(outcomes[i], nextWriteFails ? "write failed" : "on disk") << i;
+    for (int i = 0; i < kWriters; ++i) {
+      EXPECT_TRUE(nextWriteFails && i > 0
+                      ? outcomes[i].starts_with("recovery store unavailable: cannot write "
+                                                "drafts.json: write failed on ")
+                      : outcomes[i] == "on disk")
+          << i << ": " << outcomes[i];
     }
     EXPECT_EQ(service().drafts().size(), nextWriteFails ? 1u : size_t{kWriters});
   }

@@ -12,15 +12,10 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::CandidateRecord;
 using contracts::ConflictRecord;
 using Role = contracts::CandidateRecord::Role;
-using storage::RecoveryEntry;
-using storage::RecoveryKind;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
 
 std::string hexOf(const std::string& bytes) {
   return storage::Fingerprint::ofBytes(bytes).hex;

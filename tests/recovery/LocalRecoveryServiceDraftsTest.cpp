@@ -5,11 +5,8 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::DraftRecord;
-using testfixture::escaped;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testing::FsCall;
 
 constexpr const char* kSha256OfNothing =
     "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
@@ -64,7 +61,6 @@ TEST_F(DraftsTest, DiscardingHidesTheDraftButKeepsItsBytesAndWithoutADraftWrites
   EXPECT_EQ(service().draftBytes(record.id), "kept");
   EXPECT_NE(readFileOrEmpty(indexFile("drafts.journal")).find("\"discarded\":true"),
             std::string::npos);
-  // A new draft after discarding is current again.
   DraftRecord again = service().saveDraft(page("a.html"), "again", std::nullopt).record;
   EXPECT_EQ(service().drafts(), std::vector<DraftRecord>{again});
 }

@@ -5,10 +5,9 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::OperationRecord;
 using State = contracts::OperationRecord::StepState;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
 
 class JournalTest : public testfixture::ServiceTest {
  protected:

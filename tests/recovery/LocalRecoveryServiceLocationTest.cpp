@@ -12,14 +12,7 @@
 namespace vorna::recovery {
 namespace {
 
-using contracts::RecoveryError;
-using testfixture::escaped;
-using testfixture::hours;
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 // Location tests keep workspace, store and data folder on one real disk, so
 // that "the same volume" means what it says.
@@ -85,7 +78,6 @@ TEST_F(LocationTest, AnUnreadableOrForeignIdentityIsReportedAndLeftUntouched) {
   const Case cases[] = {
       {"", "not valid JSON"},
       {"{\"createdAt\":\"2026-01-02T03:04:05Z\",\"worksp", "not valid JSON"},
-      {"identity", "not valid JSON"},
       {"[]", "expected an object"},
       {"{\"createdAt\":\"2026-01-02T03:04:05Z\",\"workspaceID\":\"x\",\"workspacePath\":7}",
        "wrong type for key: workspacePath"},

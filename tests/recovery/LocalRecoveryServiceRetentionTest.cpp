@@ -7,15 +7,8 @@
 namespace vorna::recovery {
 namespace {
 
+using namespace testfixture;
 using contracts::DraftRecord;
-using storage::RecoveryEntry;
-using storage::RecoveryKind;
-using testfixture::hours;
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
 
 class RetentionTest : public testfixture::ServiceTest {
  protected:
@@ -32,7 +25,6 @@ class RetentionTest : public testfixture::ServiceTest {
     return entries;
   }
 
-  // A draft saved `age` ago and then discarded.
   DraftRecord discardedDraft(const std::string& name, const std::string& bytes,
                              std::chrono::seconds age) {
     contracts::Timestamp real = now;

@@ -9,12 +9,7 @@
 namespace vorna::recovery {
 namespace {
 
-using storage::RecoveryEntry;
-using testfixture::namesIn;
-using testfixture::readFileOrEmpty;
-using testfixture::recoveryErrorOf;
-using testfixture::writeRaw;
-using testing::FsCall;
+using namespace testfixture;
 
 constexpr const char* kUuid = "6F1C0B4E-2D1A-4C1B-9E0F-3A5B7C9D1E2F";
 

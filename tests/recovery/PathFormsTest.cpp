@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "recovery/PathForms.h"
 #include "support/FaultInjectingFileSystem.h"
@@ -14,12 +15,6 @@ namespace {
 using testing::FaultInjectingFileSystem;
 using testing::FsCall;
 
-std::string workingFolder() {
-  char cwd[4096];
-  EXPECT_NE(::getcwd(cwd, sizeof cwd), nullptr);
-  return cwd;
-}
-
 TEST(PathFormsTest, StandardisingFoldsDotsAndSlashesAsTextAndInsideIsTheFolderOrBelow) {
   const std::pair<std::string, std::string> cases[] = {
       {"/a/./site/../site/x.html", "/a/site/x.html"},
@@ -27,15 +22,18 @@ TEST(PathFormsTest, StandardisingFoldsDotsAndSlashesAsTextAndInsideIsTheFolderOr
       {"/../..", "/"},
       {"//", "/"},
       {"/a/b/../../..", "/"},
-      {"x/../y", workingFolder() + "/y"},
+      {"x/../y", std::filesystem::current_path().string() + "/y"},
   };
   for (const auto& [input, expected] : cases) {
     EXPECT_EQ(standardisedPath(input), expected) << input;
   }
   const std::tuple<std::string, std::string, bool> insideCases[] = {
-      {"/a/site", "/a/site", true},       {"/a/site/.rec/x", "/a/site", true},
-      {"/a/site-store/x", "/a/site", false}, {"/a/site2", "/a/site", false},
-      {"/a", "/a/site", false},           {"/anything", "/", true},
+      {"/a/site", "/a/site", true},
+      {"/a/site/.rec/x", "/a/site", true},
+      {"/a/site-store/x", "/a/site", false},
+      {"/a/site2", "/a/site", false},
+      {"/a", "/a/site", false},
+      {"/anything", "/", true},
   };
   for (const auto& [path, folder, inside] : insideCases) {
     EXPECT_EQ(isSameOrInside(path, folder), inside) << path << " in " << folder;
@@ -106,7 +104,7 @@ TEST(PathFormsTest, CanonicalPathsResolveAsTheFileSystemWould) {
   }
   // Never fails: what cannot be resolved is standardised only.
   EXPECT_EQ(resolvedPath(site + "/alias/../a/./x", fs), site + "/a/x");
-  EXPECT_EQ(resolvedPath("x/../y", fs), workingFolder() + "/y");
+  EXPECT_EQ(resolvedPath("x/../y", fs), std::filesystem::current_path().string() + "/y");
 }
 
 TEST(PathFormsTest, ReadlinkIsNotAskedBelowAMissingFolderAndOtherFailuresArePlainNames) {

@@ -26,6 +26,11 @@ using contracts::RecoveryError;
 using contracts::Timestamp;
 using std::chrono::hours;
 using std::chrono::seconds;
+using storage::RecoveryEntry;
+using storage::RecoveryKind;
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
+using testing::namesIn;
 
 // The text of the RecoveryError `body` throws; fails the test when it throws
 // nothing or something else.
@@ -47,7 +52,6 @@ inline std::string escaped(const std::string& text) {
   return std::regex_replace(text, std::regex("/"), "\\/");
 }
 
-// The whole file, or "" when it cannot be read.
 inline std::string readFileOrEmpty(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
@@ -57,8 +61,6 @@ inline void writeRaw(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   ASSERT_TRUE(out << bytes) << path;
 }
-
-using testing::namesIn;
 
 // A workspace "site" and a store root "store" side by side in a fresh folder,
 // a file system that can fail any call, a clock that stands still until moved

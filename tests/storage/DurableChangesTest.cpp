@@ -21,22 +21,8 @@
 namespace vorna::storage {
 namespace {
 
+using namespace testfixture;
 using AcrossFileSystems = DurableChanges::AcrossFileSystems;
-using testfixture::statOf;
-using testing::FaultInjectingFileSystem;
-using testing::FsCall;
-using testing::TempDir;
-
-template <typename Body>
-FileOpError errorOf(Body body) {
-  try {
-    body();
-  } catch (const FileOpError& error) {
-    return error;
-  }
-  ADD_FAILURE() << "no FileOpError thrown";
-  return FileOpError::notAFile("");
-}
 
 TEST(DurableChanges, NewAndReplacedFilesAreMadeWholeWithTheirModeWhateverTheKernelAccepts) {
   TempDir dir;

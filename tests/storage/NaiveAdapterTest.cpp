@@ -8,8 +8,7 @@
 namespace vorna::storage {
 namespace {
 
-using testfixture::fp;
-using testfixture::modeOf;
+using namespace testfixture;
 
 class NaiveAdapterTest : public ::testing::Test, protected testfixture::PageFixture {
  protected:

@@ -9,8 +9,10 @@
 #include <string>
 #include <vector>
 
+#include "storage/FileOpError.h"
 #include "storage/Fingerprint.h"
 #include "storage/SaveOutcome.h"
+#include "support/FaultInjectingFileSystem.h"
 #include "support/TempDir.h"
 
 // Shared by the adapter tests: a page "index.html" in a folder "site", and a
@@ -54,8 +56,24 @@ struct PageFixture {
   std::vector<std::string> swapFiles() const { return testing::namesIn(folder, ".vn-swap-"); }
 };
 
+using testing::FaultInjectingFileSystem;
+using testing::FsCall;
 using testing::modeOf;
+using testing::readFile;
 using testing::statOf;
+using testing::TempDir;
+
+// The FileOpError `body` throws; fails the test when it throws none.
+template <typename Body>
+FileOpError errorOf(Body body) {
+  try {
+    body();
+  } catch (const FileOpError& error) {
+    return error;
+  }
+  ADD_FAILURE() << "no FileOpError thrown";
+  return FileOpError::notAFile("");
+}
 
 inline Fingerprint fp(const std::string& bytes) {
   return Fingerprint::ofBytes(bytes);

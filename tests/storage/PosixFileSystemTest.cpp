@@ -1,12 +1,9 @@
-#include "storage/PosixFileSystem.h"
-
 #include <gtest/gtest.h>
-
-#include <algorithm>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "storage/PosixFileSystem.h"
 #include "support/TempDir.h"
 
 namespace vorna::storage {
@@ -30,18 +27,6 @@ TEST(PosixFileSystem, ReadlinkReturnsTargetsOfAnyLength) {
   EXPECT_EQ(fs.readlink(dir / "plain", unchanged), -1);
   EXPECT_EQ(errno, EINVAL);
   EXPECT_EQ(unchanged, "kept");
-}
-
-TEST(PosixFileSystem, ListDirectoryOmitsDotEntries) {
-  TempDir dir;
-  dir.write("a", "");
-  dir.makeFolder("b");
-  std::vector<std::string> names;
-  ASSERT_EQ(FileSystem::real().listDirectory(dir.path(), names), 0);
-  std::sort(names.begin(), names.end());
-  EXPECT_EQ(names, (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(FileSystem::real().listDirectory(dir / "missing", names), -1);
-  EXPECT_EQ(errno, ENOENT);
 }
 
 }  // namespace

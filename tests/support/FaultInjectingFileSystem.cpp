@@ -17,8 +17,7 @@ FaultInjectingFileSystem::FaultInjectingFileSystem(storage::FileSystem& target)
     : ForwardingFileSystem(target) {}
 
 void FaultInjectingFileSystem::failNth(FsCall call, int occurrence, int errorNumber) {
-  std::lock_guard lock(mutex_);
-  rules_.push_back({call, occurrence, errorNumber, nullptr});
+  failNthMatching(call, nullptr, occurrence, errorNumber);
 }
 
 void FaultInjectingFileSystem::skipNth(FsCall call, int occurrence) {
@@ -26,11 +25,9 @@ void FaultInjectingFileSystem::skipNth(FsCall call, int occurrence) {
 }
 
 void FaultInjectingFileSystem::failWhere(FsCall call, std::string pathPart, int errorNumber) {
-  std::lock_guard lock(mutex_);
-  rules_.push_back(
-      {call, 0, errorNumber, [pathPart = std::move(pathPart)](const std::string& path) {
-         return path.find(pathPart) != std::string::npos;
-       }});
+  failNthMatching(
+      call, [part = std::move(pathPart)](const std::string& path) { return path.contains(part); },
+      0, errorNumber);
 }
 
 void FaultInjectingFileSystem::failNthMatching(FsCall call, PathMatcher matches, int occurrence,
@@ -64,8 +61,7 @@ std::vector<FaultInjectingFileSystem::Call> FaultInjectingFileSystem::calls() co
 
 size_t FaultInjectingFileSystem::count(FsCall call) const {
   std::lock_guard lock(mutex_);
-  return static_cast<size_t>(
-      std::count_if(calls_.begin(), calls_.end(), [&](const Call& c) { return c.call == call; }));
+  return static_cast<size_t>(countMatching(call, nullptr));
 }
 
 int FaultInjectingFileSystem::countMatching(FsCall call, const PathMatcher& matches) const {
@@ -139,11 +135,7 @@ int FaultInjectingFileSystem::close(int fd) {
   std::string path = pathOf(fd);
   {
     std::lock_guard lock(mutex_);
-    auto it = std::find_if(openPaths_.begin(), openPaths_.end(),
-                           [&](const auto& entry) { return entry.first == fd; });
-    if (it != openPaths_.end()) {
-      openPaths_.erase(it);
-    }
+    std::erase_if(openPaths_, [&](const auto& entry) { return entry.first == fd; });
   }
   // The descriptor is released even when the close is made to fail, as on Linux.
   const int injected = admit(FsCall::close, path);

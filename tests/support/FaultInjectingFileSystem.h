@@ -28,7 +28,7 @@ enum class FsCall {
   lstat,
   chmod,
   readlink,
-  listDirectory,
+  listDirectory
 };
 
 const char* fsCallName(FsCall call);

@@ -40,7 +40,7 @@ bool SimulatedDisk::Change::isEntryChange() const {
 }
 
 SimulatedDisk::SimulatedDisk() {
-  nodes_.push_back(Node{.folder = true, .mode = 0755});
+  nodes_.push_back(Node{.folder = true});
   durable_ = nodes_;
 }
 
@@ -165,15 +165,15 @@ void SimulatedDisk::make(Change change) {
   changes_.push_back(std::move(change));
 }
 
-SimulatedDisk::Id SimulatedDisk::newNode(bool folder, mode_t mode, dev_t device) {
-  nodes_.push_back(Node{.folder = folder, .mode = mode & 07777, .device = device});
+SimulatedDisk::Id SimulatedDisk::newNode(bool folder, dev_t device) {
+  nodes_.push_back(Node{.folder = folder, .device = device});
   return static_cast<Id>(nodes_.size() - 1);
 }
 
 void SimulatedDisk::fill(Id id, struct stat* out) const {
   const Node& node = nodes_[id];
   std::memset(out, 0, sizeof *out);
-  out->st_mode = (node.folder ? S_IFDIR : S_IFREG) | node.mode;
+  out->st_mode = node.folder ? S_IFDIR | 0755 : S_IFREG | 0644;
   out->st_ino = id + 1;
   out->st_dev = node.device;
   out->st_nlink = 1;
@@ -186,7 +186,7 @@ void SimulatedDisk::fill(Id id, struct stat* out) const {
 
 // ---- The seam ----
 
-int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
+int SimulatedDisk::open(const std::string& path, int flags, mode_t) {
   std::lock_guard lock(mutex_);
   const bool writable = (flags & O_ACCMODE) != O_RDONLY;
   Id id = 0;
@@ -211,7 +211,7 @@ int SimulatedDisk::open(const std::string& path, int flags, mode_t mode) {
     if (int parentError = lookupParent(path, folder, name)) {
       return fail(parentError);
     }
-    id = newNode(false, mode, nodes_[folder].device);
+    id = newNode(false, nodes_[folder].device);
     make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   } else {
     return fail(error);
@@ -282,14 +282,6 @@ int SimulatedDisk::fstat(int fd, struct stat* out) {
   return 0;
 }
 
-int SimulatedDisk::rename(const std::string& from, const std::string& to) {
-  return move(from, to, /*replace=*/true);
-}
-
-int SimulatedDisk::renameNoReplace(const std::string& from, const std::string& to) {
-  return move(from, to, /*replace=*/false);
-}
-
 int SimulatedDisk::move(const std::string& from, const std::string& to, bool replace) {
   std::lock_guard lock(mutex_);
   Id fromFolder = 0;
@@ -350,16 +342,14 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
   std::lock_guard lock(mutex_);
   Id folderA = 0;
   Id folderB = 0;
+  Id node = 0;
   std::string nameA;
   std::string nameB;
-  if (int error = lookupParent(a, folderA, nameA)) {
+  if (int error = lookupEntry(a, folderA, nameA, node)) {
     return fail(error);
   }
-  if (int error = lookupParent(b, folderB, nameB)) {
+  if (int error = lookupEntry(b, folderB, nameB, node)) {
     return fail(error);
-  }
-  if (!nodes_[folderA].entries.contains(nameA) || !nodes_[folderB].entries.contains(nameB)) {
-    return fail(ENOENT);
   }
   if (nodes_[folderA].device != nodes_[folderB].device) {
     return fail(EXDEV);
@@ -370,14 +360,6 @@ int SimulatedDisk::exchange(const std::string& a, const std::string& b) {
         .name = nameA,
         .otherName = nameB});
   return 0;
-}
-
-int SimulatedDisk::unlink(const std::string& path) {
-  return remove(path, /*folder=*/false);
-}
-
-int SimulatedDisk::rmdir(const std::string& path) {
-  return remove(path, /*folder=*/true);
 }
 
 int SimulatedDisk::remove(const std::string& path, bool folder) {
@@ -398,7 +380,7 @@ int SimulatedDisk::remove(const std::string& path, bool folder) {
   return 0;
 }
 
-int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
+int SimulatedDisk::mkdir(const std::string& path, mode_t) {
   std::lock_guard lock(mutex_);
   Id folder = 0;
   std::string name;
@@ -408,7 +390,7 @@ int SimulatedDisk::mkdir(const std::string& path, mode_t mode) {
   if (nodes_[folder].entries.contains(name)) {
     return fail(EEXIST);
   }
-  Id id = newNode(true, mode, nodes_[folder].device);
+  Id id = newNode(true, nodes_[folder].device);
   make({.kind = Change::Kind::link, .node = id, .folder = folder, .name = name});
   return 0;
 }
@@ -423,18 +405,11 @@ int SimulatedDisk::stat(const std::string& path, struct stat* out) {
   return 0;
 }
 
-int SimulatedDisk::lstat(const std::string& path, struct stat* out) {
-  return stat(path, out);
-}
-
-int SimulatedDisk::chmod(const std::string& path, mode_t mode) {
+int SimulatedDisk::chmod(const std::string& path, mode_t) {
   std::lock_guard lock(mutex_);
   Id id = 0;
-  if (int error = lookup(path, id)) {
-    return fail(error);
-  }
-  nodes_[id].mode = mode & 07777;
-  return 0;
+  int error = lookup(path, id);
+  return error == 0 ? 0 : fail(error);
 }
 
 ssize_t SimulatedDisk::readlink(const std::string& path, std::string&) {
@@ -548,8 +523,7 @@ void SimulatedDisk::forEachCrashState(
     base = durable_;
     // Nodes made since markDurable start out empty, as a power cut finds them.
     for (size_t id = base.size(); id < nodes_.size(); ++id) {
-      base.push_back(
-          Node{.folder = nodes_[id].folder, .mode = nodes_[id].mode, .device = nodes_[id].device});
+      base.push_back(Node{.folder = nodes_[id].folder, .device = nodes_[id].device});
     }
     changes.assign(changes_.begin(), changes_.begin() + static_cast<ptrdiff_t>(count));
     nextDevice = nextDevice_;

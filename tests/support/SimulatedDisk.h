@@ -53,7 +53,7 @@ namespace vorna::testing {
 //     happens to commit them together; the host does not lean on that, just
 //     as CrashMonkey (OSDI '18) holds a file system only to what was
 //     explicitly persisted.
-//  7. Permission bits and times are not modelled.
+//  7. Permission bits and times are not modelled: stat reports 0644 or 0755.
 //
 // Flushing a folder pins every change made so far in it (and, by rules 4 and
 // 5, every change those depend on); a state keeps, per folder, a prefix of its
@@ -103,14 +103,18 @@ class SimulatedDisk final : public storage::FileSystem {
   ssize_t write(int fd, const void* buffer, size_t count) override;
   int fsync(int fd) override;
   int fstat(int fd, struct stat* out) override;
-  int rename(const std::string& from, const std::string& to) override;
-  int renameNoReplace(const std::string& from, const std::string& to) override;
+  int rename(const std::string& from, const std::string& to) override {
+    return move(from, to, true);
+  }
+  int renameNoReplace(const std::string& from, const std::string& to) override {
+    return move(from, to, false);
+  }
   int exchange(const std::string& a, const std::string& b) override;
-  int unlink(const std::string& path) override;
+  int unlink(const std::string& path) override { return remove(path, /*folder=*/false); }
   int mkdir(const std::string& path, mode_t mode) override;
-  int rmdir(const std::string& path) override;
+  int rmdir(const std::string& path) override { return remove(path, /*folder=*/true); }
   int stat(const std::string& path, struct stat* out) override;
-  int lstat(const std::string& path, struct stat* out) override;
+  int lstat(const std::string& path, struct stat* out) override { return stat(path, out); }
   int chmod(const std::string& path, mode_t mode) override;
   ssize_t readlink(const std::string& path, std::string& target) override;
   int listDirectory(const std::string& path, std::vector<std::string>& names) override;
@@ -119,7 +123,6 @@ class SimulatedDisk final : public storage::FileSystem {
   using Id = uint32_t;
   struct Node {
     bool folder = false;
-    mode_t mode = 0644;
     dev_t device = 1;
     std::string data{};                   // a file's bytes
     std::map<std::string, Id> entries{};  // a folder's entries
@@ -148,15 +151,13 @@ class SimulatedDisk final : public storage::FileSystem {
   int lookupParent(const std::string& path, Id& folder, std::string& name) const;
   // As lookupParent, and the node of the entry there (ENOENT when none).
   int lookupEntry(const std::string& path, Id& folder, std::string& name, Id& node) const;
-  // unlink(2), or rmdir(2) when `folder` is true.
   int remove(const std::string& path, bool folder);
   // rename(2), or renameat2 with RENAME_NOREPLACE when `replace` is false.
   int move(const std::string& from, const std::string& to, bool replace);
-  // Applies `change` to `nodes` (entry changes and data changes alike).
   static void apply(std::vector<Node>& nodes, const Change& change);
   // Records and applies a change; needs mutex_.
   void make(Change change);
-  Id newNode(bool folder, mode_t mode, dev_t device);
+  Id newNode(bool folder, dev_t device);
   void fill(Id id, struct stat* out) const;
   // Calls `visit` with every node below `folder` and its path, each folder
   // before what it holds, in name order.
