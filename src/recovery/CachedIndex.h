@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -116,34 +117,50 @@ class CachedIndex {
     commit(hold);
   }
 
-  // Writes `list`, the records as entries() gave them with those at `changed`
-  // altered (nothing added or removed).
-  void change(std::vector<T> list, const std::vector<size_t>& changed,
-              std::unique_lock<std::mutex>& hold) {
+  // Writes the records with each one at a given index replaced (nothing added
+  // or removed). Only the changed records are copied, so the cost does not
+  // grow with the list.
+  void change(std::vector<std::pair<size_t, T>> changes, std::unique_lock<std::mutex>& hold) {
     entries();
     std::vector<std::string> texts;
-    texts.reserve(changed.size());
-    for (size_t index : changed) {
-      texts.push_back(textOf(list.at(index)));
+    texts.reserve(changes.size());
+    for (const auto& [index, record] : changes) {
+      static_cast<void>(state_->entries.at(index));
+      texts.push_back(textOf(record));
     }
-    for (size_t at = 0; at < changed.size(); ++at) {
-      pending_ += IndexJournal::changeLine(changed[at], texts[at]);
-      state_->texts.at(changed[at]) = std::move(texts[at]);
+    for (size_t at = 0; at < changes.size(); ++at) {
+      const size_t index = changes[at].first;
+      pending_ += IndexJournal::changeLine(index, texts[at]);
+      state_->texts[index] = std::move(texts[at]);
+      state_->entries[index] = std::move(changes[at].second);
     }
-    state_->entries = std::move(list);
     ++generation_;
     commit(hold);
   }
 
+  // Waits, letting the lock go, until no write is under way; true when it had
+  // to wait, and the list may then have changed.
+  bool awaitWrites(std::unique_lock<std::mutex>& hold) {
+    if (!writing_) {
+      return false;
+    }
+    writable_.wait(hold, [this] { return !writing_; });
+    return true;
+  }
+
   // Writes `list` whole as the new snapshot, without letting go of the lock.
+  // `list` must be made from entries() under this hold while no write is under
+  // way (awaitWrites): a change that came during a write would otherwise be
+  // lost, though its writer was told it is on disk.
   void rewrite(std::vector<T> list, std::unique_lock<std::mutex>& hold) {
+    if (!hold.owns_lock() || writing_) {
+      throw std::logic_error("CachedIndex::rewrite without the lock or during a write");
+    }
     State fresh;
     for (const T& record : list) {
       fresh.texts.push_back(textOf(record));
     }
     fresh.entries = std::move(list);
-    // A write under way carries an older list and must land first.
-    writable_.wait(hold, [this] { return !writing_; });
     state_ = std::move(fresh);
     pending_.clear();
     ++generation_;

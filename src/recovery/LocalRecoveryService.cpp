@@ -63,14 +63,15 @@ std::string describe(const std::exception& error) {
   return error.what();
 }
 
-// The first record with `id`; notFound "operation {id}" when there is none.
-OperationRecord& operationIn(std::vector<OperationRecord>& journal, const std::string& id) {
+// The index of the first record with `id`; notFound "operation {id}" when
+// there is none.
+size_t operationIn(const std::vector<OperationRecord>& journal, const std::string& id) {
   auto found = std::find_if(journal.begin(), journal.end(),
                             [&](const OperationRecord& record) { return record.id == id; });
   if (found == journal.end()) {
     throw RecoveryError::notFound("operation " + id);
   }
-  return *found;
+  return static_cast<size_t>(found - journal.begin());
 }
 
 }  // namespace
@@ -227,27 +228,31 @@ Bytes LocalRecoveryService::draftBytes(const std::string& id) {
 void LocalRecoveryService::discardDraft(const std::string& pagePath) {
   std::unique_lock hold(lock_);
   const std::string page = standardisedPath(pagePath);
-  std::vector<DraftEntry> list = readDrafts();
-  std::vector<size_t> marked;
-  for (size_t index = 0; index < list.size(); ++index) {
-    if (list[index].record.pagePath == page && !list[index].discarded) {
-      list[index].discarded = true;
-      marked.push_back(index);
+  std::vector<std::pair<size_t, DraftEntry>> marks;
+  {
+    const std::vector<DraftEntry>& list = readDrafts();
+    for (size_t index = 0; index < list.size(); ++index) {
+      if (list[index].record.pagePath == page && !list[index].discarded) {
+        marks.emplace_back(index, list[index]);
+        marks.back().second.discarded = true;
+      }
     }
   }
-  RetentionPlan plan = retentionPlan({page}, list, storeEntriesForOnePage());
-  // Deletions follow the plan made under this hold: a conflict recorded
-  // meanwhile could pin what it deletes. Without dropped drafts they touch
-  // nothing the marks protect, so they need not wait for the marks' write.
-  if (plan.changed) {
-    drafts_->rewrite(std::move(plan.keptDrafts), hold);
-    prune(plan.deletions);
-    return;
+  // The marks are on disk before any payload goes. The plan is made under the
+  // hold that carries out its deletions (after the marks' write let it go): a
+  // conflict recorded meanwhile could pin what it deletes.
+  if (!marks.empty()) {
+    drafts_->change(std::move(marks), hold);
+  }
+  auto planned = [&] { return retentionPlan({page}, readDrafts(), storeEntriesForOnePage()); };
+  RetentionPlan plan = planned();
+  if (!plan.droppedDrafts.empty() && drafts_->awaitWrites(hold)) {
+    plan = planned();
+  }
+  if (!plan.droppedDrafts.empty()) {
+    drafts_->rewrite(plan.keptDrafts(readDrafts()), hold);
   }
   prune(plan.deletions);
-  if (!marked.empty()) {
-    drafts_->change(std::move(list), marked, hold);
-  }
 }
 
 std::string LocalRecoveryService::draftPayloadURL(const std::string& id) {
@@ -322,22 +327,21 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
   }
 
   std::unique_lock hold(lock_);
-  std::vector<ConflictEntry> list = readConflicts();
+  const std::vector<ConflictEntry>& list = readConflicts();
   auto open = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
     return entry.record.pagePath == page && !entry.record.resolvedAt;
   });
   const bool opened = open == list.end();
-  if (opened) {
-    list.push_back(ConflictEntry{.record = ConflictRecord{.id = storage::randomUuid(),
-                                                          .pagePath = page,
-                                                          .candidates = {},
-                                                          .openedAt = environment_.now(),
-                                                          .resolvedAt = std::nullopt,
-                                                          .chosenCandidateID = std::nullopt},
-                                 .payloads = {}});
-    open = std::prev(list.end());
-  }
-  ConflictEntry& conflict = *open;
+  const auto index = static_cast<size_t>(open - list.begin());
+  ConflictEntry conflict =
+      opened ? ConflictEntry{.record = ConflictRecord{.id = storage::randomUuid(),
+                                                      .pagePath = page,
+                                                      .candidates = {},
+                                                      .openedAt = environment_.now(),
+                                                      .resolvedAt = std::nullopt,
+                                                      .chosenCandidateID = std::nullopt},
+                             .payloads = {}}
+             : *open;
 
   std::unordered_set<std::string> known;
   bool hasBase = false;
@@ -387,10 +391,9 @@ ConflictRecord LocalRecoveryService::recordConflict(const std::string& pagePath,
 
   ConflictRecord result = conflict.record;
   if (opened) {
-    conflicts_->append(std::move(list.back()), hold);
+    conflicts_->append(std::move(conflict), hold);
   } else {
-    const auto index = static_cast<size_t>(&conflict - list.data());
-    conflicts_->change(std::move(list), {index}, hold);
+    conflicts_->change({{index, std::move(conflict)}}, hold);
   }
   return result;
 }
@@ -439,22 +442,22 @@ Bytes LocalRecoveryService::candidateBytes(const std::string& id) {
 void LocalRecoveryService::markResolved(const std::string& conflictID,
                                         const std::string& chosenCandidateID) {
   std::unique_lock hold(lock_);
-  std::vector<ConflictEntry> list = readConflicts();
-  auto conflict = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
+  const std::vector<ConflictEntry>& list = readConflicts();
+  auto found = std::find_if(list.begin(), list.end(), [&](const ConflictEntry& entry) {
     return entry.record.id == conflictID;
   });
-  if (conflict == list.end()) {
+  if (found == list.end()) {
     throw RecoveryError::notFound("conflict " + conflictID);
   }
-  const auto& candidates = conflict->record.candidates;
+  const auto& candidates = found->record.candidates;
   if (std::none_of(candidates.begin(), candidates.end(),
                    [&](const CandidateRecord& c) { return c.id == chosenCandidateID; })) {
     throw RecoveryError::notFound("candidate " + chosenCandidateID + " in conflict " + conflictID);
   }
-  conflict->record.resolvedAt = environment_.now();
-  conflict->record.chosenCandidateID = chosenCandidateID;
-  const auto index = static_cast<size_t>(conflict - list.begin());
-  conflicts_->change(std::move(list), {index}, hold);
+  ConflictEntry conflict = *found;
+  conflict.record.resolvedAt = environment_.now();
+  conflict.record.chosenCandidateID = chosenCandidateID;
+  conflicts_->change({{static_cast<size_t>(found - list.begin()), std::move(conflict)}}, hold);
 }
 
 // Operations journal
@@ -475,23 +478,23 @@ OperationRecord LocalRecoveryService::beginOperation(
 void LocalRecoveryService::updateStep(const std::string& operationID, std::int64_t index,
                                       OperationRecord::StepState state) {
   std::unique_lock hold(lock_);
-  std::vector<OperationRecord> journal = readOperations();
-  OperationRecord& operation = operationIn(journal, operationID);
-  if (index < 0 || static_cast<std::uint64_t>(index) >= operation.steps.size()) {
+  const std::vector<OperationRecord>& journal = readOperations();
+  const size_t at = operationIn(journal, operationID);
+  if (index < 0 || static_cast<std::uint64_t>(index) >= journal[at].steps.size()) {
     throw RecoveryError::notFound("step " + std::to_string(index) + " of operation " + operationID);
   }
+  OperationRecord operation = journal[at];
   operation.steps[static_cast<size_t>(index)].state = state;
-  const auto at = static_cast<size_t>(&operation - journal.data());
-  operations_->change(std::move(journal), {at}, hold);
+  operations_->change({{at, std::move(operation)}}, hold);
 }
 
 void LocalRecoveryService::finishOperation(const std::string& operationID) {
   std::unique_lock hold(lock_);
-  std::vector<OperationRecord> journal = readOperations();
-  OperationRecord& operation = operationIn(journal, operationID);
+  const std::vector<OperationRecord>& journal = readOperations();
+  const size_t at = operationIn(journal, operationID);
+  OperationRecord operation = journal[at];
   operation.finishedAt = environment_.now();
-  const auto at = static_cast<size_t>(&operation - journal.data());
-  operations_->change(std::move(journal), {at}, hold);
+  operations_->change({{at, std::move(operation)}}, hold);
 }
 
 std::vector<OperationRecord> LocalRecoveryService::unfinishedOperations() {
@@ -510,14 +513,8 @@ std::vector<OperationRecord> LocalRecoveryService::unfinishedOperations() {
 
 // Retention
 
-std::optional<std::unordered_set<std::string>> LocalRecoveryService::pinnedPayloadPaths(
-    const std::vector<DraftEntry>& drafts) {
-  std::vector<ConflictEntry> conflicts;
-  try {
-    conflicts = readConflicts();
-  } catch (const RecoveryError&) {
-    return std::nullopt;
-  }
+std::unordered_set<std::string> LocalRecoveryService::pinnedPayloadPaths(
+    const std::vector<DraftEntry>& drafts, const std::vector<ConflictEntry>& conflicts) {
   std::unordered_set<std::string> pinned;
   for (const DraftEntry& entry : drafts) {
     if (!entry.discarded) {
@@ -536,13 +533,26 @@ RetentionPlan LocalRecoveryService::retentionPlan(
     const std::set<std::string>& pages, const std::vector<DraftEntry>& drafts,
     const RetentionStoreIndex::EntriesByPage& storeEntries) {
   if (retainedPerPage_ < 0) {
-    return RetentionPlan::keepAll(drafts);
+    return {};
   }
-  std::optional<std::unordered_set<std::string>> pinned = pinnedPayloadPaths(drafts);
-  if (!pinned) {
-    return RetentionPlan::keepAll(drafts);
+  // Nothing is deleted while conflicts.json cannot be read. The list stays
+  // valid under the caller's hold.
+  const std::vector<ConflictEntry>* conflicts = nullptr;
+  try {
+    conflicts = &readConflicts();
+  } catch (const RecoveryError&) {
+    return {};
   }
-  return RetentionPlan::make(pages, drafts, *pinned, storeEntries, retentionStore_->directory(),
+  // Gathered only once a version is old enough to go, which most discards
+  // never meet: the pins grow with the workspace's history.
+  std::optional<std::unordered_set<std::string>> pinned;
+  auto isPinned = [&](const std::string& payloadPath) {
+    if (!pinned) {
+      pinned = pinnedPayloadPaths(drafts, *conflicts);
+    }
+    return pinned->contains(payloadPath);
+  };
+  return RetentionPlan::make(pages, drafts, isPinned, storeEntries, retentionStore_->directory(),
                              retainedPerPage_, retentionGrace_, environment_.now());
 }
 
@@ -587,7 +597,10 @@ void LocalRecoveryService::prune(const std::vector<std::string>& payloadPaths) {
 
 void LocalRecoveryService::enforceRetentionBudget() {
   std::unique_lock hold(lock_);
-  const std::vector<DraftEntry> list = readDrafts();
+  // A plan that drops drafts is made while no write of them is under way, so
+  // the list it keeps is the whole list (CachedIndex::rewrite).
+  drafts_->awaitWrites(hold);
+  const std::vector<DraftEntry>& list = readDrafts();
   // The store index is refreshed once per pass: under the lock nothing of this
   // service changes the store between gathering the pages and planning.
   const RetentionStoreIndex::EntriesByPage& storeEntries = storeIndex_.refresh(*retentionStore_);
@@ -602,8 +615,8 @@ void LocalRecoveryService::enforceRetentionBudget() {
     return;
   }
   RetentionPlan plan = retentionPlan(pages, list, storeEntries);
-  if (plan.changed) {
-    drafts_->rewrite(std::move(plan.keptDrafts), hold);
+  if (!plan.droppedDrafts.empty()) {
+    drafts_->rewrite(plan.keptDrafts(list), hold);
   }
   prune(plan.deletions);
 }

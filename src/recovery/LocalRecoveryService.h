@@ -155,10 +155,9 @@ class LocalRecoveryService final : public RecoveryServicing, public RecoveryMain
   const std::vector<DraftEntry>& readDrafts();
   const std::vector<ConflictEntry>& readConflicts();
   const std::vector<contracts::OperationRecord>& readOperations();
-  // The payloads no retention pass may delete; nothing when conflicts.json
-  // cannot be read, which must stop every deletion.
-  std::optional<std::unordered_set<std::string>> pinnedPayloadPaths(
-      const std::vector<DraftEntry>& drafts);
+  // The payloads no retention pass may delete.
+  static std::unordered_set<std::string> pinnedPayloadPaths(
+      const std::vector<DraftEntry>& drafts, const std::vector<ConflictEntry>& conflicts);
   // `storeEntries` must have been refreshed under the current hold of the lock.
   RetentionPlan retentionPlan(const std::set<std::string>& pages,
                               const std::vector<DraftEntry>& drafts,

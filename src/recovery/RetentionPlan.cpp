@@ -24,38 +24,46 @@ bool newerFirst(contracts::Timestamp timeA, const std::string& idA, contracts::T
 
 }  // namespace
 
-RetentionPlan RetentionPlan::keepAll(const std::vector<DraftEntry>& drafts) {
-  return RetentionPlan{.keptDrafts = drafts, .deletions = {}, .changed = false};
+std::vector<DraftEntry> RetentionPlan::keptDrafts(const std::vector<DraftEntry>& drafts) const {
+  std::vector<DraftEntry> kept;
+  kept.reserve(drafts.size() - droppedDrafts.size());
+  auto dropped = droppedDrafts.begin();
+  for (size_t index = 0; index < drafts.size(); ++index) {
+    if (dropped != droppedDrafts.end() && *dropped == index) {
+      ++dropped;
+    } else {
+      kept.push_back(drafts[index]);
+    }
+  }
+  return kept;
 }
 
 RetentionPlan RetentionPlan::make(const std::set<std::string>& pages,
                                   const std::vector<DraftEntry>& drafts,
-                                  const std::unordered_set<std::string>& pinned,
+                                  const std::function<bool(const std::string&)>& pinned,
                                   const RetentionStoreIndex::EntriesByPage& storeEntries,
                                   const std::string& storeDirectory, std::int64_t retainedPerPage,
                                   double retentionGrace, contracts::Timestamp now) {
   if (retainedPerPage < 0) {
-    return keepAll(drafts);
+    return {};
   }
   const auto keep = static_cast<size_t>(retainedPerPage);
   // Compared in seconds as doubles so that no grace, however large, overflows;
   // a grace that is not a number makes nothing old.
   const double cutoff = secondsOf(now) - retentionGrace;
   auto deletable = [&](contracts::Timestamp capturedAt, const std::string& payloadPath) {
-    return secondsOf(capturedAt) < cutoff && !pinned.contains(payloadPath) &&
-           storage::parentFolder(payloadPath) == storeDirectory;
+    return secondsOf(capturedAt) < cutoff &&
+           storage::parentFolder(payloadPath) == storeDirectory && !pinned(payloadPath);
   };
 
   std::map<std::string, std::vector<size_t>> discardedByPage;
   for (size_t index = 0; index < drafts.size(); ++index) {
-    if (drafts[index].discarded) {
+    if (drafts[index].discarded && pages.contains(drafts[index].record.pagePath)) {
       discardedByPage[drafts[index].record.pagePath].push_back(index);
     }
   }
 
   RetentionPlan plan;
-  std::vector<bool> dropped(drafts.size(), false);
-  bool anyDropped = false;
   for (const std::string& page : pages) {
     if (auto found = discardedByPage.find(page); found != discardedByPage.end()) {
       std::vector<size_t>& indices = found->second;
@@ -67,8 +75,7 @@ RetentionPlan RetentionPlan::make(const std::set<std::string>& pages,
         const DraftEntry& entry = drafts[indices[rank]];
         if (deletable(entry.record.capturedAt, entry.payloadPath)) {
           plan.deletions.push_back(entry.payloadPath);
-          dropped[indices[rank]] = true;
-          anyDropped = true;
+          plan.droppedDrafts.push_back(indices[rank]);
         }
       }
     }
@@ -90,16 +97,7 @@ RetentionPlan RetentionPlan::make(const std::set<std::string>& pages,
     }
   }
 
-  if (!anyDropped) {
-    plan.keptDrafts = drafts;
-    return plan;
-  }
-  for (size_t index = 0; index < drafts.size(); ++index) {
-    if (!dropped[index]) {
-      plan.keptDrafts.push_back(drafts[index]);
-    }
-  }
-  plan.changed = true;
+  std::sort(plan.droppedDrafts.begin(), plan.droppedDrafts.end());
   return plan;
 }
 

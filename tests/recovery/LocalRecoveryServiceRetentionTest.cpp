@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <thread>
 
 #include "ServiceFixture.h"
+#include "support/TimeLimit.h"
 
 namespace vorna::recovery {
 namespace {
@@ -216,6 +219,42 @@ TEST_F(RetentionTest, NothingIsDeletedWhileAnIndexCannotBeRead) {
             "recovery store unavailable: recovery index drafts.json is unreadable and was left "
             "untouched: not valid JSON");
   EXPECT_EQ(keptCount(versions), 2u);
+}
+
+// A pass that drops a draft writes the whole list anew. A draft recorded while
+// another draft's write held the pass back must be in that list and on disk,
+// though the pass started before it came.
+TEST_F(RetentionTest, ADraftRecordedWhileAPassWaitsForAWriteIsKept) {
+  retainedPerPage = 0;
+  DraftRecord old = discardedDraft("old.html", "old", hours(48));
+  std::atomic<bool> held{false};
+  std::thread pass, late;
+  fs.beforeCall(FsCall::fsync, [&](const std::string& path) {
+    if (!path.ends_with("/drafts.journal") || held.exchange(true)) {
+      return;
+    }
+    pass = std::thread([&] { service().discardDraft(page("old.html")); });
+    // Time for the pass to plan and wait; with too little the test passes
+    // without having tried.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    late = std::thread([&] { service().saveDraft(page("late.html"), "late", std::nullopt); });
+    EXPECT_TRUE(testing::eventually([&] { return service().drafts().size() == 2; }));
+  });
+  service().saveDraft(page("first.html"), "first", std::nullopt);
+  pass.join();
+  late.join();
+  fs.clearFaults();
+
+  EXPECT_EQ(recoveryErrorOf([&] { service().draftBytes(old.id); }), "not found: draft " + old.id);
+  std::unique_ptr<LocalRecoveryService> reopened = open();
+  for (LocalRecoveryService* reader : {&service(), reopened.get()}) {
+    std::vector<std::string> pages;
+    for (const DraftRecord& draft : reader->drafts()) {
+      pages.push_back(draft.pagePath);
+    }
+    std::sort(pages.begin(), pages.end());
+    EXPECT_EQ(pages, (std::vector<std::string>{page("first.html"), page("late.html")}));
+  }
 }
 
 }  // namespace
