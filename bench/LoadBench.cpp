@@ -11,6 +11,10 @@
 //   load_versions_lost       of the versions the pages held and every body a
 //                            save sent, how many are neither in a page nor
 //                            in the recovery store at the end (must be 0)
+//   load_p99_last_vs_first   p99 of the requests begun in the run's last sixth
+//                            over that of its first: history (retained
+//                            versions, drafts, conflicts) piles up during the
+//                            run, and a cost that grows with it shows here
 // Median and 99th percentile are also printed per operation.
 #include <dirent.h>
 #include <sys/stat.h>
@@ -92,6 +96,8 @@ struct Totals {
   std::array<long, kOperationCount> provoked{};
   std::vector<std::string> firstUnexpected;
   std::unordered_set<std::string> versions;  // every fingerprint that must survive
+  // (seconds from the run's start to the request's, latency) of every request
+  std::vector<std::pair<double, double>> timeline;
 };
 
 class Load {
@@ -105,13 +111,15 @@ class Load {
     return root_ + "/" + std::to_string(index % 10) + name;
   }
 
-  void run(int thread, Clock::time_point deadline, std::atomic<long>& finished) {
+  void run(int thread, Clock::time_point start, Clock::time_point deadline,
+           std::atomic<long>& finished) {
     std::mt19937 random(static_cast<unsigned>(thread) * 7919u + 17u);
     std::uniform_int_distribution<int> percent(0, 99), pageIndex(0, kPages - 1);
     std::array<std::vector<double>, kOperationCount> latencies;
     std::array<long, kOperationCount> unexpected{}, provoked{};
     std::vector<std::string> firstUnexpected;
     std::vector<std::string> versions;
+    std::vector<std::pair<double, double>> timeline;
     std::map<int, std::string> known;  // the fingerprint this thread last read per page
     std::vector<bool> renamed(kRenameFilesPerThread, false);
     long sequence = 0;
@@ -185,6 +193,8 @@ class Load {
           break;
       }
       latencies[op].push_back(secondsSince(started));
+      timeline.emplace_back(std::chrono::duration<double>(started - start).count(),
+                            latencies[op].back());
       finished.fetch_add(1, std::memory_order_relaxed);
       if (response.status >= 200 && response.status < 300) {
         continue;
@@ -208,6 +218,7 @@ class Load {
       totals_.provoked[op] += provoked[op];
     }
     totals_.versions.insert(versions.begin(), versions.end());
+    totals_.timeline.insert(totals_.timeline.end(), timeline.begin(), timeline.end());
     for (auto& line : firstUnexpected) {
       totals_.firstUnexpected.push_back(std::move(line));
     }
@@ -363,7 +374,7 @@ int main() {
       started + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   std::vector<std::thread> threads;
   for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, thread] { load.run(thread, deadline, finished); });
+    threads.emplace_back([&, thread] { load.run(thread, started, deadline, finished); });
   }
   for (auto& thread : threads) {
     thread.join();
@@ -403,6 +414,19 @@ int main() {
   printBench("load_p99_ms", all.empty() ? 0 : percentile(all, 0.99) * 1000);
   const auto& fresh = totals.latencies[kSaveFresh];
   printBench("load_save_fresh_median_ms", fresh.empty() ? 0 : median(fresh) * 1000);
+  std::vector<double> first, last;
+  for (const auto& [at, latency] : totals.timeline) {
+    if (at < seconds / 6) {
+      first.push_back(latency);
+    } else if (at >= seconds * 5 / 6) {
+      last.push_back(latency);
+    }
+  }
+  if (!first.empty() && !last.empty()) {
+    printRow("p99 first sixth / last sixth", ms(percentile(first, 0.99)) + " / " +
+                                                 ms(percentile(last, 0.99)));
+    printBench("load_p99_last_vs_first", percentile(last, 0.99) / percentile(first, 0.99));
+  }
   printBench("load_unexpected_errors", static_cast<double>(unexpected));
   printBench("load_versions_lost", static_cast<double>(lost));
   return unexpected == 0 && lost == 0 ? 0 : 1;

@@ -63,15 +63,16 @@ std::string describe(const std::exception& error) {
   return error.what();
 }
 
-// The index of the first record with `id`; notFound "operation {id}" when
-// there is none.
+// The index of the record with `id`; notFound "operation {id}" when there is
+// none. Ids are unique, and the operation a step belongs to is nearly always
+// among the last begun, so the search runs from the end.
 size_t operationIn(const std::vector<OperationRecord>& journal, const std::string& id) {
-  auto found = std::find_if(journal.begin(), journal.end(),
+  auto found = std::find_if(journal.rbegin(), journal.rend(),
                             [&](const OperationRecord& record) { return record.id == id; });
-  if (found == journal.end()) {
+  if (found == journal.rend()) {
     throw RecoveryError::notFound("operation " + id);
   }
-  return static_cast<size_t>(found - journal.begin());
+  return static_cast<size_t>(journal.rend() - found) - 1;
 }
 
 }  // namespace
