@@ -245,13 +245,14 @@ void LocalRecoveryService::discardDraft(const std::string& pagePath) {
   if (!marks.empty()) {
     drafts_->change(std::move(marks), hold);
   }
-  auto planned = [&] { return retentionPlan({page}, readDrafts(), storeEntriesForOnePage()); };
-  RetentionPlan plan = planned();
+  const std::vector<DraftEntry>* list = &readDrafts();
+  RetentionPlan plan = retentionPlan({page}, *list, storeEntriesForOnePage());
   if (!plan.droppedDrafts.empty() && drafts_->awaitWrites(hold)) {
-    plan = planned();
+    list = &readDrafts();
+    plan = retentionPlan({page}, *list, storeEntriesForOnePage());
   }
   if (!plan.droppedDrafts.empty()) {
-    drafts_->rewrite(plan.keptDrafts(readDrafts()), hold);
+    drafts_->rewrite(plan.keptDrafts(*list), hold);
   }
   prune(plan.deletions);
 }
